@@ -1,0 +1,29 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "PortableFoundation/Plist.h"
+
+namespace zekara {
+
+// A failure that only a program's outermost guard handles: a domain, a code within it, and a dictionary of
+// details. No handler for NSException sees it.
+class NSError : public std::exception {
+ public:
+  NSError(std::string domain, int code, Plist userInfo)
+      : domain_(std::move(domain)), code_(code), userInfo_(std::move(userInfo)) {}
+
+  const std::string& domain() const noexcept { return domain_; }
+  int code() const noexcept { return code_; }
+  const Plist& userInfo() const noexcept { return userInfo_; }
+  const char* what() const noexcept override { return domain_.c_str(); }
+
+ private:
+  std::string domain_;
+  int code_;
+  Plist userInfo_;
+};
+
+}  // namespace zekara

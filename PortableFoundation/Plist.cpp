@@ -1,0 +1,566 @@
+#include "PortableFoundation/Plist.h"
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cmath>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "PortableFoundation/NSException.h"
+#include "PortableFoundation/PlistDate.h"
+#include "PortableFoundation/SipHash.h"
+
+namespace zekara {
+
+struct Plist::Node {
+  explicit Node(Kind kindOfNode) noexcept : kind(kindOfNode) {}
+
+  std::atomic<std::uint32_t> references{1};
+  Kind kind;
+  bool isMutable = true;
+};
+
+// Strings too long for the handle, and data. The bytes follow the structure in the same allocation.
+struct Plist::StringNode : Node {
+  StringNode(Kind kindOfNode, std::size_t size) noexcept : Node(kindOfNode), length(size) {}
+
+  char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
+  const char* bytes() const noexcept { return reinterpret_cast<const char*>(this + 1); }
+
+  static StringNode* make(Kind kind, std::string_view text) {
+    void* memory = ::operator new(sizeof(StringNode) + text.size());
+    auto* node = new (memory) StringNode(kind, text.size());
+    std::memcpy(node->bytes(), text.data(), text.size());
+    return node;
+  }
+  static void free(StringNode* node) noexcept {
+    const std::size_t size = sizeof(StringNode) + node->length;
+    node->~StringNode();
+    ::operator delete(node, size);
+  }
+
+  std::size_t length;
+};
+
+struct Plist::ArrayNode : Node {
+  ArrayNode() noexcept : Node(Kind::Array) {}
+
+  std::vector<Plist> elements;
+  Node* nextToFree = nullptr;
+};
+
+struct Plist::DictionaryNode : Node {
+  DictionaryNode() noexcept : Node(Kind::Dictionary) {}
+
+  // The place of `key` in entries, or entries.size().
+  std::size_t find(const Plist& key) const noexcept;
+  void append(Plist key, Plist value);
+
+  std::vector<Entry> entries;
+  Node* nextToFree = nullptr;
+
+ private:
+  // A configuration section has a dozen keys: looking at each beats any index. Beyond that, `slots_` is an open-addressing
+  // hash table of places in entries.
+  static constexpr std::size_t kUnindexedEntries = 16;
+  struct Slot {
+    std::uint32_t hash;
+    std::uint32_t place;  // counted from 1; 0 is a free slot
+  };
+
+  std::size_t slotFor(const Plist& key, std::uint32_t hash) const noexcept;
+  void grow();
+
+  std::vector<Slot> slots_;  // a power of two of them, at most three quarters in use
+};
+
+std::size_t Plist::DictionaryNode::slotFor(const Plist& key, std::uint32_t hash) const noexcept {
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t at = hash & mask;
+  while (slots_[at].place != 0 &&
+         (slots_[at].hash != hash || !(entries[slots_[at].place - 1].key == key))) {
+    at = (at + 1) & mask;
+  }
+  return at;
+}
+
+std::size_t Plist::DictionaryNode::find(const Plist& key) const noexcept {
+  if (!slots_.empty()) {
+    const Slot& slot = slots_[slotFor(key, static_cast<std::uint32_t>(key.keyHash()))];
+    return slot.place != 0 ? slot.place - 1 : entries.size();
+  }
+  const auto found = key.isString()
+                         ? std::find_if(entries.begin(), entries.end(),
+                                        [&](const Entry& entry) { return entry.key.hasSameText(key); })
+                         : std::find_if(entries.begin(), entries.end(),
+                                        [&](const Entry& entry) { return entry.key == key; });
+  return static_cast<std::size_t>(found - entries.begin());
+}
+
+void Plist::DictionaryNode::append(Plist key, Plist value) {
+  if (entries.size() >= std::numeric_limits<std::uint32_t>::max() - 1) throw std::bad_alloc();
+  if (entries.size() >= kUnindexedEntries && (entries.size() + 1) * 4 > slots_.size() * 3) grow();
+  entries.push_back({std::move(key), std::move(value)});
+  if (slots_.empty()) return;
+  const Plist& stored = entries.back().key;
+  const auto hash = static_cast<std::uint32_t>(stored.keyHash());
+  slots_[slotFor(stored, hash)] = {hash, static_cast<std::uint32_t>(entries.size())};
+}
+
+void Plist::DictionaryNode::grow() {
+  std::vector<Slot> wider(std::max(slots_.size() * 2, kUnindexedEntries * 4));
+  const std::size_t mask = wider.size() - 1;
+  const auto insert = [&](Slot slot) {
+    std::size_t at = slot.hash & mask;
+    while (wider[at].place != 0) at = (at + 1) & mask;
+    wider[at] = slot;
+  };
+  if (slots_.empty()) {
+    for (std::uint32_t i = 0; i < entries.size(); ++i) {
+      insert({static_cast<std::uint32_t>(entries[i].key.keyHash()), i + 1});
+    }
+  } else {
+    for (const Slot& slot : slots_) {
+      if (slot.place != 0) insert(slot);
+    }
+  }
+  slots_ = std::move(wider);
+}
+
+namespace {
+
+const Plist kNil;
+
+}  // namespace
+
+Plist::Plist(Kind kind, std::string_view bytes) : kind_(kind) {
+  if (bytes.size() <= kInlineCapacity) {
+    std::memcpy(storage_, bytes.data(), bytes.size());
+    length_ = static_cast<std::uint8_t>(bytes.size());
+  } else {
+    setPayload<Node*>(StringNode::make(kind, bytes));
+    length_ = kHoldsNode;
+  }
+}
+
+Plist Plist::date(std::int64_t seconds) noexcept {
+  Plist date(seconds);
+  date.kind_ = Kind::Date;
+  return date;
+}
+
+Plist Plist::array(std::initializer_list<Plist> elements) {
+  Plist array(Kind::Array, new ArrayNode);
+  for (const Plist& element : elements) array.addObject(element);
+  return array;
+}
+
+Plist Plist::dictionary(std::initializer_list<Entry> entries) {
+  Plist dictionary(Kind::Dictionary, new DictionaryNode);
+  for (const Entry& entry : entries) dictionary.setObject_forKey(entry.value, entry.key);
+  return dictionary;
+}
+
+Plist Plist::dictionaryWithCapacity(std::size_t capacity) {
+  Plist dictionary = Plist::dictionary();
+  static_cast<DictionaryNode*>(dictionary.node())->entries.reserve(capacity);
+  return dictionary;
+}
+
+void Plist::shareFrom(const Plist& other) noexcept {
+  std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);
+  if (holdsNode()) node()->references.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Containers that lose their last handle while others are being freed wait in a list that runs through themselves:
+// however deep a value is nested, the stack does not grow and nothing is allocated.
+void Plist::release(Node* node) noexcept {
+  const auto wasLast = [](Node* released) {
+    return released->references.load(std::memory_order_acquire) == 1 ||
+           released->references.fetch_sub(1, std::memory_order_acq_rel) == 1;
+  };
+  if (!wasLast(node)) return;
+  Node* waiting = nullptr;
+  const auto enqueue = [&](Plist& element) {
+    if (!element.isContainer() || !wasLast(element.node())) {
+      if (element.isContainer()) element.length_ = 0;
+      return;
+    }
+    Node* container = element.node();
+    auto& next = container->kind == Kind::Array ? static_cast<ArrayNode*>(container)->nextToFree
+                                                : static_cast<DictionaryNode*>(container)->nextToFree;
+    next = std::exchange(waiting, container);
+    element.length_ = 0;
+  };
+  while (node != nullptr) {
+    if (node->kind == Kind::Array) {
+      auto* array = static_cast<ArrayNode*>(node);
+      for (Plist& element : array->elements) enqueue(element);
+      delete array;
+    } else if (node->kind == Kind::Dictionary) {
+      auto* dictionary = static_cast<DictionaryNode*>(node);
+      for (Entry& entry : dictionary->entries) enqueue(entry.value);
+      delete dictionary;
+    } else {
+      StringNode::free(static_cast<StringNode*>(node));
+    }
+    node = waiting;
+    if (node != nullptr) {
+      waiting = node->kind == Kind::Array ? static_cast<ArrayNode*>(node)->nextToFree
+                                          : static_cast<DictionaryNode*>(node)->nextToFree;
+    }
+  }
+}
+
+bool Plist::isMutable() const noexcept { return isContainer() && node()->isMutable; }
+
+std::string_view Plist::view() const noexcept {
+  if (!holdsNode()) return {storage_, length_};
+  const auto* text = static_cast<const StringNode*>(node());
+  return {text->bytes(), text->length};
+}
+
+// Of two strings.
+bool Plist::hasSameText(const Plist& other) const noexcept {
+  if (std::memcmp(static_cast<const void*>(this), static_cast<const void*>(&other), sizeof other) == 0) {
+    return true;
+  }
+  return holdsNode() && other.holdsNode() && kind_ == other.kind_ && view() == other.view();
+}
+
+std::string_view Plist::string() const& {
+  if (isNil()) return {};
+  if (!isString()) raise("its text");
+  return view();
+}
+
+bool Plist::isEqualToString(std::string_view text) const {
+  if (isNil()) return false;
+  if (!isString()) raise("a comparison with a string");
+  return view() == text;
+}
+
+std::string_view Plist::bytes() const& {
+  if (isNil()) return {};
+  if (kind_ != Kind::Data) raise("its bytes");
+  return view();
+}
+
+std::int64_t Plist::secondsSince1970() const {
+  if (isNil()) return 0;
+  if (kind_ != Kind::Date) raise("its point in time");
+  return payload<std::int64_t>();
+}
+
+std::int64_t Plist::longLongValue() const {
+  constexpr auto kHighest = std::numeric_limits<std::int64_t>::max();
+  if (isNil()) return 0;
+  if (!isNumber()) raise("its number");
+  if (kind_ != Kind::Real) return isBeyondSigned() ? kHighest : payload<std::int64_t>();
+  const double real = payload<double>();
+  if (std::isnan(real)) return 0;
+  if (real >= 0x1p63) return kHighest;
+  return real <= -0x1p63 ? std::numeric_limits<std::int64_t>::min() : static_cast<std::int64_t>(real);
+}
+
+std::uint64_t Plist::unsignedLongLongValue() const {
+  if (isBeyondSigned()) return payload<std::uint64_t>();
+  if (kind_ == Kind::Real && payload<double>() >= 0x1p63) {
+    const double real = payload<double>();
+    return real >= 0x1p64 ? std::numeric_limits<std::uint64_t>::max() : static_cast<std::uint64_t>(real);
+  }
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(longLongValue(), 0));
+}
+
+double Plist::doubleValue() const {
+  if (isBeyondSigned()) return static_cast<double>(payload<std::uint64_t>());
+  return kind_ == Kind::Real ? payload<double>() : static_cast<double>(longLongValue());
+}
+
+bool Plist::boolValue() const {
+  if (kind_ == Kind::Real) return payload<double>() != 0;
+  return isBeyondSigned() || longLongValue() != 0;
+}
+
+std::size_t Plist::count() const {
+  if (isNil()) return 0;
+  if (kind_ == Kind::Array) return static_cast<const ArrayNode*>(node())->elements.size();
+  return dictionaryAskedFor("its count")->entries.size();
+}
+
+std::span<const Plist> Plist::elements() const {
+  if (isNil()) return {};
+  if (!isArray()) raise("its elements");
+  return static_cast<const ArrayNode*>(node())->elements;
+}
+
+void Plist::addObject(Plist element) const {
+  ArrayNode& array = arrayToChange();
+  if (element.isNil()) throw NSException(NSInvalidArgumentException, "nothing was added to an array");
+  array.elements.push_back(std::move(element));
+}
+
+std::span<const Plist::Entry> Plist::entries() const {
+  if (isNil()) return {};
+  return dictionaryAskedFor("its entries")->entries;
+}
+
+const Plist& Plist::objectForKey(const Plist& key) const {
+  if (isNil() || key.isNil() || key.isContainer()) return kNil;
+  const DictionaryNode* dictionary = dictionaryAskedFor("the value of a key");
+  const std::size_t place = dictionary->find(key);
+  return place < dictionary->entries.size() ? dictionary->entries[place].value : kNil;
+}
+
+const Plist& Plist::objectForKey(std::string_view key) const { return objectForKey(Plist(key)); }
+
+void Plist::setObject_forKey(Plist value, Plist key) const {
+  DictionaryNode& dictionary = dictionaryToChange();
+  if (key.isNil()) throw NSException(NSInvalidArgumentException, "a value was stored under no key");
+  if (key.isContainer()) {
+    throw NSException(NSInvalidArgumentException, std::string(key.kindName()) + " cannot be a key");
+  }
+  if (value.isNil()) {
+    throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
+  }
+  const std::size_t place = dictionary.find(key);
+  if (place < dictionary.entries.size()) {
+    dictionary.entries[place].value = std::move(value);
+  } else {
+    dictionary.append(std::move(key), std::move(value));
+  }
+}
+
+Plist Plist::copy() const {
+  if (!isContainer()) return *this;
+  Plist copy = mutableCopy();
+  copy.freeze();
+  return copy;
+}
+
+Plist Plist::mutableCopy() const {
+  if (isArray()) {
+    Plist copy = array();
+    static_cast<ArrayNode*>(copy.node())->elements = static_cast<const ArrayNode*>(node())->elements;
+    return copy;
+  }
+  if (isDictionary()) {
+    Plist copy = dictionary();
+    auto* made = static_cast<DictionaryNode*>(copy.node());
+    const auto* source = static_cast<const DictionaryNode*>(node());
+    made->entries.reserve(source->entries.size() + 2);
+    for (const Entry& entry : source->entries) made->append(entry.key, entry.value);
+    return copy;
+  }
+  if (isNumber() || kind_ == Kind::Date) raise("a modifiable copy");
+  return *this;
+}
+
+void Plist::freeze() const {
+  if (isContainer()) node()->isMutable = false;
+}
+
+const char* Plist::kindName() const noexcept {
+  switch (kind_) {
+    case Kind::Nil:
+      return "nothing";
+    case Kind::String:
+      return "a string";
+    case Kind::Integer:
+    case Kind::Real:
+      return "a number";
+    case Kind::Boolean:
+      return "a boolean";
+    case Kind::Data:
+      return "data";
+    case Kind::Date:
+      return "a date";
+    case Kind::Array:
+      return "an array";
+    case Kind::Dictionary:
+      return "a dictionary";
+  }
+  return "nothing";
+}
+
+void Plist::raise(const char* asked) const {
+  throw NSException(NSInvalidArgumentException, std::string(kindName()) + " was asked for " + asked);
+}
+
+Plist::ArrayNode& Plist::arrayToChange() const {
+  if (!isArray()) raise("an additional element");
+  if (!node()->isMutable) throw NSException(NSInvalidArgumentException, "an unmodifiable array was changed");
+  return *static_cast<ArrayNode*>(node());
+}
+
+Plist::DictionaryNode& Plist::dictionaryToChange() const {
+  if (!isDictionary()) raise("a changed entry");
+  if (!node()->isMutable) {
+    throw NSException(NSInvalidArgumentException, "an unmodifiable dictionary was changed");
+  }
+  return *static_cast<DictionaryNode*>(node());
+}
+
+const Plist::DictionaryNode* Plist::dictionaryAskedFor(const char* asked) const {
+  if (!isDictionary()) raise(asked);
+  return static_cast<const DictionaryNode*>(node());
+}
+
+// Equal keys have equal hashes; numbers of all widths that are equal convert to the same double.
+std::uint64_t Plist::keyHash() const noexcept {
+  if (isString() || kind_ == Kind::Data) return SipHash(ProcessHashKey(), view());
+  double number = kind_ == Kind::Real     ? payload<double>()
+                  : isBeyondSigned()      ? static_cast<double>(payload<std::uint64_t>())
+                                          : static_cast<double>(payload<std::int64_t>());
+  if (number == 0) number = 0;  // of either sign
+  if (std::isnan(number)) number = std::numeric_limits<double>::quiet_NaN();
+  char bytes[sizeof number];
+  std::memcpy(bytes, &number, sizeof number);
+  return SipHash(ProcessHashKey(), {bytes, sizeof bytes});
+}
+
+bool Plist::areEqualNumbers(const Plist& left, const Plist& right) noexcept {
+  if (left.kind_ != Kind::Real && right.kind_ != Kind::Real) {
+    return left.isBeyondSigned() == right.isBeyondSigned() &&
+           left.payload<std::uint64_t>() == right.payload<std::uint64_t>();
+  }
+  if (left.kind_ != Kind::Real) return areEqualNumbers(right, left);
+  const double real = left.payload<double>();
+  if (right.kind_ == Kind::Real) {
+    const double other = right.payload<double>();
+    return real == other || (std::isnan(real) && std::isnan(other));
+  }
+  if (real != std::trunc(real)) return false;  // NaN included
+  if (right.isBeyondSigned()) {
+    return real >= 0x1p63 && real < 0x1p64 && static_cast<std::uint64_t>(real) == right.payload<std::uint64_t>();
+  }
+  return real >= -0x1p63 && real < 0x1p63 && static_cast<std::int64_t>(real) == right.payload<std::int64_t>();
+}
+
+bool Plist::isEqual(const Plist& left, const Plist& right, int depth) {
+  if (left.isNumber() && right.isNumber()) return areEqualNumbers(left, right);
+  if (left.kind_ != right.kind_) return false;
+  if (!left.isContainer()) return left.hasSameText(right);
+  if (left.node() == right.node()) return true;
+  if (left.count() != right.count()) return false;
+  if (depth >= kMaximumPlistDepth) {
+    throw NSException(NSInvalidArgumentException, "values too deeply nested were compared");
+  }
+  if (left.isArray()) {
+    return std::equal(left.elements().begin(), left.elements().end(), right.elements().begin(),
+                      [depth](const Plist& a, const Plist& b) { return isEqual(a, b, depth + 1); });
+  }
+  return std::ranges::all_of(left.entries(), [&](const Entry& entry) {
+    return isEqual(entry.value, right.objectForKey(entry.key), depth + 1);
+  });
+}
+
+namespace {
+
+template <class Number>
+void AppendNumber(std::string& text, Number number) {
+  char digits[32];
+  const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+  text.append(digits, end);
+}
+
+// As it stands inside <...>: groups of four bytes.
+void AppendHexadecimal(std::string& text, std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i != 0 && i % 4 == 0) text += ' ';
+    const auto byte = static_cast<unsigned char>(bytes[i]);
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
+  }
+}
+
+bool IsPlainWord(std::string_view text) {
+  return !text.empty() && std::ranges::all_of(text, [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+  });
+}
+
+// A string inside a container's text: whatever could end a word of a configuration file is escaped, byte by byte.
+void AppendQuoted(std::string& text, std::string_view string) {
+  if (IsPlainWord(string)) {
+    text += string;
+    return;
+  }
+  text += '"';
+  for (const char c : string) {
+    if (c == '"' || c == '\\') {
+      text += '\\';
+      text += c;
+    } else if (static_cast<signed char>(c) < ' ' || c == 127 || std::string_view("[]=,;#").find(c) != std::string_view::npos) {
+      text += "\\x";
+      AppendHexadecimal(text, {&c, 1});
+    } else {
+      text += c;
+    }
+  }
+  text += '"';
+}
+
+}  // namespace
+
+std::string Plist::description() const {
+  std::string text;
+  appendDescriptionTo(text);
+  return text;
+}
+
+void Plist::appendDescriptionTo(std::string& text) const { appendDescription(text, false, 0); }
+
+void Plist::appendDescription(std::string& text, bool nested, int depth) const {
+  if (isContainer() && depth >= kMaximumPlistDepth) {
+    throw NSException(NSInvalidArgumentException, "a value too deeply nested was asked for its text");
+  }
+  const char* separator = "";
+  switch (kind_) {
+    case Kind::Nil:
+      text += "(null)";
+      break;
+    case Kind::String:
+      nested ? AppendQuoted(text, view()) : static_cast<void>(text += view());
+      break;
+    case Kind::Integer:
+    case Kind::Boolean:
+      isBeyondSigned() ? AppendNumber(text, payload<std::uint64_t>())
+                       : AppendNumber(text, payload<std::int64_t>());
+      break;
+    case Kind::Real:
+      AppendNumber(text, payload<double>());
+      break;
+    case Kind::Data:
+      text += '<';
+      AppendHexadecimal(text, view());
+      text += '>';
+      break;
+    case Kind::Date:
+      PlistDate::fromSeconds(payload<std::int64_t>()).appendTo(text, ' ', " +0000");
+      break;
+    case Kind::Array:
+      text += '(';
+      for (const Plist& element : elements()) {
+        text += std::exchange(separator, " ");
+        element.appendDescription(text, true, depth + 1);
+      }
+      text += ')';
+      break;
+    case Kind::Dictionary:
+      text += '{';
+      for (const Entry& entry : entries()) {
+        text += std::exchange(separator, " ");
+        entry.key.appendDescription(text, true, depth + 1);
+        text += ": ";
+        entry.value.appendDescription(text, true, depth + 1);
+      }
+      text += '}';
+      break;
+  }
+}
+
+}  // namespace zekara

@@ -1,0 +1,74 @@
+#include "PortableFoundation/SipHash.h"
+
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cstring>
+
+namespace zekara {
+namespace {
+
+struct State {
+  std::uint64_t v0, v1, v2, v3;
+
+  void round() noexcept {
+    v0 += v1;
+    v1 = std::rotl(v1, 13) ^ v0;
+    v0 = std::rotl(v0, 32);
+    v2 += v3;
+    v3 = std::rotl(v3, 16) ^ v2;
+    v0 += v3;
+    v3 = std::rotl(v3, 21) ^ v0;
+    v2 += v1;
+    v1 = std::rotl(v1, 17) ^ v2;
+    v2 = std::rotl(v2, 32);
+  }
+
+  void absorb(std::uint64_t word) noexcept {
+    v3 ^= word;
+    round();
+    round();
+    v0 ^= word;
+  }
+};
+
+// Little-endian, as the algorithm has it; so are all platforms of the suite.
+static_assert(std::endian::native == std::endian::little);
+std::uint64_t LoadWord(const char* bytes, std::size_t count) noexcept {
+  std::uint64_t word = 0;
+  std::memcpy(&word, bytes, count);
+  return word;
+}
+
+std::array<std::uint64_t, 2> MakeKey() noexcept {
+  std::array<std::uint64_t, 2> key = {};
+  if (getentropy(key.data(), sizeof key) != 0) {
+    // Kernels before 3.17 only. The address of the stack is what is left that a caller does not know.
+    key = {reinterpret_cast<std::uintptr_t>(&key), 0x9E3779B97F4A7C15U};
+  }
+  return key;
+}
+
+}  // namespace
+
+std::uint64_t SipHash(const std::array<std::uint64_t, 2>& key, std::string_view bytes) noexcept {
+  State state = {key[0] ^ 0x736f6d6570736575U, key[1] ^ 0x646f72616e646f6dU, key[0] ^ 0x6c7967656e657261U,
+                 key[1] ^ 0x7465646279746573U};
+  const std::uint64_t length = bytes.size();
+  while (bytes.size() >= 8) {
+    state.absorb(LoadWord(bytes.data(), 8));
+    bytes.remove_prefix(8);
+  }
+  state.absorb(LoadWord(bytes.data(), bytes.size()) | length << 56);
+  state.v2 ^= 0xFF;
+  for (int i = 0; i < 4; ++i) state.round();
+  return state.v0 ^ state.v1 ^ state.v2 ^ state.v3;
+}
+
+const std::array<std::uint64_t, 2>& ProcessHashKey() noexcept {
+  static const std::array<std::uint64_t, 2> key = MakeKey();
+  return key;
+}
+
+}  // namespace zekara
