@@ -1,0 +1,72 @@
+#include "PortableFoundation/Descriptor.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace zekara {
+namespace {
+
+// Whether the failed call is to be made again: interrupted, or not ready on a descriptor that should block.
+bool WaitForRetry(int descriptor, short event) noexcept {
+  if (errno == EINTR) return true;
+  if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
+  pollfd ready = {.fd = descriptor, .events = event, .revents = 0};
+  poll(&ready, 1, -1);
+  return true;
+}
+
+}  // namespace
+
+void Descriptor::reset(int descriptor) noexcept {
+  const int old = std::exchange(descriptor_, descriptor);
+  // Not repeated after EINTR: on Linux the descriptor is gone by then, and its number may be somebody else's.
+  if (old >= 0) close(old);
+}
+
+Descriptor OpenAt(int directory, const char* path, int flags, mode_t mode) noexcept {
+  int descriptor = -1;
+  do {
+    descriptor = openat(directory, path, flags | O_CLOEXEC | O_NOCTTY, mode);
+  } while (descriptor < 0 && errno == EINTR);
+  return Descriptor(descriptor);
+}
+
+Descriptor OpenLocked(const char* path, mode_t mode) noexcept {
+#ifdef O_EXLOCK
+  return OpenAt(AT_FDCWD, path, O_RDWR | O_CREAT | O_EXLOCK, mode);
+#else
+  Descriptor file = OpenAt(AT_FDCWD, path, O_RDWR | O_CREAT, mode);
+  if (!file.isOpen()) return file;
+  int result = 0;
+  do {
+    result = flock(file.get(), LOCK_EX);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 ? std::move(file) : Descriptor();
+#endif
+}
+
+ssize_t ReadSome(int descriptor, char* buffer, std::size_t size) noexcept {
+  ssize_t count = 0;
+  do {
+    count = read(descriptor, buffer, size);
+  } while (count < 0 && WaitForRetry(descriptor, POLLIN));
+  return count;
+}
+
+int WriteAll(int descriptor, std::string_view bytes) noexcept {
+  while (!bytes.empty()) {
+    const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+    if (count >= 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    } else if (!WaitForRetry(descriptor, POLLOUT)) {
+      return -1;
+    }
+  }
+  return 0;
+}
+
+}  // namespace zekara

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <string_view>
+#include <utility>
+
+namespace zekara {
+
+// Owns an open file descriptor, or none (-1); closes it at the end.
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor = -1) noexcept : descriptor_(descriptor) {}
+  Descriptor(Descriptor&& other) noexcept : descriptor_(other.release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    if (this != &other) reset(other.release());
+    return *this;
+  }
+  ~Descriptor() { reset(); }
+
+  int get() const noexcept { return descriptor_; }
+  bool isOpen() const noexcept { return descriptor_ >= 0; }
+  int release() noexcept { return std::exchange(descriptor_, -1); }
+  void reset(int descriptor = -1) noexcept;
+
+ private:
+  int descriptor_;
+};
+
+// The calls below start again when a signal interrupts them, and wait where somebody has made the descriptor non-blocking.
+// They return -1 with errno set on failure.
+
+// openat() relative to `directory` (AT_FDCWD for the working directory), with O_CLOEXEC and O_NOCTTY added.
+Descriptor OpenAt(int directory, const char* path, int flags, mode_t mode = 0) noexcept;
+// Opens the file for reading and writing, makes it with `mode` when it is missing, and takes an exclusive flock() on it, for which
+// it waits without limit. Closing the descriptor releases the lock.
+Descriptor OpenLocked(const char* path, mode_t mode) noexcept;
+// One read of at most `size` bytes; 0 is the end of the input.
+ssize_t ReadSome(int descriptor, char* buffer, std::size_t size) noexcept;
+// Writes all bytes, however many calls that takes. Returns 0.
+int WriteAll(int descriptor, std::string_view bytes) noexcept;
+
+// Whether both describe the same file.
+inline bool IsSameFile(const struct stat& a, const struct stat& b) noexcept {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+}  // namespace zekara

@@ -1,0 +1,87 @@
+#include "PortableFoundation/NSLog.h"
+
+#include <pthread.h>
+#include <stdlib.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "PortableFoundation/Descriptor.h"
+
+namespace zekara {
+namespace {
+
+const char* g_program_name = nullptr;
+
+const char* ProgramName() noexcept {
+  if (g_program_name != nullptr) return g_program_name;
+#ifdef __APPLE__
+  return getprogname();
+#else
+  return program_invocation_short_name;
+#endif
+}
+
+std::uint64_t ThreadId() noexcept {
+#ifdef __APPLE__
+  std::uint64_t id = 0;
+  pthread_threadid_np(nullptr, &id);
+  return id;
+#else
+  return static_cast<std::uint64_t>(gettid());
+#endif
+}
+
+int FormatPrefix(char* line, std::size_t size) noexcept {
+  timeval now = {};
+  gettimeofday(&now, nullptr);
+  tm local = {};
+  localtime_r(&now.tv_sec, &local);
+  return std::snprintf(line, size, "%04d-%02d-%02d %02d:%02d:%02d.%03d %.64s[%d:%llu] ", local.tm_year + 1900,
+                       local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+                       static_cast<int>(now.tv_usec / 1000), ProgramName(), static_cast<int>(getpid()),
+                       static_cast<unsigned long long>(ThreadId()));
+}
+
+}  // namespace
+
+void NSLogSetProgramName(const char* name) noexcept { g_program_name = name; }
+
+// Almost every line fits into the array; only a longer one, say with a long path, takes memory, and where there is none it
+// is cut.
+void NSLog(const char* format, ...) noexcept {
+  const int savedError = errno;
+  char line[1024];
+  const auto prefix = static_cast<std::size_t>(FormatPrefix(line, sizeof line));
+  std::va_list arguments;
+  std::va_list again;
+  va_start(arguments, format);
+  va_copy(again, arguments);
+  const int formatted = std::vsnprintf(line + prefix, sizeof line - prefix, format, arguments);
+  va_end(arguments);
+  std::size_t end = prefix + static_cast<std::size_t>(std::max(formatted, 0));
+  std::unique_ptr<char[]> longLine;
+  if (end + 1 >= sizeof line) longLine.reset(new (std::nothrow) char[end + 2]);
+  if (longLine) {
+    std::memcpy(longLine.get(), line, prefix);
+    std::vsnprintf(longLine.get() + prefix, end + 2 - prefix, format, again);
+  } else {
+    end = std::min(end, sizeof line - 2);
+  }
+  va_end(again);
+  char* const text = longLine ? longLine.get() : line;
+  if (text[end - 1] != '\n') text[end++] = '\n';
+  WriteAll(STDERR_FILENO, {text, end});
+  errno = savedError;
+}
+
+}  // namespace zekara

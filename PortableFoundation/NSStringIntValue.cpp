@@ -1,0 +1,41 @@
+#include "PortableFoundation/NSStringIntValue.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace zekara {
+namespace {
+
+bool IsBlank(char c) { return (c >= 0 && c <= ' ') || c == 127; }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+}  // namespace
+
+void IntValueScanner::scan(std::string_view piece) noexcept {
+  for (const char c : piece) {
+    if (state_ == State::Ended) return;
+    if (IsDigit(c)) {
+      state_ = State::Digits;
+      magnitude_ = std::min<std::int64_t>(magnitude_ * 10 + (c - '0'), std::int64_t{1} << 32);
+    } else if (state_ == State::BeforeSign && (c == '+' || c == '-')) {
+      state_ = State::AfterSign;
+      isNegative_ = c == '-';
+    } else if (state_ == State::Digits || !IsBlank(c)) {
+      state_ = State::Ended;
+    }
+  }
+}
+
+std::int32_t IntValueScanner::value() const noexcept {
+  using Limits = std::numeric_limits<std::int32_t>;
+  const std::int64_t signedValue = isNegative_ ? -magnitude_ : magnitude_;
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(signedValue, Limits::min(), Limits::max()));
+}
+
+std::int32_t NSStringIntValue(std::string_view text) noexcept {
+  IntValueScanner scanner;
+  scanner.scan(text);
+  return scanner.value();
+}
+
+}  // namespace zekara

@@ -1,0 +1,57 @@
+#include "Zekara4MacLibrary/ZKAIniParser.h"
+
+#include "PortableFoundation/NSException.h"
+
+namespace zekara {
+namespace {
+
+void Require(bool isExpected) {
+  if (!isExpected) throw NSException("ini-syntax", "unexpected token");
+}
+
+}  // namespace
+
+std::shared_ptr<ZKAIniData> ZKAIniParser::parse() {
+  if (ini_) return ini_;
+  ini_ = ZKAIniData::init();
+  while (lexer_.nextToken() != ZKAIniTokenEnd) {
+    switch (lexer_.token()) {
+      case ZKAIniTokenComma:
+        parseValue();
+        break;
+      case ZKAIniTokenString:
+        parseKey();
+        parseValue();
+        break;
+      case ZKAIniTokenEndOfLine:
+        break;
+      case ZKAIniTokenOpenBracket:
+        parseSection();
+        break;
+      default:
+        Require(false);
+    }
+  }
+  return ini_;
+}
+
+// Deliberate: the name is taken before the bracket is checked, and the current key stays, so that a "," after the
+// header adds to that key in the new section.
+void ZKAIniParser::parseSection() {
+  Require(lexer_.nextToken() == ZKAIniTokenString);
+  section_ = lexer_.string();
+  Require(lexer_.nextToken() == ZKAIniTokenCloseBracket);
+}
+
+void ZKAIniParser::parseKey() {
+  key_ = lexer_.string();
+  Require(lexer_.nextToken() == ZKAIniTokenEquals);
+}
+
+void ZKAIniParser::parseValue() {
+  const std::int32_t token = lexer_.nextToken();
+  Require(token == ZKAIniTokenString || token == ZKAIniTokenEndOfLine);
+  ini_->addObject_forKey_inSection(lexer_.value(), key_, section_);
+}
+
+}  // namespace zekara

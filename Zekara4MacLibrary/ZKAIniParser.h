@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "PortableFoundation/Plist.h"
+#include "Zekara4MacLibrary/ZKAIniData.h"
+#include "Zekara4MacLibrary/ZKAIniLexer.h"
+
+namespace zekara {
+
+// Reads the bytes of an INI configuration file into a document; docs/ini-format.md gives the grammar.
+class ZKAIniParser {
+ public:
+  static ZKAIniParser initWithData(std::string data) { return ZKAIniParser(std::move(data)); }
+
+  // The document, read at the first call; later calls return the same one without reading on. The parser keeps a
+  // share of it.
+  //
+  // A syntax error raises NSException "ini-syntax" with the reason "unexpected token". A value before the first section header
+  // or a "," before the first key raises "NSInvalidArgumentException". After either, parse() returns what had been
+  // read before the failing token.
+  std::shared_ptr<ZKAIniData> parse();
+
+ private:
+  explicit ZKAIniParser(std::string data) : lexer_(ZKAIniLexer::initWithData(std::move(data))) {}
+
+  void parseSection();
+  void parseKey();
+  void parseValue();
+
+  ZKAIniLexer lexer_;
+  std::shared_ptr<ZKAIniData> ini_;
+  Plist section_;  // the current names; nil until there is one
+  Plist key_;
+};
+
+}  // namespace zekara

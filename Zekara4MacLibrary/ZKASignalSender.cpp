@@ -1,0 +1,70 @@
+#include "Zekara4MacLibrary/ZKASignalSender.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "PortableFoundation/Descriptor.h"
+#include "PortableFoundation/NSDirectoryEnumerator.h"
+#include "PortableFoundation/NSLog.h"
+#include "PortableFoundation/NSStringIntValue.h"
+
+namespace zekara {
+namespace {
+
+constexpr const char* kFrontEndDirectory = "/var/zekara/run/frontEnd";
+
+bool IsAscii(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return static_cast<signed char>(c) >= 0; });
+}
+
+// The process id that the file holds, 0 when it holds none. O_NONBLOCK: a FIFO is not to be waited for.
+pid_t ReadPid(const std::string& path) {
+  const Descriptor file = OpenAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK);
+  struct stat attributes = {};
+  if (!file.isOpen() || fstat(file.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) return 0;
+  IntValueScanner scanner;
+  char block[4096];
+  ssize_t count = 0;
+  while ((count = ReadSome(file.get(), block, sizeof block)) > 0) {
+    const std::string_view text(block, static_cast<std::size_t>(count));
+    if (!IsAscii(text)) return 0;
+    scanner.scan(text);
+  }
+  return count < 0 ? 0 : scanner.value();
+}
+
+bool IsRegistration(std::string_view relativePath) {
+  return relativePath.starts_with("ag") || relativePath.starts_with("cc");
+}
+
+}  // namespace
+
+bool ZKASendSignal(const std::string& path, int signal) {
+  const pid_t pid = ReadPid(path);
+  if (pid > 0 && kill(pid, signal) == 0) return true;
+  NSLog("Can't signal %d to %s", signal, path.c_str());
+  return false;
+}
+
+int ZKASendSignalToGUI(int signal) {
+  int count = 0;
+  auto entries = NSDirectoryEnumerator::enumeratorAtPath(kFrontEndDirectory);
+  while (const auto relativePath = entries.nextObject()) {
+    if (!IsRegistration(*relativePath)) {
+      entries.skipDescendants();  // their relative paths begin the same way
+      continue;
+    }
+    if (ZKASendSignal(std::string(kFrontEndDirectory) + "/" + *relativePath, signal)) {
+      ++count;
+    } else {
+      // Deliberate: whatever the failure was, the registration is of no more use.
+      entries.removeLastObject();
+    }
+  }
+  return count;
+}
+
+}  // namespace zekara

@@ -1,0 +1,112 @@
+#include "Zekara4MacLibrary/ZKAXMLConnection.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "PortableFoundation/NSException.h"
+#include "PortableFoundation/NSLog.h"
+#include "PortableFoundation/NSPropertyListSerialization.h"
+
+namespace zekara {
+namespace {
+
+constexpr std::string_view kMarker = "</plist>";
+constexpr std::size_t kInitialCapacity = 512;
+
+// Where the first marker at or after `from` ends, or npos.
+std::size_t FindMessageEnd(const std::string& bytes, std::size_t from) {
+  const char* start = bytes.data() + from;
+  const void* found = memmem(start, bytes.size() - from, kMarker.data(), kMarker.size());
+  if (found == nullptr) return std::string::npos;
+  return static_cast<std::size_t>(static_cast<const char*>(found) - bytes.data()) + kMarker.size();
+}
+
+}  // namespace
+
+std::shared_ptr<ZKAXMLConnection> ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
+    std::shared_ptr<NSFileHandle> handleForReading, std::shared_ptr<NSFileHandle> handleForWriting,
+    ZKAXMLConnectionDelegating* delegate) {
+  const std::shared_ptr<ZKAXMLConnection> connection(
+      new ZKAXMLConnection(std::move(handleForReading), std::move(handleForWriting), delegate));
+  connection->armRead();
+  return connection;
+}
+
+std::shared_ptr<ZKAXMLConnection> ZKAXMLConnection::initWithFileHandle_delegate(
+    std::shared_ptr<NSFileHandle> handle, ZKAXMLConnectionDelegating* delegate) {
+  return initWithFileHandleForReading_fileHandleForWriting_delegate(std::move(handle), nullptr, delegate);
+}
+
+ZKAXMLConnection::ZKAXMLConnection(std::shared_ptr<NSFileHandle> handleForReading,
+                                   std::shared_ptr<NSFileHandle> handleForWriting,
+                                   ZKAXMLConnectionDelegating* delegate)
+    : handleForReading_(std::move(handleForReading)),
+      handleForWriting_(std::move(handleForWriting)),
+      delegate_(delegate) {
+  NSFileHandle::ignoreBrokenPipes();
+  assembly_.reserve(kInitialCapacity);
+}
+
+ZKAXMLConnection::~ZKAXMLConnection() { handleForReading_->cancelReadInBackground(); }
+
+void ZKAXMLConnection::armRead() {
+  handleForReading_->readInBackground([this](std::string_view block) { dataArrived(block); });
+}
+
+// Deliberate: a failure while handling input ends the connection, whatever is left of the input. Reads are armed only after
+// every complete message in the block has been handled.
+void ZKAXMLConnection::dataArrived(std::string_view block) {
+  const auto self = shared_from_this();  // the delegate may let go of it
+  try {
+    if (!block.empty()) {
+      processChunk(block);
+      if (self.use_count() > 1) armRead();
+      return;
+    }
+  } catch (const NSException& exception) {
+    NSLog("ZKAXMLConnection: %s", exception.description().c_str());
+  }
+  delegate_->connectionClosed(*this);
+}
+
+// Bytes that were searched before can hold no whole marker, so only a marker that ends in the new block is looked for.
+void ZKAXMLConnection::processChunk(std::string_view block) {
+  const std::size_t known = assembly_.size();
+  assembly_.append(block);
+  std::size_t start = 0;
+  std::size_t searchFrom = known - std::min(known, kMarker.size() - 1);
+  std::size_t end = 0;
+  while ((end = FindMessageEnd(assembly_, searchFrom)) != std::string::npos) {
+    processMessage(std::string_view(assembly_).substr(start, end - start));
+    start = searchFrom = end;
+  }
+  assembly_.erase(0, start);
+}
+
+void ZKAXMLConnection::processMessage(std::string_view bytes) {
+  std::string error;
+  const Plist message = NSPropertyListSerialization::propertyListFromData(bytes, error);
+  if (message.isNil()) {
+    NSLog("ZKAXMLConnection: xml format: %s", error.c_str());
+    return;
+  }
+  delegate_->messageReceived_throughConnection(message, *this);
+}
+
+void ZKAXMLConnection::sendMessage(const Plist& message) noexcept {
+  try {
+    std::string bytes;
+    std::string error;
+    if (!NSPropertyListSerialization::appendDataFromPropertyList(message, bytes, error)) {
+      NSLog("ZKAXMLConnection:sendMessage: serialize: %s", error.c_str());
+      return;
+    }
+    (handleForWriting_ ? handleForWriting_ : handleForReading_)->writeData(bytes);
+  } catch (const std::exception& thrown) {
+    NSLog("ZKAXMLConnection:sendMessage: %s", thrown.what());
+  }
+}
+
+}  // namespace zekara

@@ -1,0 +1,21 @@
+#include "Zekara4MacTool/ChangeConfig.h"
+
+#include <signal.h>
+
+#include "Zekara4MacLibrary/ZKASignalSender.h"
+#include "Zekara4MacTool/IniFileTools.h"
+#include "Zekara4MacTool/Paths.h"
+#include "Zekara4MacTool/ProcessState.h"
+
+namespace zekara {
+
+// Deliberate: the file monitor is signalled when the patch names its section, changed or not; the updater only when
+// its section has changed.
+void ChangeConfigCmd(const Plist& patch) {
+  const Transaction transaction;
+  const ZKAChangedSections changed = PatchIniFile(kConfigurationFile, patch);
+  if (!patch.objectForKey("MacOSWardex").isNil()) ZKASendSignal(kFileDPidFile, SIGHUP);
+  if (changed.contains("UpdateD")) ZKASendSignal(kUpdateDPidFile, SIGHUP);
+}
+
+}  // namespace zekara

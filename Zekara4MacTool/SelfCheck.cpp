@@ -1,0 +1,102 @@
+#include "Zekara4MacTool/SelfCheck.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <optional>
+#include <utility>
+
+#include "PortableFoundation/Descriptor.h"
+#include "PortableFoundation/NSError.h"
+#include "PortableFoundation/NSFileManager.h"
+#include "PortableFoundation/NSLog.h"
+#include "PortableFoundation/NSProcess.h"
+
+namespace zekara {
+namespace {
+
+constexpr NSFileAttributes kRequired = {.ownerAccountID = 0, .groupOwnerAccountID = 0, .posixPermissions = 04755};
+
+Plist OwnerDetails(uid_t owner, gid_t group) {
+  return Plist::dictionary({{"NSFileOwnerAccountID", owner}, {"NSFileGroupOwnerAccountID", group}});
+}
+
+Plist Details(const std::optional<NSFileAttributes>& found) {
+  if (!found) return {};
+  const Plist details = OwnerDetails(found->ownerAccountID, found->groupOwnerAccountID);
+  details.setObject_forKey(found->posixPermissions, "NSFilePosixPermissions");
+  return details;
+}
+
+[[noreturn]] void ThrowSelfCheckError(Plist userInfo) { throw NSError("xx", 123, std::move(userInfo)); }
+
+// The running file, if the path names it. The path itself is never opened: it may be a FIFO, or a device that acts.
+Descriptor OpenIfRunning(const std::string& path) {
+  Descriptor running = NSProcessOpenExecutable();
+  struct stat named = {};
+  struct stat opened = {};
+  const bool isSame = running.isOpen() && fstat(running.get(), &opened) == 0 &&
+                      stat(path.c_str(), &named) == 0 && IsSameFile(named, opened);
+  return isSame ? std::move(running) : Descriptor();
+}
+
+// The change of owner takes the set-user-id bit away until the change of mode: nothing is to end the process in between.
+class AllSignalsBlocked {
+ public:
+  AllSignalsBlocked() noexcept {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &previous_);
+  }
+  ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
+  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
+
+ private:
+  sigset_t previous_ = {};
+};
+
+enum class RepairResult { kComplete, kOwnerFailed, kModeFailed };
+
+// By path for whoever has the rights himself; otherwise through one descriptor of the running file, so that nothing can be
+// put in its place between the check and the changes.
+RepairResult RepairAttributes(const std::string& path) {
+  const NSFileManager& manager = NSFileManager::defaultManager();
+  const bool isPrivileged = NSProcessIsPrivileged();
+  const Descriptor file = isPrivileged ? OpenIfRunning(path) : Descriptor();
+  const AllSignalsBlocked blocked;
+  const bool isOwned = isPrivileged ? file.isOpen() && fchown(file.get(), 0, 0) == 0
+                                    : manager.changeOwner_group_atPath(0, 0, path);
+  if (!isOwned) return RepairResult::kOwnerFailed;
+  const mode_t mode = kRequired.posixPermissions;
+  const bool hasMode =
+      isPrivileged ? fchmod(file.get(), mode) == 0 : manager.changePosixPermissions_atPath(mode, path);
+  return hasMode ? RepairResult::kComplete : RepairResult::kModeFailed;
+}
+
+}  // namespace
+
+bool SelfCheck(const std::string& path) {
+  const auto found = NSFileManager::defaultManager().fileAttributesAtPath_traverseLink(path, true);
+  if (found == kRequired) {
+    NSLog("Self-check passed");
+    return true;
+  }
+  switch (RepairAttributes(path)) {
+    case RepairResult::kOwnerFailed:
+      NSLog("Can't change owner on %s", path.c_str());
+      ThrowSelfCheckError(OwnerDetails(0, 0));
+    case RepairResult::kModeFailed:
+      NSLog("Can't change attributes on %s", path.c_str());
+      // Deliberate: not the attributes asked for, as above, but those found before the repair.
+      ThrowSelfCheckError(Details(found));
+    case RepairResult::kComplete:
+      break;
+  }
+  NSLog("Self-reparing complete");
+  return true;
+}
+
+}  // namespace zekara
