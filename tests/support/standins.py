@@ -61,6 +61,13 @@ def exited_process():
     return pid
 
 
+def _observation(observe):
+    try:
+        return observe() if observe else None
+    except OSError as error:
+        return f"failed: {error}"
+
+
 def _record_signals(writer, observe):
     try:
         ctypes.CDLL(None).prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
@@ -70,7 +77,7 @@ def _record_signals(writer, observe):
                 break
             if info.si_signo == signal.SIGCHLD:
                 continue
-            record = [info.si_signo, info.si_pid, observe() if observe else None]
+            record = [info.si_signo, info.si_pid, _observation(observe)]
             os.write(writer, json.dumps(record).encode() + b"\n")
     finally:
         os._exit(0)

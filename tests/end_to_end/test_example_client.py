@@ -1,0 +1,91 @@
+"""The example client in Python, as a program and as a module."""
+
+import importlib.util
+import os
+import subprocess
+import sys
+
+from support import sandbox, tool
+from support.case import ToolTestCase, requires_set_user_id
+
+CLIENT = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "client.py")
+CONTENT = b"[MacOSWardex]\nIsActive = No\n\n[UpdateD]\nInterval = 43200\n\n"
+
+
+def run_client(*arguments, **options):
+    return subprocess.run(
+        [sys.executable, "-B", CLIENT, "--tool", tool.TOOL, *arguments],
+        capture_output=True,
+        text=True,
+        timeout=tool.PATIENCE,
+        check=False,
+        **options,
+    )
+
+
+class ExampleClient(ToolTestCase):
+    def setUp(self):
+        super().setUp()
+        tool.write_config(CONTENT)
+
+    def test_settings_are_changed_and_the_daemon_is_told(self):
+        filed = self.start_filed()
+        ended = run_client("MacOSWardex", "IsActive=Yes", "FileTimeout=60", "ExcludedPaths=/dev, /Network")
+        self.assertEqual((ended.returncode, ended.stdout), (0, ""), ended.stderr)
+        self.assertEqual(filed.signals(), [1])
+        expected = b'[MacOSWardex]\nIsActive = Yes\nFileTimeout = 60\nExcludedPaths = "/dev", "/Network"\n\n'
+        self.assert_config(expected + b"[UpdateD]\nInterval = 43200\n\n")
+
+    def test_a_number_that_is_there_already_is_no_change(self):
+        updated = self.start_updated()
+        self.assertEqual(run_client("UpdateD", "Interval=43200").returncode, 0)
+        self.assertEqual(updated.signals(), [])
+        self.assert_config(CONTENT)
+
+    def test_an_error_of_the_tool_is_told_and_gives_status_1(self):
+        tool.write_config(b"]\n\n")
+        ended = run_client("A", "k=v")
+        self.assertEqual(ended.returncode, 1)
+        self.assertEqual(ended.stderr.splitlines()[-1], "client.py: unexpected token")
+
+    def test_a_tool_that_gives_no_answer_is_told_and_gives_status_1(self):
+        ended = run_client("--tool", "/bin/true", "A", "k=v")
+        self.assertEqual(ended.returncode, 1)
+        self.assertIn("gave no answer", ended.stderr)
+
+    def test_a_tool_that_is_not_there_is_told_and_gives_status_1(self):
+        ended = run_client("--tool", "/gone", "A", "k=v")
+        self.assertEqual(ended.returncode, 1)
+        self.assertIn("/gone", ended.stderr)
+
+    def test_a_setting_without_an_equals_sign_is_refused_and_the_tool_is_not_started(self):
+        ended = run_client("A", "k")
+        self.assertEqual(ended.returncode, 2)
+        self.assertIn("KEY=VALUE", ended.stderr)
+        self.assert_config(CONTENT)
+
+    def test_the_function_returns_the_reply_and_raises_the_tools_error(self):
+        specification = importlib.util.spec_from_file_location("client", CLIENT)
+        client = importlib.util.module_from_spec(specification)
+        specification.loader.exec_module(client)
+        reply = client.change_config(tool.TOOL, {"A": {"k": True}})
+        self.assertEqual(reply, {"tag": "ack", "cmd": "ChangeConfig", "arg": {"A": {"k": True}}, "res": "OK"})
+        os.rename(sandbox.CONFIG_DIRECTORY, sandbox.CONFIG_DIRECTORY + ".gone")
+        with self.assertRaisesRegex(client.ChangeConfigError, "^can't open ini file$"):
+            client.change_config(tool.TOOL, {"A": {"k": True}})
+
+    @requires_set_user_id
+    def test_an_account_without_rights_can_use_it(self):
+        copy = sandbox.SCRATCH_DIRECTORY + "/client.py"
+        with open(CLIENT, "rb") as source, open(copy, "wb") as target:
+            target.write(source.read())
+        ended = subprocess.run(
+            [sys.executable, "-B", copy, "--tool", tool.TOOL, "A", "k=v"],
+            cwd="/",
+            capture_output=True,
+            timeout=tool.PATIENCE,
+            check=False,
+            **tool.drop_privileges_arguments(),
+        )
+        self.assertEqual(ended.returncode, 0, ended.stderr)
+        self.assert_config(CONTENT + b"[A]\nk = v\n\n")
