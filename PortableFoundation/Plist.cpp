@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <new>
@@ -53,41 +54,63 @@ struct Plist::ArrayNode : Node {
 
 struct Plist::DictionaryNode : Node {
   DictionaryNode() noexcept : Node(Kind::Dictionary) {}
+  // Modifiable, with the same entries.
+  DictionaryNode(const DictionaryNode& other)
+      : Node(Kind::Dictionary),
+        entries(other.entries),
+        isAscending_(other.isAscending_),
+        slots_(other.slots_) {}
 
   // The place of `key` in entries, or entries.size().
   std::size_t find(const Plist& key) const noexcept;
-  void append(Plist key, Plist value);
+  void store(Plist key, Plist value);
 
   std::vector<Entry> entries;
   Node* nextToFree = nullptr;
 
  private:
-  // A configuration section has a dozen keys: looking at each beats any index. Beyond that, `slots_` is an open-addressing
-  // hash table of places in entries.
+  // A configuration section has a dozen keys: looking at each beats any index. Beyond that, keys in ascending
+  // order, as a serialiser writes them, are found by halving; for others `slots_` is an open-addressing hash
+  // table of places in entries.
   static constexpr std::size_t kUnindexedEntries = 16;
   struct Slot {
     std::uint32_t hash;
     std::uint32_t place;  // counted from 1; 0 is a free slot
   };
 
+  bool comesLast(const Plist& key) const noexcept;
+  std::size_t findByHalving(const Plist& key) const noexcept;
   std::size_t slotFor(const Plist& key, std::uint32_t hash) const noexcept;
-  void grow();
+  void makeRoom();
 
+  bool isAscending_ = true;  // all keys are strings, each greater than the one before, by their bytes
   std::vector<Slot> slots_;  // a power of two of them, at most three quarters in use
 };
+
+bool Plist::DictionaryNode::comesLast(const Plist& key) const noexcept {
+  return isAscending_ && key.isString() && (entries.empty() || entries.back().key.view() < key.view());
+}
+
+std::size_t Plist::DictionaryNode::findByHalving(const Plist& key) const noexcept {
+  if (!key.isString()) return entries.size();
+  const auto found =
+      std::ranges::lower_bound(entries, key.view(), {}, [](const Entry& entry) { return entry.key.view(); });
+  if (found == entries.end() || !found->key.hasSameText(key)) return entries.size();
+  return static_cast<std::size_t>(found - entries.begin());
+}
 
 std::size_t Plist::DictionaryNode::slotFor(const Plist& key, std::uint32_t hash) const noexcept {
   const std::size_t mask = slots_.size() - 1;
   std::size_t at = hash & mask;
-  while (slots_[at].place != 0 &&
-         (slots_[at].hash != hash || !(entries[slots_[at].place - 1].key == key))) {
+  while (slots_[at].place != 0 && (slots_[at].hash != hash || !(entries[slots_[at].place - 1].key == key))) {
     at = (at + 1) & mask;
   }
   return at;
 }
 
 std::size_t Plist::DictionaryNode::find(const Plist& key) const noexcept {
-  if (!slots_.empty()) {
+  if (entries.size() > kUnindexedEntries) {
+    if (isAscending_) return findByHalving(key);
     const Slot& slot = slots_[slotFor(key, static_cast<std::uint32_t>(key.keyHash()))];
     return slot.place != 0 ? slot.place - 1 : entries.size();
   }
@@ -99,25 +122,35 @@ std::size_t Plist::DictionaryNode::find(const Plist& key) const noexcept {
   return static_cast<std::size_t>(found - entries.begin());
 }
 
-void Plist::DictionaryNode::append(Plist key, Plist value) {
+void Plist::DictionaryNode::store(Plist key, Plist value) {
+  const bool isLast = comesLast(key);
+  if (const std::size_t place = isLast ? entries.size() : find(key); place != entries.size()) {
+    entries[place].value = std::move(value);
+    return;
+  }
   if (entries.size() >= std::numeric_limits<std::uint32_t>::max() - 1) throw std::bad_alloc();
-  if (entries.size() >= kUnindexedEntries && (entries.size() + 1) * 4 > slots_.size() * 3) grow();
+  const bool needsIndex = !isLast && entries.size() >= kUnindexedEntries;
+  if (needsIndex) makeRoom();
   entries.push_back({std::move(key), std::move(value)});
-  if (slots_.empty()) return;
+  isAscending_ = isLast;
+  if (!needsIndex) return;
   const Plist& stored = entries.back().key;
   const auto hash = static_cast<std::uint32_t>(stored.keyHash());
   slots_[slotFor(stored, hash)] = {hash, static_cast<std::uint32_t>(entries.size())};
 }
 
-void Plist::DictionaryNode::grow() {
-  std::vector<Slot> wider(std::max(slots_.size() * 2, kUnindexedEntries * 4));
-  const std::size_t mask = wider.size() - 1;
-  const auto insert = [&](Slot slot) {
+// Sees to it that all keys have their slots, and that there is one more.
+void Plist::DictionaryNode::makeRoom() {
+  const std::size_t needed = entries.size() + 1;
+  if (!isAscending_ && needed * 4 <= slots_.size() * 3) return;
+  std::vector<Slot> wider(std::bit_ceil(needed * 2));
+  const auto insert = [&wider](Slot slot) {
+    const std::size_t mask = wider.size() - 1;
     std::size_t at = slot.hash & mask;
     while (wider[at].place != 0) at = (at + 1) & mask;
     wider[at] = slot;
   };
-  if (slots_.empty()) {
+  if (slots_.empty() || isAscending_) {
     for (std::uint32_t i = 0; i < entries.size(); ++i) {
       insert({static_cast<std::uint32_t>(entries[i].key.keyHash()), i + 1});
     }
@@ -169,13 +202,33 @@ Plist Plist::dictionaryWithCapacity(std::size_t capacity) {
   return dictionary;
 }
 
+Plist Plist::frozenArray(std::span<Plist> elements) {
+  Plist array = Plist::array();
+  auto& stored = static_cast<ArrayNode*>(array.node())->elements;
+  stored.reserve(elements.size());
+  for (Plist& element : elements) {
+    stored.push_back(std::move(element));
+  }
+  array.freeze();
+  return array;
+}
+
+Plist Plist::frozenDictionary(std::span<Plist> keysAndValues) {
+  Plist dictionary = dictionaryWithCapacity(keysAndValues.size() / 2);
+  for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
+    dictionary.setObject_forKey(std::move(keysAndValues[i + 1]), std::move(keysAndValues[i]));
+  }
+  dictionary.freeze();
+  return dictionary;
+}
+
 void Plist::shareFrom(const Plist& other) noexcept {
   std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);
   if (holdsNode()) node()->references.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Containers that lose their last handle while others are being freed wait in a list that runs through themselves:
-// however deep a value is nested, the stack does not grow and nothing is allocated.
+// Containers that lose their last handle while others are being freed wait in a list that runs through
+// themselves: however deep a value is nested, the stack does not grow and nothing is allocated.
 void Plist::release(Node* node) noexcept {
   const auto wasLast = [](Node* released) {
     return released->references.load(std::memory_order_acquire) == 1 ||
@@ -214,7 +267,9 @@ void Plist::release(Node* node) noexcept {
   }
 }
 
-bool Plist::isMutable() const noexcept { return isContainer() && node()->isMutable; }
+bool Plist::isMutable() const noexcept {
+  return isContainer() && node()->isMutable;
+}
 
 std::string_view Plist::view() const noexcept {
   if (!holdsNode()) return {storage_, length_};
@@ -314,7 +369,9 @@ const Plist& Plist::objectForKey(const Plist& key) const {
   return place < dictionary->entries.size() ? dictionary->entries[place].value : kNil;
 }
 
-const Plist& Plist::objectForKey(std::string_view key) const { return objectForKey(Plist(key)); }
+const Plist& Plist::objectForKey(std::string_view key) const {
+  return objectForKey(Plist(key));
+}
 
 void Plist::setObject_forKey(Plist value, Plist key) const {
   DictionaryNode& dictionary = dictionaryToChange();
@@ -325,12 +382,7 @@ void Plist::setObject_forKey(Plist value, Plist key) const {
   if (value.isNil()) {
     throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
   }
-  const std::size_t place = dictionary.find(key);
-  if (place < dictionary.entries.size()) {
-    dictionary.entries[place].value = std::move(value);
-  } else {
-    dictionary.append(std::move(key), std::move(value));
-  }
+  dictionary.store(std::move(key), std::move(value));
 }
 
 Plist Plist::copy() const {
@@ -347,12 +399,7 @@ Plist Plist::mutableCopy() const {
     return copy;
   }
   if (isDictionary()) {
-    Plist copy = dictionary();
-    auto* made = static_cast<DictionaryNode*>(copy.node());
-    const auto* source = static_cast<const DictionaryNode*>(node());
-    made->entries.reserve(source->entries.size() + 2);
-    for (const Entry& entry : source->entries) made->append(entry.key, entry.value);
-    return copy;
+    return Plist(Kind::Dictionary, new DictionaryNode(*static_cast<const DictionaryNode*>(node())));
   }
   if (isNumber() || kind_ == Kind::Date) raise("a modifiable copy");
   return *this;
@@ -411,9 +458,9 @@ const Plist::DictionaryNode* Plist::dictionaryAskedFor(const char* asked) const 
 // Equal keys have equal hashes; numbers of all widths that are equal convert to the same double.
 std::uint64_t Plist::keyHash() const noexcept {
   if (isString() || kind_ == Kind::Data) return SipHash(ProcessHashKey(), view());
-  double number = kind_ == Kind::Real     ? payload<double>()
-                  : isBeyondSigned()      ? static_cast<double>(payload<std::uint64_t>())
-                                          : static_cast<double>(payload<std::int64_t>());
+  double number = kind_ == Kind::Real ? payload<double>()
+                  : isBeyondSigned()  ? static_cast<double>(payload<std::uint64_t>())
+                                      : static_cast<double>(payload<std::int64_t>());
   if (number == 0) number = 0;  // of either sign
   if (std::isnan(number)) number = std::numeric_limits<double>::quiet_NaN();
   char bytes[sizeof number];
@@ -434,7 +481,8 @@ bool Plist::areEqualNumbers(const Plist& left, const Plist& right) noexcept {
   }
   if (real != std::trunc(real)) return false;  // NaN included
   if (right.isBeyondSigned()) {
-    return real >= 0x1p63 && real < 0x1p64 && static_cast<std::uint64_t>(real) == right.payload<std::uint64_t>();
+    return real >= 0x1p63 && real < 0x1p64 &&
+           static_cast<std::uint64_t>(real) == right.payload<std::uint64_t>();
   }
   return real >= -0x1p63 && real < 0x1p63 && static_cast<std::int64_t>(real) == right.payload<std::int64_t>();
 }
@@ -442,6 +490,7 @@ bool Plist::areEqualNumbers(const Plist& left, const Plist& right) noexcept {
 bool Plist::isEqual(const Plist& left, const Plist& right, int depth) {
   if (left.isNumber() && right.isNumber()) return areEqualNumbers(left, right);
   if (left.kind_ != right.kind_) return false;
+  if (left.isNil()) return true;
   if (!left.isContainer()) return left.hasSameText(right);
   if (left.node() == right.node()) return true;
   if (left.count() != right.count()) return false;
@@ -483,7 +532,8 @@ bool IsPlainWord(std::string_view text) {
   });
 }
 
-// A string inside a container's text: whatever could end a word of a configuration file is escaped, byte by byte.
+// A string inside a container's text: whatever could end a word of a configuration file is escaped, byte by
+// byte.
 void AppendQuoted(std::string& text, std::string_view string) {
   if (IsPlainWord(string)) {
     text += string;
@@ -494,7 +544,8 @@ void AppendQuoted(std::string& text, std::string_view string) {
     if (c == '"' || c == '\\') {
       text += '\\';
       text += c;
-    } else if (static_cast<signed char>(c) < ' ' || c == 127 || std::string_view("[]=,;#").find(c) != std::string_view::npos) {
+    } else if (static_cast<signed char>(c) < ' ' || c == 127 ||
+               std::string_view("[]=,;#").find(c) != std::string_view::npos) {
       text += "\\x";
       AppendHexadecimal(text, {&c, 1});
     } else {
@@ -512,7 +563,9 @@ std::string Plist::description() const {
   return text;
 }
 
-void Plist::appendDescriptionTo(std::string& text) const { appendDescription(text, false, 0); }
+void Plist::appendDescriptionTo(std::string& text) const {
+  appendDescription(text, false, 0);
+}
 
 void Plist::appendDescription(std::string& text, bool nested, int depth) const {
   if (isContainer() && depth >= kMaximumPlistDepth) {

@@ -18,20 +18,22 @@ inline constexpr int kMaximumPlistDepth = 512;
 
 // A property-list value: nothing (nil), a string, number, boolean, data, date, array or dictionary.
 //
-// Scalars, strings and data are values. An array or a dictionary is a shared object: copying the handle shares
-// the object, and a change through one handle is seen through all of them. Whether an object may be changed is a
-// property of the object, not of the handle, so changing operations are const. copy() and mutableCopy() make
-// a new object that shares the elements of the old one.
+// Scalars, strings and data are values. An array or a dictionary is a shared object: copying the handle
+// shares the object, and a change through one handle is seen through all of them. Whether an object may be
+// changed is a property of the object, not of the handle, so changing operations are const. copy() and
+// mutableCopy() make a new object that shares the elements of the old one.
 //
-// Nil can be asked anything: it answers nil, 0, false, an empty string or an empty range. Asking any other value
-// what its kind does not know, storing nil, and changing what cannot be changed raise NSException
-// "NSInvalidArgumentException" with a sentence that names the kind and what was asked; the value stays as it was.
+// Nil can be asked anything: it answers nil, 0, false, an empty string or an empty range. Asking any other
+// value what its kind does not know, storing nil, and changing what cannot be changed raise NSException
+// "NSInvalidArgumentException" with a sentence that names the kind and what was asked; the value stays as it
+// was.
 //
-// Strings are UTF-8; nothing checks that here, the property-list writer refuses what is not. A dictionary keeps the order in
-// which its keys were first stored. A container that holds itself, at any level, is never freed.
+// Strings are UTF-8; nothing checks that here, the property-list writer refuses what is not. A dictionary
+// keeps the order in which its keys were first stored. A container that holds itself, at any level, is never
+// freed.
 //
-// Threads: as with standard containers, values may be read and copied by several threads at once; changing one
-// needs exclusion from every reader of the same object.
+// Threads: as with standard containers, values may be read and copied by several threads at once; changing
+// one needs exclusion from every reader of the same object.
 class Plist {
  public:
   enum class Kind : std::uint8_t { Nil, String, Integer, Real, Boolean, Data, Date, Array, Dictionary };
@@ -43,14 +45,15 @@ class Plist {
   Plist(const std::string& text) : Plist(std::string_view(text)) {}
   Plist(double real) noexcept : kind_(Kind::Real) { setPayload(real); }
   template <std::integral T>
-    requires(!std::same_as<T, char>)
-  Plist(T number) noexcept {
+  requires(!std::same_as<T, char>) Plist(T number)
+  noexcept {
     if constexpr (std::same_as<T, bool>) {
       kind_ = Kind::Boolean;
     } else {
       kind_ = Kind::Integer;
       if constexpr (std::is_unsigned_v<T>) {
-        length_ = static_cast<std::uint8_t>(static_cast<std::uint64_t>(number) >> 63);  // see isBeyondSigned()
+        length_ =
+            static_cast<std::uint8_t>(static_cast<std::uint64_t>(number) >> 63);  // see isBeyondSigned()
       }
     }
     setPayload(static_cast<std::uint64_t>(number));
@@ -65,6 +68,10 @@ class Plist {
   static Plist array(std::initializer_list<Plist> elements = {});
   static Plist dictionary(std::initializer_list<Entry> entries = {});
   static Plist dictionaryWithCapacity(std::size_t capacity);
+  // New, unmodifiable containers of values that are moved out of the given ones: an array's elements; a
+  // dictionary's keys, each followed by its value. Otherwise as above.
+  static Plist frozenArray(std::span<Plist> elements);
+  static Plist frozenDictionary(std::span<Plist> keysAndValues);
 
   Plist(const Plist& other) noexcept { shareFrom(other); }
   Plist(Plist&& other) noexcept { takeFrom(other); }
@@ -131,7 +138,8 @@ class Plist {
   // A dictionary's entries, in order. The range lives until the dictionary changes.
   std::span<const Entry> entries() const;
   // The value under `key`, nil when there is none. The reference lives until the dictionary changes. Constant
-  // time in the mean, whatever keys a hostile writer chose.
+  // time in the mean, logarithmic where all keys were stored in ascending order, whatever keys a hostile
+  // writer chose.
   const Plist& objectForKey(const Plist& key) const;
   const Plist& objectForKey(std::string_view key) const;
   const Plist& objectForKey(const char* key) const { return objectForKey(std::string_view(key)); }
@@ -139,21 +147,22 @@ class Plist {
   // containers; only string keys can be written as a property list.
   void setObject_forKey(Plist value, Plist key) const;
 
-  // An unmodifiable copy: containers are copied one level deep and share their elements; scalars are themselves.
+  // An unmodifiable copy: containers are copied one level deep and share their elements; scalars are
+  // themselves.
   Plist copy() const;
   // A modifiable copy, likewise. A number, a boolean and a date have none: raises.
   Plist mutableCopy() const;
   // Makes the array or dictionary itself, not what it holds, unmodifiable from now on.
   void freeze() const;
 
-  // Property-list equality: same kind and same content. Numbers are equal when their values are, exactly and whatever
-  // their width; a boolean is the number 1 or 0; NaN equals NaN. Raises beyond kMaximumPlistDepth.
+  // Property-list equality: same kind and same content. Numbers are equal when their values are, exactly and
+  // whatever their width; a boolean is the number 1 or 0; NaN equals NaN. Raises beyond kMaximumPlistDepth.
   friend bool operator==(const Plist& left, const Plist& right) { return isEqual(left, right, 0); }
 
-  // The text that "%@" shows: a string itself, "(null)" for nil, a boolean as 1 or 0, an integer in decimal, a real in its
-  // shortest form that reads back the same, a date as "2009-02-13 23:31:30 +0000". Data and containers give one
-  // line of printable ASCII without any of [ ] = , ; # or a leading double quote: <00010203 04>, (1 "a b"), {key: value}.
-  // Raises beyond kMaximumPlistDepth.
+  // The text that "%@" shows: a string itself, "(null)" for nil, a boolean as 1 or 0, an integer in decimal,
+  // a real in its shortest form that reads back the same, a date as "2009-02-13 23:31:30 +0000". Data and
+  // containers give one line of printable ASCII without any of [ ] = , ; # or a leading double quote:
+  // <00010203 04>, (1 "a b"), {key: value}. Raises beyond kMaximumPlistDepth.
   std::string description() const;
   void appendDescriptionTo(std::string& text) const;
 
@@ -166,8 +175,8 @@ class Plist {
   struct ArrayNode;
   struct DictionaryNode;
 
-  // Up to this many bytes of text stand in the handle itself; unused ones are zero, so equal short strings are
-  // equal handles, bit for bit.
+  // Up to this many bytes of text stand in the handle itself; unused ones are zero, so equal short strings
+  // are equal handles, bit for bit.
   static constexpr std::size_t kInlineCapacity = 14;
   static constexpr std::uint8_t kHoldsNode = 0xFF;
 

@@ -13,7 +13,9 @@ constexpr std::int64_t FloorDivide(std::int64_t value, std::int64_t divisor) {
   return value / divisor - (value % divisor < 0 ? 1 : 0);
 }
 
-bool IsLeapYear(std::int64_t year) { return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0); }
+bool IsLeapYear(std::int64_t year) {
+  return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
 
 int DaysInMonth(std::int64_t year, int month) {
   constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -22,11 +24,12 @@ int DaysInMonth(std::int64_t year, int month) {
 
 }  // namespace
 
-// Years are counted from March here, so that the leap day is a year's last day; day 0 is 0000-03-01, which lies
-// 719468 days before 1970-01-01.
+// Years are counted from March here, so that the leap day is a year's last day; day 0 is 0000-03-01, which
+// lies 719468 days before 1970-01-01.
 PlistDate PlistDate::fromSeconds(std::int64_t seconds) noexcept {
   const std::int64_t days = FloorDivide(seconds, kSecondsPerDay);
-  const auto timeOfDay = static_cast<int>(seconds - days * kSecondsPerDay);
+  const std::int64_t remainder = seconds % kSecondsPerDay;
+  const auto timeOfDay = static_cast<int>(remainder < 0 ? remainder + kSecondsPerDay : remainder);
   const std::int64_t marchDays = days + 719468;
   const std::int64_t era = FloorDivide(marchDays, kDaysPerEra);
   const std::int64_t dayOfEra = marchDays - era * kDaysPerEra;
@@ -53,14 +56,14 @@ std::int64_t PlistDate::toSeconds() const noexcept {
 }
 
 bool PlistDate::isValid() const noexcept {
-  return month >= 1 && month <= 12 && day >= 1 && day <= DaysInMonth(year, month) && hour >= 0 && hour <= 23 &&
-         minute >= 0 && minute <= 59 && second >= 0 && second <= 59;
+  return month >= 1 && month <= 12 && day >= 1 && day <= DaysInMonth(year, month) && hour >= 0 &&
+         hour <= 23 && minute >= 0 && minute <= 59 && second >= 0 && second <= 59;
 }
 
 void PlistDate::appendTo(std::string& text, char separator, std::string_view suffix) const {
   char formatted[64];
-  const int length = std::snprintf(formatted, sizeof formatted, "%04" PRId64 "-%02d-%02d%c%02d:%02d:%02d", year,
-                                   month, day, separator, hour, minute, second);
+  const int length = std::snprintf(formatted, sizeof formatted, "%04" PRId64 "-%02d-%02d%c%02d:%02d:%02d",
+                                   year, month, day, separator, hour, minute, second);
   text.append(formatted, static_cast<std::size_t>(length));
   text += suffix;
 }

@@ -1,0 +1,76 @@
+#include "PortableFoundation/NSPropertyListSerialization.h"
+
+#include <algorithm>
+
+#include "PortableFoundation/PlistReader.h"
+#include "PortableFoundation/PlistScalars.h"
+#include "PortableFoundation/PlistWriter.h"
+#include "PortableFoundation/Utf8.h"
+
+namespace zekara {
+namespace {
+
+std::string Utf8FromLatin1(std::string_view bytes) {
+  std::string text;
+  text.reserve(bytes.size());
+  for (const char c : bytes) AppendUtf8(text, static_cast<unsigned char>(c));
+  return text;
+}
+
+std::size_t FindNonAscii(std::string_view text) {
+  const auto found =
+      std::find_if(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) < 0; });
+  return static_cast<std::size_t>(found - text.begin());
+}
+
+// Points `text` to the message as UTF-8 without a NUL; `converted` holds it where the bytes are something
+// else. A declaration counts at the very beginning only.
+PlistFault Decode(std::string_view& text, std::string& converted) {
+  const std::string_view encoding = PlistReader(text).declaredEncoding();
+  if (IsPlistWord(encoding, "us-ascii")) {
+    const std::size_t foreign = FindNonAscii(text);
+    if (foreign != text.size()) return {"byte that is not US-ASCII", foreign};
+  } else if (IsPlistWord(encoding, "iso-8859-1")) {
+    converted = Utf8FromLatin1(text);
+    text = converted;
+  } else if (!encoding.empty() && !IsPlistWord(encoding, "utf-8") && !IsPlistWord(encoding, "utf8")) {
+    return {"unknown encoding", 0};
+  }
+  const std::size_t unfit = FindUnfitByte(text);
+  if (unfit == text.size()) return {};
+  return {text[unfit] == '\0' ? "NUL character" : "byte that is not UTF-8", unfit};
+}
+
+std::string Sentence(const PlistFault& fault, std::string_view text) {
+  const std::string_view before = text.substr(0, fault.offset);
+  const auto line = 1 + std::count(before.begin(), before.end(), '\n');
+  return std::string(fault.problem) + " on line " + std::to_string(line);
+}
+
+}  // namespace
+
+Plist NSPropertyListSerialization::propertyListFromData(std::string_view bytes, std::string& error) {
+  std::string_view text = bytes;
+  std::string converted;
+  PlistFault fault = Decode(text, converted);
+  PlistReader reader(text);
+  Plist plist;
+  if (fault.problem == nullptr) {
+    plist = reader.readPropertyList();
+    fault = reader.fault();
+  }
+  if (fault.problem != nullptr) error = Sentence(fault, text);
+  return plist;
+}
+
+bool NSPropertyListSerialization::appendDataFromPropertyList(const Plist& plist, std::string& bytes,
+                                                             std::string& error) {
+  const std::size_t sizeBefore = bytes.size();
+  PlistWriter writer(bytes);
+  if (writer.writePropertyList(plist)) return true;
+  bytes.resize(sizeBefore);
+  error = std::string("Property list invalid for format: 100 (") + writer.problem() + ")";
+  return false;
+}
+
+}  // namespace zekara

@@ -1,0 +1,405 @@
+#include "PortableFoundation/PlistReader.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <span>
+
+#include "PortableFoundation/PlistScalars.h"
+#include "PortableFoundation/Utf8.h"
+
+namespace zekara {
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+// An element's name as one number, so that names are told apart by one comparison each. All have less than
+// eight letters; a longer name is no other's number, because it leaves the uppermost byte in use.
+constexpr std::uint64_t Packed(std::uint64_t before, char letter) noexcept {
+  return before << 8 | static_cast<unsigned char>(letter);
+}
+constexpr std::uint64_t Packed(std::string_view name) noexcept {
+  std::uint64_t packed = 0;
+  for (const char letter : name) packed = Packed(packed, letter);
+  return packed;
+}
+
+bool IsNameLetter(char c) noexcept {
+  return c >= 'a' && c <= 'z';
+}
+
+bool IsAttributeNameEnd(char c) noexcept {
+  return IsPlistSpace(c) || std::string_view("=<>/?\"'").find(c) != std::string_view::npos;
+}
+
+}  // namespace
+
+// ---- Failures
+
+// The first failure is the cause of all others.
+bool PlistReader::fail(const char* problem) noexcept {
+  if (fault_.problem != nullptr) return false;
+  fault_.problem = at_ == end_ ? "unexpected end of the text" : problem;
+  fault_.offset = static_cast<std::size_t>(at_ - begin_);
+  return false;
+}
+
+// ---- White space, comments and what stands before the root
+
+bool PlistReader::take(std::string_view text) noexcept {
+  if (!startsWith(text)) return false;
+  at_ += text.size();
+  return true;
+}
+
+// Whether there was any.
+bool PlistReader::skipSpace() noexcept {
+  const char* const start = at_;
+  while (at_ != end_ && IsPlistSpace(*at_)) ++at_;
+  return at_ != start;
+}
+
+bool PlistReader::skipPast(std::string_view end) noexcept {
+  const std::size_t found = rest().find(end);
+  if (found == std::string_view::npos) {
+    at_ = end_;
+    return fail("");
+  }
+  at_ += found + end.size();
+  return true;
+}
+
+// A comment or a processing instruction.
+bool PlistReader::skipMarkup() noexcept {
+  if (take("<!--")) return skipPast("-->");
+  if (take("<?")) return skipPast("?>");
+  return fail("unexpected markup");
+}
+
+// What may stand between elements.
+bool PlistReader::skipInterspace() noexcept {
+  for (;;) {
+    skipSpace();
+    if (end_ - at_ < 2 || at_[0] != '<' || (at_[1] != '!' && at_[1] != '?')) return true;
+    if (!skipMarkup()) return false;
+  }
+}
+
+// Only its end is looked for. An internal subset could define entities, and is refused as a whole.
+bool PlistReader::skipDocumentType() noexcept {
+  char quote = 0;
+  for (; at_ != end_; ++at_) {
+    if (*at_ == '[') return fail("unexpected definitions in the document type");
+    if (quote != 0) {
+      if (*at_ == quote) quote = 0;
+    } else if (*at_ == '"' || *at_ == '\'') {
+      quote = *at_;
+    } else if (*at_ == '>') {
+      ++at_;
+      return true;
+    }
+  }
+  return fail("");
+}
+
+bool PlistReader::skipProlog() noexcept {
+  for (;;) {
+    skipSpace();
+    if (take("<!DOCTYPE")) {
+      if (!skipDocumentType()) return false;
+    } else if (startsWith("<!") || startsWith("<?")) {
+      if (!skipMarkup()) return false;
+    } else {
+      return true;
+    }
+  }
+}
+
+std::string_view PlistReader::declaredEncoding() {
+  std::string_view name;
+  std::string_view value;
+  if (!take("<?xml")) return {};
+  while (skipSpace() && readAttribute(name, value)) {
+    if (name == "encoding") return value;
+  }
+  return {};
+}
+
+// ---- Tags
+
+PlistReader::Element PlistReader::elementNamed(std::uint64_t name) noexcept {
+  switch (name) {
+    case Packed("key"):
+      return Element::Key;
+    case Packed("string"):
+      return Element::String;
+    case Packed("integer"):
+      return Element::Integer;
+    case Packed("real"):
+      return Element::Real;
+    case Packed("true"):
+      return Element::True;
+    case Packed("false"):
+      return Element::False;
+    case Packed("data"):
+      return Element::Data;
+    case Packed("date"):
+      return Element::Date;
+    case Packed("array"):
+      return Element::Array;
+    case Packed("dict"):
+      return Element::Dictionary;
+    case Packed("plist"):
+      return Element::PropertyList;
+    default:
+      return Element::Unknown;
+  }
+}
+
+std::string_view PlistReader::nameOf(Element element) noexcept {
+  constexpr std::string_view kNames[] = {"",      "key",  "string", "integer", "real", "true",
+                                         "false", "data", "date",   "array",   "dict", "plist"};
+  return kNames[static_cast<std::size_t>(element)];
+}
+
+bool PlistReader::readAttribute(std::string_view& name, std::string_view& value) noexcept {
+  const char* const nameEnd = std::find_if(at_, end_, IsAttributeNameEnd);
+  name = {at_, static_cast<std::size_t>(nameEnd - at_)};
+  at_ = nameEnd;
+  if (name.empty()) return fail("unexpected character in a tag");
+  skipSpace();
+  if (!take("=")) return fail("attribute without a value");
+  skipSpace();
+  if (!startsWith("\"") && !startsWith("'")) return fail("attribute value without quotes");
+  const char quote = *at_++;
+  const char* const valueEnd = std::find_if(at_, end_, [quote](char c) { return c == quote || c == '<'; });
+  value = {at_, static_cast<std::size_t>(valueEnd - at_)};
+  at_ = valueEnd;
+  if (at_ == end_ || *at_ != quote) return fail("unexpected \"<\" in an attribute");
+  ++at_;
+  return true;
+}
+
+// Up to the end of the start tag. Attributes mean nothing, but have to be some.
+bool PlistReader::readAttributes() noexcept {
+  std::string_view name;
+  std::string_view value;
+  while (skipSpace() && !startsWith(">") && !startsWith("/")) {
+    if (!readAttribute(name, value)) return false;
+  }
+  return true;
+}
+
+bool PlistReader::readStartTag(Tag& tag) noexcept {
+  if (!startsWith("<")) return fail("unexpected text between elements");
+  if (atEndTag()) return fail("unexpected end tag");
+  const char* at = at_ + 1;
+  std::uint64_t name = 0;
+  while (at != end_ && IsNameLetter(*at)) name = Packed(name, *at++);
+  tag.element = elementNamed(name);
+  if (tag.element == Element::Unknown) return fail("unknown element");
+  at_ = at;
+  if (!startsWith(">") && !readAttributes()) return false;
+  tag.isEmpty = take("/");
+  return take(">") || fail("unexpected character in a tag");
+}
+
+bool PlistReader::readEndTag(Element element) noexcept {
+  if (!take("</")) return fail("unexpected element or text where an end tag belongs");
+  if (!take(nameOf(element))) return fail("end tag of another element");
+  skipSpace();
+  return take(">") || fail("unexpected character in an end tag");
+}
+
+// ---- Text
+
+// All text up to the element's end tag, and the end tag. The view lives until the next call.
+bool PlistReader::readText(Tag tag, std::string_view& text) {
+  text = {};
+  if (tag.isEmpty) return true;
+  const char* stop = at_;
+  while (stop != end_ && *stop != '<' && *stop != '&') ++stop;
+  if (end_ - stop >= 2 && stop[0] == '<' && stop[1] == '/') {
+    text = {at_, static_cast<std::size_t>(stop - at_)};
+    at_ = stop;
+  } else {
+    if (!readPieces()) return false;
+    text = text_;
+  }
+  return readEndTag(tag.element);
+}
+
+bool PlistReader::readPieces() {
+  constexpr std::string_view kSectionEnd = "]]>";
+  text_.clear();
+  while (readRun() && !atEndTag()) {
+    if (take("<![CDATA[")) {
+      const char* const start = at_;
+      if (!skipPast(kSectionEnd)) return false;
+      text_.append(start, at_ - kSectionEnd.size());
+    } else if (!startsWith("<!") && !startsWith("<?")) {
+      return fail("unexpected element inside text");
+    } else if (!skipMarkup()) {
+      return false;
+    }
+  }
+  return fault_.problem == nullptr;
+}
+
+// Text and references up to the next tag.
+bool PlistReader::readRun() {
+  for (;;) {
+    const char* const stop = std::find_if(at_, end_, [](char c) { return c == '<' || c == '&'; });
+    text_.append(at_, stop);
+    at_ = stop;
+    if (at_ == end_) return fail("");
+    if (*at_ == '<') return true;
+    if (!readReference()) return false;
+  }
+}
+
+bool PlistReader::readReference() {
+  constexpr std::pair<std::string_view, char> kEntities[] = {
+      {"&lt;", '<'}, {"&gt;", '>'}, {"&amp;", '&'}, {"&quot;", '"'}, {"&apos;", '\''}};
+  for (const auto& [reference, character] : kEntities) {
+    if (!take(reference)) continue;
+    text_ += character;
+    return true;
+  }
+  return take("&#") ? readCharacterReference() : fail("unknown reference");
+}
+
+bool PlistReader::readCharacterReference() {
+  constexpr std::ptrdiff_t kMostDigits = 8;
+  const int base = take("x") ? 16 : 10;
+  const char* const limit = at_ + std::min(kMostDigits, end_ - at_);
+  std::uint32_t codePoint = 0;
+  const char* const digitsEnd = std::from_chars(at_, limit, codePoint, base).ptr;
+  const bool isCharacter =
+      codePoint != 0 && codePoint <= 0x10FFFF && (codePoint < 0xD800 || codePoint > 0xDFFF);
+  if (digitsEnd == at_ || !isCharacter) return fail("reference to no character");
+  at_ = digitsEnd;
+  if (!take(";")) return fail("reference without an end");
+  AppendUtf8(text_, codePoint);
+  return true;
+}
+
+// ---- Values
+
+Plist PlistReader::readPropertyList() {
+  if (!readRoot()) return {};
+  return std::move(pending_.front());
+}
+
+bool PlistReader::readRoot() {
+  Tag tag;
+  skipSpace();
+  take(kByteOrderMark);
+  if (!skipProlog() || !readStartTag(tag)) return false;
+  if (tag.element != Element::PropertyList) return fail("root element that is no <plist>");
+  if (tag.isEmpty) return fail("<plist> without a value");
+  if (!skipInterspace() || !readValue(0) || !skipInterspace()) return false;
+  if (!readEndTag(Element::PropertyList) || !skipInterspace()) return false;
+  return at_ == end_ || fail("unexpected text after </plist>");
+}
+
+// Puts the value behind the pending ones. `depth` is how many containers are open.
+bool PlistReader::readValue(int depth) {
+  Tag tag;
+  if (!readStartTag(tag)) return false;
+  switch (tag.element) {
+    case Element::String:
+      return readString(tag);
+    case Element::Integer:
+      return readScalar(tag, ParsePlistInteger, "<integer> that is no integer of 64 bits");
+    case Element::Real:
+      return readScalar(tag, ParsePlistReal, "<real> that is no number");
+    case Element::Date:
+      return readScalar(tag, ParsePlistDate, "<date> that is no date");
+    case Element::True:
+    case Element::False:
+      return readBoolean(tag);
+    case Element::Data:
+      return readData(tag);
+    case Element::Array:
+      return readArray(tag, depth);
+    case Element::Dictionary:
+      return readDictionary(tag, depth);
+    case Element::Key:
+    case Element::PropertyList:
+    case Element::Unknown:
+      break;
+  }
+  return fail("unexpected element where a value belongs");
+}
+
+bool PlistReader::readKey() {
+  Tag tag;
+  if (!readStartTag(tag)) return false;
+  if (tag.element != Element::Key) return fail("unexpected element where a key belongs");
+  return readString(tag);
+}
+
+bool PlistReader::readString(Tag tag) {
+  std::string_view text;
+  if (!readText(tag, text)) return false;
+  pending_.emplace_back(text);
+  return true;
+}
+
+bool PlistReader::readBoolean(Tag tag) {
+  std::string_view text;
+  if (!readText(tag, text)) return false;
+  if (!TrimPlistSpace(text).empty()) return fail("boolean with content");
+  pending_.emplace_back(tag.element == Element::True);
+  return true;
+}
+
+bool PlistReader::readData(Tag tag) {
+  std::string_view text;
+  if (!readText(tag, text)) return false;
+  if (!DecodeBase64(text, bytes_)) return fail("<data> that is not Base64");
+  pending_.push_back(Plist::data(bytes_));
+  return true;
+}
+
+bool PlistReader::readScalar(Tag tag, Plist (*parse)(std::string_view) noexcept, const char* problem) {
+  std::string_view text;
+  if (!readText(tag, text)) return false;
+  Plist value = parse(TrimPlistSpace(text));
+  if (value.isNil()) return fail(problem);
+  pending_.push_back(std::move(value));
+  return true;
+}
+
+bool PlistReader::readArray(Tag tag, int depth) {
+  if (depth == kMaximumPlistDepth) return fail("containers nested too deeply");
+  const std::size_t first = pending_.size();
+  while (!tag.isEmpty) {
+    if (!skipInterspace()) return false;
+    if (atEndTag()) break;
+    if (!readValue(depth + 1)) return false;
+  }
+  if (!tag.isEmpty && !readEndTag(tag.element)) return false;
+  Plist array = Plist::frozenArray(std::span(pending_).subspan(first));
+  pending_.resize(first);
+  pending_.push_back(std::move(array));
+  return true;
+}
+
+bool PlistReader::readDictionary(Tag tag, int depth) {
+  if (depth == kMaximumPlistDepth) return fail("containers nested too deeply");
+  const std::size_t first = pending_.size();
+  while (!tag.isEmpty) {
+    if (!skipInterspace()) return false;
+    if (atEndTag()) break;
+    if (!readKey() || !skipInterspace() || !readValue(depth + 1)) return false;
+  }
+  if (!tag.isEmpty && !readEndTag(tag.element)) return false;
+  Plist dictionary = Plist::frozenDictionary(std::span(pending_).subspan(first));
+  pending_.resize(first);
+  pending_.push_back(std::move(dictionary));
+  return true;
+}
+
+}  // namespace zekara

@@ -1,0 +1,228 @@
+#include "PortableFoundation/PlistScalars.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include "PortableFoundation/PlistDate.h"
+
+namespace zekara {
+namespace {
+
+constexpr bool IsDigit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
+
+bool Take(std::string_view& text, char c) noexcept {
+  if (!text.starts_with(c)) return false;
+  text.remove_prefix(1);
+  return true;
+}
+
+// Takes a sign off. Whether it was a minus.
+bool TakeSign(std::string_view& text) noexcept {
+  if (Take(text, '-')) return true;
+  Take(text, '+');
+  return false;
+}
+
+std::string_view TakeDigits(std::string_view& text) noexcept {
+  const auto end = std::find_if_not(text.begin(), text.end(), IsDigit);
+  const std::string_view digits = text.substr(0, static_cast<std::size_t>(end - text.begin()));
+  text.remove_prefix(digits.size());
+  return digits;
+}
+
+// Takes exactly `count` digits off. Whether they were there.
+template <class Number>
+bool TakeNumber(std::string_view& text, std::size_t count, Number& number) noexcept {
+  if (text.size() < count || !std::all_of(text.begin(), text.begin() + count, IsDigit)) return false;
+  std::from_chars(text.data(), text.data() + count, number);
+  text.remove_prefix(count);
+  return true;
+}
+
+// The parts of an unsigned decimal number: "12.50e+3".
+struct Decimal {
+  std::string_view whole;
+  std::string_view fraction;
+  bool hasNegativeExponent = false;
+  std::string_view exponent;
+
+  // Whether all of `text` is such a number.
+  bool parse(std::string_view text) noexcept {
+    whole = TakeDigits(text);
+    if (Take(text, '.')) fraction = TakeDigits(text);
+    if (whole.empty() && fraction.empty()) return false;
+    if (!Take(text, 'e') && !Take(text, 'E')) return text.empty();
+    hasNegativeExponent = TakeSign(text);
+    exponent = TakeDigits(text);
+    return !exponent.empty() && text.empty();
+  }
+
+  // Whether a number that is known to be far from 1 is above it.
+  bool isLarge() const noexcept {
+    constexpr auto kNone = std::string_view::npos;
+    const std::size_t firstOfWhole = whole.find_first_not_of('0');
+    const std::size_t firstOfFraction = fraction.find_first_not_of('0');
+    const double places = firstOfWhole != kNone      ? static_cast<double>(whole.size() - firstOfWhole)
+                          : firstOfFraction != kNone ? -static_cast<double>(firstOfFraction)
+                                                     : 0;
+    double power = 0;
+    for (const char digit : exponent) power = power * 10 + (digit - '0');
+    return places > (hasNegativeExponent ? power : -power);
+  }
+};
+
+constexpr std::string_view kBase64Digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// What a byte stands for in Base64: a digit's value, or one of these.
+constexpr std::uint8_t kSpace = 64;
+constexpr std::uint8_t kPadding = 65;
+constexpr std::uint8_t kForeign = 66;
+
+constexpr auto kBase64Codes = [] {
+  std::array<std::uint8_t, 256> codes{};
+  codes.fill(kForeign);
+  for (std::size_t i = 0; i < kBase64Digits.size(); ++i) {
+    codes[static_cast<unsigned char>(kBase64Digits[i])] = static_cast<std::uint8_t>(i);
+  }
+  for (const char c : {' ', '\t', '\n', '\r'}) codes[static_cast<unsigned char>(c)] = kSpace;
+  codes['='] = kPadding;
+  return codes;
+}();
+
+// Collects Base64 digits, four of which are three bytes.
+class Base64Group {
+ public:
+  explicit Base64Group(std::string& bytes) : bytes_(bytes) {}
+
+  // False where the byte may not stand.
+  bool add(std::uint8_t code) {
+    if (code == kSpace) return true;
+    if (code == kPadding) return digits_ >= 2 && digits_ + ++padding_ <= 4;
+    if (code == kForeign || padding_ != 0) return false;
+    bits_ = bits_ << 6 | code;
+    if (++digits_ == 4) flush();
+    return true;
+  }
+  // False when digits or padding are missing.
+  bool finish() {
+    if (digits_ == 0) return true;
+    if (digits_ + padding_ != 4) return false;
+    bits_ <<= 6 * padding_;
+    flush();
+    return true;
+  }
+
+ private:
+  void flush() {
+    const char three[] = {static_cast<char>(bits_ >> 16), static_cast<char>(bits_ >> 8),
+                          static_cast<char>(bits_)};
+    bytes_.append(three, static_cast<std::size_t>(3 - padding_));
+    bits_ = 0;
+    digits_ = 0;
+  }
+
+  std::string& bytes_;
+  std::uint32_t bits_ = 0;
+  int digits_ = 0;
+  int padding_ = 0;
+};
+
+}  // namespace
+
+std::string_view TrimPlistSpace(std::string_view text) noexcept {
+  while (!text.empty() && IsPlistSpace(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsPlistSpace(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+bool IsPlistWord(std::string_view text, std::string_view word) noexcept {
+  return std::equal(text.begin(), text.end(), word.begin(), word.end(), [](char c, char small) {
+    return c == small || (c >= 'A' && c <= 'Z' && c + ('a' - 'A') == small);
+  });
+}
+
+Plist ParsePlistInteger(std::string_view text) noexcept {
+  const bool isNegative = TakeSign(text);
+  const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  if (isHexadecimal) text.remove_prefix(2);
+  std::uint64_t magnitude = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, failure] = std::from_chars(text.data(), end, magnitude, isHexadecimal ? 16 : 10);
+  if (failure != std::errc() || stop != end) return {};
+  if (!isNegative) return magnitude;
+  if (magnitude > std::uint64_t{1} << 63) return {};
+  return static_cast<std::int64_t>(0 - magnitude);
+}
+
+Plist ParsePlistReal(std::string_view text) noexcept {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  if (IsPlistWord(text, "nan")) return std::numeric_limits<double>::quiet_NaN();
+  const double sign = TakeSign(text) ? -1 : 1;
+  if (IsPlistWord(text, "inf") || IsPlistWord(text, "infinity")) return sign * kInfinity;
+  Decimal decimal;
+  if (!decimal.parse(text)) return {};
+  double magnitude = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), magnitude);
+  if (result.ec == std::errc::result_out_of_range) magnitude = decimal.isLarge() ? kInfinity : 0;
+  return sign * magnitude;
+}
+
+Plist ParsePlistDate(std::string_view text) noexcept {
+  PlistDate date{};
+  const bool isNegative = Take(text, '-');
+  const std::size_t yearDigits = std::min(text.find('-'), text.size());
+  if (yearDigits < 1 || yearDigits > 9) return {};
+  const bool hasForm = TakeNumber(text, yearDigits, date.year) && Take(text, '-') &&
+                       TakeNumber(text, 2, date.month) && Take(text, '-') && TakeNumber(text, 2, date.day) &&
+                       Take(text, 'T') && TakeNumber(text, 2, date.hour) && Take(text, ':') &&
+                       TakeNumber(text, 2, date.minute) && Take(text, ':') &&
+                       TakeNumber(text, 2, date.second) && text == "Z";
+  if (isNegative) date.year = -date.year;
+  if (!hasForm || !date.isValid()) return {};
+  return Plist::date(date.toSeconds());
+}
+
+bool DecodeBase64(std::string_view text, std::string& bytes) {
+  bytes.clear();
+  bytes.reserve(text.size() / 4 * 3 + 3);
+  Base64Group group(bytes);
+  for (const char c : text) {
+    if (!group.add(kBase64Codes[static_cast<unsigned char>(c)])) return false;
+  }
+  return group.finish();
+}
+
+void AppendBase64(std::string& text, std::string_view bytes) {
+  const auto byteAt = [bytes](std::size_t at) -> unsigned {
+    return at < bytes.size() ? static_cast<unsigned char>(bytes[at]) : 0;
+  };
+  for (std::size_t at = 0; at < bytes.size(); at += 3) {
+    const unsigned bits = byteAt(at) << 16 | byteAt(at + 1) << 8 | byteAt(at + 2);
+    const char digits[] = {kBase64Digits[bits >> 18], kBase64Digits[bits >> 12 & 63],
+                           at + 1 < bytes.size() ? kBase64Digits[bits >> 6 & 63] : '=',
+                           at + 2 < bytes.size() ? kBase64Digits[bits & 63] : '='};
+    text.append(digits, sizeof digits);
+  }
+}
+
+void AppendPlistReal(std::string& text, double real) {
+  if (std::isnan(real)) {
+    text += "nan";
+  } else if (std::isinf(real)) {
+    text += real < 0 ? "-infinity" : "+infinity";
+  } else if (real == 0) {
+    text += std::signbit(real) ? "-0.0" : "0.0";
+  } else {
+    char digits[32];
+    const auto end = std::to_chars(digits, digits + sizeof digits, real, std::chars_format::general, 17).ptr;
+    text.append(digits, end);
+  }
+}
+
+}  // namespace zekara

@@ -1,0 +1,243 @@
+#include "PortableFoundation/PlistWriter.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "PortableFoundation/PlistDate.h"
+#include "PortableFoundation/PlistScalars.h"
+#include "PortableFoundation/Utf8.h"
+
+namespace zekara {
+namespace {
+
+constexpr std::string_view kHead =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n";
+constexpr std::string_view kTail = "</plist>\n";
+
+// The bytes of UTF-8 compare as UTF-16 code units do but for one case: surrogate pairs (lead bytes F0 to F4)
+// come before U+E000 to U+FFFF (lead bytes EE and EF). Two values that are no lead byte of any sequence, FE
+// and FF, put that right.
+unsigned char SortingByte(char c) noexcept {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte == 0xEE || byte == 0xEF ? static_cast<unsigned char>(byte | 0x10) : byte;
+}
+
+bool SortsBefore(std::string_view left, std::string_view right) noexcept {
+  const auto [l, r] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
+  if (l == left.end() || r == right.end()) return r != right.end();
+  return SortingByte(*l) < SortingByte(*r);
+}
+
+std::uint64_t SortingStart(std::string_view key) noexcept {
+  std::uint64_t start = 0;
+  for (std::size_t i = 0; i < sizeof start; ++i)
+    start = start << 8 | (i < key.size() ? SortingByte(key[i]) : 0);
+  return start;
+}
+
+// How text is written: as it is, as a reference, or only after a check.
+std::string_view ReferenceFor(char c) noexcept {
+  switch (c) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '\r':
+      return "&#13;";  // XML parsers make a line feed of a plain one
+    default:
+      return {};
+  }
+}
+
+const char* ForeignKeyProblem(Plist::Kind kind) noexcept {
+  switch (kind) {
+    case Plist::Kind::Boolean:
+      return "property list dictionaries may only have keys which are CFStrings, not 'CFBoolean'";
+    case Plist::Kind::Data:
+      return "property list dictionaries may only have keys which are CFStrings, not 'CFData'";
+    case Plist::Kind::Date:
+      return "property list dictionaries may only have keys which are CFStrings, not 'CFDate'";
+    default:
+      return "property list dictionaries may only have keys which are CFStrings, not 'CFNumber'";
+  }
+}
+
+}  // namespace
+
+bool PlistWriter::fail(const char* problem) noexcept {
+  problem_ = problem;
+  return false;
+}
+
+bool PlistWriter::writePropertyList(const Plist& plist) {
+  bytes_ += kHead;
+  if (!writeValue(plist, 0)) return false;
+  bytes_ += kTail;
+  return true;
+}
+
+// One line, or more for a container and data.
+bool PlistWriter::writeValue(const Plist& value, int depth) {
+  indent(depth);
+  switch (value.kind()) {
+    case Plist::Kind::Nil:
+      return fail("property lists cannot contain objects of type 'CFNull'");
+    case Plist::Kind::String:
+      bytes_ += "<string>";
+      if (!writeText(value.string())) return false;
+      bytes_ += "</string>\n";
+      return true;
+    case Plist::Kind::Integer:
+      writeInteger(value);
+      return true;
+    case Plist::Kind::Real:
+      bytes_ += "<real>";
+      AppendPlistReal(bytes_, value.doubleValue());
+      bytes_ += "</real>\n";
+      return true;
+    case Plist::Kind::Boolean:
+      bytes_ += value.boolValue() ? "<true/>\n" : "<false/>\n";
+      return true;
+    case Plist::Kind::Data:
+      writeData(value.bytes(), depth);
+      return true;
+    case Plist::Kind::Date:
+      return writeDate(value);
+    case Plist::Kind::Array:
+    case Plist::Kind::Dictionary:
+      break;
+  }
+  return writeContainer(value, depth);
+}
+
+bool PlistWriter::writeContainer(const Plist& value, int depth) {
+  if (depth == kMaximumPlistDepth) {
+    const bool holdsItself =
+        std::ranges::any_of(openContainers_, [&](const Plist* open) { return open->isSameObject(value); });
+    return fail(holdsItself ? "property lists cannot contain recursive container references"
+                            : "property lists cannot contain containers nested so deeply");
+  }
+  openContainers_[static_cast<std::size_t>(depth)] = &value;
+  const std::string_view name = value.isArray() ? "array" : "dict";
+  bytes_ += '<';
+  bytes_ += name;
+  if (value.count() == 0) {
+    bytes_ += "/>\n";
+    return true;
+  }
+  bytes_ += ">\n";
+  if (!(value.isArray() ? writeElements(value, depth + 1) : writeEntries(value, depth + 1))) return false;
+  indent(depth);
+  bytes_ += "</";
+  bytes_ += name;
+  bytes_ += ">\n";
+  return true;
+}
+
+bool PlistWriter::writeElements(const Plist& array, int depth) {
+  return std::ranges::all_of(array.elements(),
+                             [&](const Plist& element) { return writeValue(element, depth); });
+}
+
+bool PlistWriter::writeEntries(const Plist& dictionary, int depth) {
+  const auto entries = dictionary.entries();
+  for (const Plist::Entry& entry : entries) {
+    if (!entry.key.isString()) return fail(ForeignKeyProblem(entry.key.kind()));
+  }
+  const auto isDisordered = [](const Plist::Entry& left, const Plist::Entry& right) {
+    return SortsBefore(right.key.string(), left.key.string());
+  };
+  if (std::ranges::adjacent_find(entries, isDisordered) != entries.end())
+    return writeSortedEntries(dictionary, depth);
+  return std::ranges::all_of(entries, [&](const Plist::Entry& entry) { return writeEntry(entry, depth); });
+}
+
+bool PlistWriter::writeSortedEntries(const Plist& dictionary, int depth) {
+  const std::size_t first = sorted_.size();
+  for (const Plist::Entry& entry : dictionary.entries())
+    sorted_.push_back({SortingStart(entry.key.string()), &entry});
+  std::sort(sorted_.begin() + static_cast<std::ptrdiff_t>(first), sorted_.end(),
+            [](const SortedEntry& left, const SortedEntry& right) {
+              if (left.keyStart != right.keyStart) return left.keyStart < right.keyStart;
+              return SortsBefore(left.entry->key.string(), right.entry->key.string());
+            });
+  const std::size_t end = sorted_.size();
+  for (std::size_t i = first; i < end; ++i) {
+    if (!writeEntry(*sorted_[i].entry, depth)) return false;
+  }
+  sorted_.resize(first);
+  return true;
+}
+
+bool PlistWriter::writeEntry(const Plist::Entry& entry, int depth) {
+  indent(depth);
+  bytes_ += "<key>";
+  if (!writeText(entry.key.string())) return false;
+  bytes_ += "</key>\n";
+  return writeValue(entry.value, depth);
+}
+
+bool PlistWriter::writeText(std::string_view text) {
+  std::size_t written = 0;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const char c = text[at];
+    if (const std::string_view reference = ReferenceFor(c); !reference.empty()) {
+      bytes_ += text.substr(written, at - written);
+      bytes_ += reference;
+      written = ++at;
+      continue;
+    }
+    if (c == '\0') return fail("property lists cannot contain strings with a NUL character");
+    const std::size_t length = Utf8SequenceLength(text.substr(at));
+    if (length == 0) return fail("property lists cannot contain strings that are not UTF-8");
+    at += length;
+  }
+  bytes_ += text.substr(written);
+  return true;
+}
+
+void PlistWriter::writeInteger(const Plist& integer) {
+  char digits[24];
+  char* const end = digits + sizeof digits;
+  const auto result = integer.isBeyondSigned() ? std::to_chars(digits, end, integer.unsignedLongLongValue())
+                                               : std::to_chars(digits, end, integer.longLongValue());
+  bytes_ += "<integer>";
+  bytes_.append(digits, result.ptr);
+  bytes_ += "</integer>\n";
+}
+
+bool PlistWriter::writeDate(const Plist& date) {
+  constexpr std::int64_t kYearLimit = 1'000'000'000;
+  const PlistDate parts = PlistDate::fromSeconds(date.secondsSince1970());
+  if (parts.year <= -kYearLimit || parts.year >= kYearLimit) {
+    return fail("property lists cannot contain dates whose year has more than nine digits");
+  }
+  bytes_ += "<date>";
+  parts.appendTo(bytes_, 'T', "Z</date>\n");
+  return true;
+}
+
+// Lines become shorter as the indentation grows, down to twelve characters behind eight TABs.
+void PlistWriter::writeData(std::string_view data, int depth) {
+  const int tabs = std::min(depth, 8);
+  const auto bytesPerLine = static_cast<std::size_t>(76 - 8 * tabs) / 4 * 3;
+  bytes_ += "<data>\n";
+  while (!data.empty()) {
+    const std::string_view line = data.substr(0, bytesPerLine);
+    indent(tabs);
+    AppendBase64(bytes_, line);
+    bytes_ += '\n';
+    data.remove_prefix(line.size());
+  }
+  indent(depth);
+  bytes_ += "</data>\n";
+}
+
+}  // namespace zekara
