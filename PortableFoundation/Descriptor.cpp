@@ -19,6 +19,21 @@ bool WaitForRetry(int descriptor, short event) noexcept {
   return true;
 }
 
+// With O_EXLOCK the lock is part of the open. O_NONBLOCK is out of the question: the lock would not be waited for.
+Descriptor OpenAndLock(const char* path, mode_t mode) noexcept {
+#ifdef O_EXLOCK
+  return OpenAt(AT_FDCWD, path, O_RDWR | O_CREAT | O_EXLOCK, mode);
+#else
+  Descriptor file = OpenAt(AT_FDCWD, path, O_RDWR | O_CREAT, mode);
+  if (!file.isOpen()) return file;
+  int result = 0;
+  do {
+    result = flock(file.get(), LOCK_EX);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 ? std::move(file) : Descriptor();
+#endif
+}
+
 }  // namespace
 
 void Descriptor::reset(int descriptor) noexcept {
@@ -35,18 +50,23 @@ Descriptor OpenAt(int directory, const char* path, int flags, mode_t mode) noexc
   return Descriptor(descriptor);
 }
 
-Descriptor OpenLocked(const char* path, mode_t mode) noexcept {
-#ifdef O_EXLOCK
-  return OpenAt(AT_FDCWD, path, O_RDWR | O_CREAT | O_EXLOCK, mode);
-#else
-  Descriptor file = OpenAt(AT_FDCWD, path, O_RDWR | O_CREAT, mode);
-  if (!file.isOpen()) return file;
-  int result = 0;
-  do {
-    result = flock(file.get(), LOCK_EX);
-  } while (result != 0 && errno == EINTR);
-  return result == 0 ? std::move(file) : Descriptor();
-#endif
+Descriptor OpenRegularFile(const char* path) noexcept {
+  Descriptor file = OpenAt(AT_FDCWD, path, O_RDONLY | O_NONBLOCK);
+  struct stat attributes = {};
+  const bool isRegular = file.isOpen() && fstat(file.get(), &attributes) == 0 && S_ISREG(attributes.st_mode);
+  return isRegular ? std::move(file) : Descriptor();
+}
+
+Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept {
+  constexpr int kAttempts = 16;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    Descriptor file = OpenAndLock(path, mode);
+    struct stat opened = {};
+    if (!file.isOpen() || fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) break;
+    struct stat named = {};
+    if (stat(path, &named) == 0 && IsSameFile(named, opened)) return file;
+  }
+  return Descriptor();
 }
 
 ssize_t ReadSome(int descriptor, char* buffer, std::size_t size) noexcept {

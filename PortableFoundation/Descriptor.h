@@ -33,9 +33,12 @@ class Descriptor {
 
 // openat() relative to `directory` (AT_FDCWD for the working directory), with O_CLOEXEC and O_NOCTTY added.
 Descriptor OpenAt(int directory, const char* path, int flags, mode_t mode = 0) noexcept;
-// Opens the file for reading and writing, makes it with `mode` when it is missing, and takes an exclusive flock() on it, for which
-// it waits without limit. Closing the descriptor releases the lock.
-Descriptor OpenLocked(const char* path, mode_t mode) noexcept;
+// Opens a file for reading, if it is a regular one; a FIFO or a device is not waited for.
+Descriptor OpenRegularFile(const char* path) noexcept;
+// Opens a regular file for reading and writing, makes it with `mode` when it is missing, and takes an exclusive flock() on
+// it, for which it waits without limit. Where another file has taken the path meanwhile, that one is opened, a few times at most.
+// Closing the descriptor releases the lock.
+Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept;
 // One read of at most `size` bytes; 0 is the end of the input.
 ssize_t ReadSome(int descriptor, char* buffer, std::size_t size) noexcept;
 // Writes all bytes, however many calls that takes. Returns 0.

@@ -7,6 +7,18 @@
 #include <cerrno>
 
 namespace zekara {
+namespace {
+
+template <class Call>
+bool Succeeds(Call call) {
+  int result = 0;
+  do {
+    result = call();
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+}  // namespace
 
 NSFileManager& NSFileManager::defaultManager() noexcept {
   static NSFileManager manager;
@@ -23,19 +35,19 @@ std::optional<NSFileAttributes> NSFileManager::fileAttributesAtPath_traverseLink
 }
 
 bool NSFileManager::changeOwner_group_atPath(uid_t owner, gid_t group, const std::string& path) const {
-  int result = 0;
-  do {
-    result = chown(path.c_str(), owner, group);
-  } while (result != 0 && errno == EINTR);
-  return result == 0;
+  return Succeeds([&] { return chown(path.c_str(), owner, group); });
 }
 
 bool NSFileManager::changePosixPermissions_atPath(mode_t permissions, const std::string& path) const {
-  int result = 0;
-  do {
-    result = chmod(path.c_str(), permissions);
-  } while (result != 0 && errno == EINTR);
-  return result == 0;
+  return Succeeds([&] { return chmod(path.c_str(), permissions); });
+}
+
+bool NSFileManager::changeOwner_group_ofFile(uid_t owner, gid_t group, const Descriptor& file) const {
+  return Succeeds([&] { return fchown(file.get(), owner, group); });
+}
+
+bool NSFileManager::changePosixPermissions_ofFile(mode_t permissions, const Descriptor& file) const {
+  return Succeeds([&] { return fchmod(file.get(), permissions); });
 }
 
 }  // namespace zekara

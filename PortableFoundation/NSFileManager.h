@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "PortableFoundation/Descriptor.h"
+
 namespace zekara {
 
 // What the suite asks of a file's attributes.
@@ -28,6 +30,9 @@ class NSFileManager {
   // These follow symbolic links and return whether the change was made; errno tells why not.
   bool changeOwner_group_atPath(uid_t owner, gid_t group, const std::string& path) const;
   bool changePosixPermissions_atPath(mode_t permissions, const std::string& path) const;
+  // The same for an open file, whatever its path names by now.
+  bool changeOwner_group_ofFile(uid_t owner, gid_t group, const Descriptor& file) const;
+  bool changePosixPermissions_ofFile(mode_t permissions, const Descriptor& file) const;
 };
 
 }  // namespace zekara

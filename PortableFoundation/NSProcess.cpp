@@ -2,20 +2,20 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #ifdef __APPLE__
 #include <libproc.h>
-#include <sys/ptrace.h>
-#include <sys/resource.h>
 #else
 #include <sys/auxv.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
 #endif
 
 #include <algorithm>
+#include <limits>
+#include <utility>
 
 extern char** environ;
 
@@ -75,6 +75,28 @@ void NSProcessCloseDescriptorsFrom(int first) noexcept {
 }
 
 #endif
+
+Descriptor NSProcessOpenExecutableNamed(const char* path) noexcept {
+  Descriptor running = NSProcessOpenExecutable();
+  struct stat named = {};
+  struct stat opened = {};
+  const bool isSame = running.isOpen() && fstat(running.get(), &opened) == 0 && stat(path, &named) == 0 &&
+                      IsSameFile(named, opened);
+  return isSame ? std::move(running) : Descriptor();
+}
+
+std::uint64_t NSProcessFileSizeLimit() noexcept {
+  rlimit limit = {};
+  return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? limit.rlim_cur : std::numeric_limits<std::uint64_t>::max();
+}
+
+AllSignalsBlocked::AllSignalsBlocked() noexcept {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &previous_);
+}
+
+AllSignalsBlocked::~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
 
 void NSProcessClearEnvironment() noexcept {
   static char* empty[] = {nullptr};

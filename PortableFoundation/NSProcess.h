@@ -1,5 +1,9 @@
 #pragma once
 
+#include <signal.h>
+
+#include <cstdint>
+
 #include "PortableFoundation/Descriptor.h"
 
 namespace zekara {
@@ -10,6 +14,24 @@ bool NSProcessIsPrivileged() noexcept;
 
 // The file that this process is running, open for reading, whatever its path names by now; none when the system does not tell.
 Descriptor NSProcessOpenExecutable() noexcept;
+
+// The same, if `path` names that very file. The path itself is never opened: it may name a FIFO, or a device that acts.
+Descriptor NSProcessOpenExecutableNamed(const char* path) noexcept;
+
+// How many bytes a file may have that this process writes.
+std::uint64_t NSProcessFileSizeLimit() noexcept;
+
+// Blocks every signal for the calling thread until the object goes.
+class AllSignalsBlocked {
+ public:
+  AllSignalsBlocked() noexcept;
+  ~AllSignalsBlocked();
+  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
+  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
+
+ private:
+  sigset_t previous_;
+};
 
 // Leaves the environment empty.
 void NSProcessClearEnvironment() noexcept;

@@ -1,8 +1,6 @@
 #include "Zekara4MacLibrary/ZKASignalSender.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -20,11 +18,10 @@ bool IsAscii(std::string_view text) {
   return std::ranges::all_of(text, [](char c) { return static_cast<signed char>(c) >= 0; });
 }
 
-// The process id that the file holds, 0 when it holds none. O_NONBLOCK: a FIFO is not to be waited for.
+// The process id that the file holds, 0 when it holds none.
 pid_t ReadPid(const std::string& path) {
-  const Descriptor file = OpenAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK);
-  struct stat attributes = {};
-  if (!file.isOpen() || fstat(file.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) return 0;
+  const Descriptor file = OpenRegularFile(path.c_str());
+  if (!file.isOpen()) return 0;
   IntValueScanner scanner;
   char block[4096];
   ssize_t count = 0;

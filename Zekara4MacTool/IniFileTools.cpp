@@ -1,45 +1,18 @@
 #include "Zekara4MacTool/IniFileTools.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <memory>
 #include <utility>
 
 #include "PortableFoundation/Descriptor.h"
 #include "PortableFoundation/NSException.h"
 #include "PortableFoundation/NSFileHandle.h"
+#include "PortableFoundation/NSProcess.h"
 #include "Zekara4MacLibrary/ZKAIniData.h"
 #include "Zekara4MacLibrary/ZKAIniParser.h"
 #include "Zekara4MacTool/ProcessState.h"
 
 namespace zekara {
 namespace {
-
-[[noreturn]] void RaiseCannotOpen() { throw NSException("PatchIniFile", "can't open ini file"); }
-
-// The opened and locked file, if the path still names it once the lock is there: whoever held the lock may have put
-// another file in its place.
-Descriptor OpenOnce(const std::string& path) {
-  Descriptor file = OpenLocked(path.c_str(), 0444);
-  struct stat opened = {};
-  if (!file.isOpen() || fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) RaiseCannotOpen();
-  struct stat named = {};
-  const bool isNamed = stat(path.c_str(), &named) == 0 && IsSameFile(named, opened);
-  return isNamed ? std::move(file) : Descriptor();
-}
-
-Descriptor OpenForPatching(const std::string& path) {
-  constexpr int kAttempts = 16;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    Descriptor file = OpenOnce(path);
-    if (file.isOpen()) return file;
-  }
-  RaiseCannotOpen();
-}
 
 // Finds out, while the file is whole, whether there is memory for its new text and whether the text may be written at
 // this size; what the writer itself will raise is left for later. Returns an empty string with room for the text.
@@ -51,8 +24,7 @@ std::string RehearseWriting(const ZKAIniData& ini, std::size_t expectedSize) {
   } catch (const NSException&) {
     // Deliberate: raised again after the truncation, which the writer's failures do not prevent.
   }
-  rlimit limit = {};
-  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && text.size() > limit.rlim_cur) {
+  if (text.size() > NSProcessFileSizeLimit()) {
     throw NSException(NSFileHandleOperationException, "the new text is larger than files may be");
   }
   text.clear();
@@ -62,7 +34,8 @@ std::string RehearseWriting(const ZKAIniData& ini, std::size_t expectedSize) {
 }  // namespace
 
 ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch) {
-  Descriptor opened = OpenForPatching(path);
+  Descriptor opened = OpenLockedFile(path.c_str(), 0444);
+  if (!opened.isOpen()) throw NSException("PatchIniFile", "can't open ini file");
   const auto file = NSFileHandle::initWithFileDescriptor_closeOnDealloc(opened.get(), true);
   static_cast<void>(opened.release());
   Transaction::blockSignals();

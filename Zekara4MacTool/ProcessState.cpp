@@ -3,12 +3,12 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include "PortableFoundation/NSLog.h"
 #include "PortableFoundation/NSProcess.h"
@@ -51,10 +51,9 @@ void RaiseLimit(int resource, rlim_t wanted) noexcept {
 uid_t g_caller_user = 0;
 gid_t g_caller_group = 0;
 gid_t g_caller_effective_group = 0;
-sigset_t g_caller_mask = {};
 bool g_is_in_transaction = false;
 bool g_has_borrowed_ids = false;
-bool g_has_blocked_signals = false;
+std::optional<AllSignalsBlocked> g_blocked;
 
 }  // namespace
 
@@ -96,18 +95,12 @@ Transaction::~Transaction() {
     // Refused, the process stays root for the rest of its life: a reply and the end.
     g_has_borrowed_ids = setregid(g_caller_group, g_caller_effective_group) != 0 || setreuid(g_caller_user, 0) != 0;
   }
-  if (g_has_blocked_signals) {
-    pthread_sigmask(SIG_SETMASK, &g_caller_mask, nullptr);
-    g_has_blocked_signals = false;
-  }
+  g_blocked.reset();
   g_is_in_transaction = false;
 }
 
 void Transaction::blockSignals() noexcept {
-  if (!g_is_in_transaction || g_has_blocked_signals) return;
-  sigset_t all;
-  sigfillset(&all);
-  g_has_blocked_signals = pthread_sigmask(SIG_SETMASK, &all, &g_caller_mask) == 0;
+  if (g_is_in_transaction && !g_blocked) g_blocked.emplace();
 }
 
 }  // namespace zekara

@@ -1,10 +1,5 @@
 #include "Zekara4MacTool/SelfCheck.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <optional>
 #include <utility>
 
@@ -32,47 +27,22 @@ Plist Details(const std::optional<NSFileAttributes>& found) {
 
 [[noreturn]] void ThrowSelfCheckError(Plist userInfo) { throw NSError("xx", 123, std::move(userInfo)); }
 
-// The running file, if the path names it. The path itself is never opened: it may be a FIFO, or a device that acts.
-Descriptor OpenIfRunning(const std::string& path) {
-  Descriptor running = NSProcessOpenExecutable();
-  struct stat named = {};
-  struct stat opened = {};
-  const bool isSame = running.isOpen() && fstat(running.get(), &opened) == 0 &&
-                      stat(path.c_str(), &named) == 0 && IsSameFile(named, opened);
-  return isSame ? std::move(running) : Descriptor();
-}
-
-// The change of owner takes the set-user-id bit away until the change of mode: nothing is to end the process in between.
-class AllSignalsBlocked {
- public:
-  AllSignalsBlocked() noexcept {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &previous_);
-  }
-  ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-
- private:
-  sigset_t previous_ = {};
-};
-
 enum class RepairResult { kComplete, kOwnerFailed, kModeFailed };
 
 // By path for whoever has the rights himself; otherwise through one descriptor of the running file, so that nothing can be
-// put in its place between the check and the changes.
+// put in its place between the check and the changes. The change of owner takes the set-user-id bit away until the
+// change of mode: no signal is to end the process in between.
 RepairResult RepairAttributes(const std::string& path) {
   const NSFileManager& manager = NSFileManager::defaultManager();
   const bool isPrivileged = NSProcessIsPrivileged();
-  const Descriptor file = isPrivileged ? OpenIfRunning(path) : Descriptor();
+  const Descriptor file = isPrivileged ? NSProcessOpenExecutableNamed(path.c_str()) : Descriptor();
   const AllSignalsBlocked blocked;
-  const bool isOwned = isPrivileged ? file.isOpen() && fchown(file.get(), 0, 0) == 0
+  const bool isOwned = isPrivileged ? manager.changeOwner_group_ofFile(0, 0, file)
                                     : manager.changeOwner_group_atPath(0, 0, path);
   if (!isOwned) return RepairResult::kOwnerFailed;
   const mode_t mode = kRequired.posixPermissions;
-  const bool hasMode =
-      isPrivileged ? fchmod(file.get(), mode) == 0 : manager.changePosixPermissions_atPath(mode, path);
+  const bool hasMode = isPrivileged ? manager.changePosixPermissions_ofFile(mode, file)
+                                    : manager.changePosixPermissions_atPath(mode, path);
   return hasMode ? RepairResult::kComplete : RepairResult::kModeFailed;
 }
 
