@@ -11,7 +11,7 @@ namespace {
 Plist ModifiableSection(const Plist& tree, const Plist& name) {
   const Plist& existing = tree.objectForKey(name);
   if (!existing.isNil()) return existing;
-  const Plist made = Plist::dictionary();
+  Plist made = Plist::dictionary();
   tree.setObject_forKey(made, name);
   return made;
 }

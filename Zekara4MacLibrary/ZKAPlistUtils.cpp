@@ -15,7 +15,7 @@ Plist DefaultValue(const SectionDefault& row) {
     case DefaultTypeNumber:
       return std::atoi(text);
     case DefaultTypeList: {
-      const Plist list = Plist::array();
+      Plist list = Plist::array();
       for (auto* entry = static_cast<const char* const*>(row.value); *entry != nullptr; ++entry) {
         list.addObject(*entry);
       }
@@ -41,14 +41,14 @@ void ForEachBoolean(const Plist& section, const SectionDefault* defaults, Change
 
 void PlistSupplementDefaults(const Plist& tree, const Plist& section, const SectionDefault* defaults) {
   if (tree.objectForKey(section).isNil()) tree.setObject_forKey(Plist::dictionary(), section);
-  const Plist target = tree.objectForKey(section);
+  const Plist& target = tree.objectForKey(section);
   for (const SectionDefault* row = defaults; row->key != nullptr; ++row) {
     if (target.objectForKey(row->key).isNil()) target.setObject_forKey(DefaultValue(*row), row->key);
   }
 }
 
 Plist PlistDeepCopy(const Plist& tree) {
-  const Plist result = Plist::dictionaryWithCapacity(tree.count());
+  Plist result = Plist::dictionaryWithCapacity(tree.count());
   for (const auto& [name, section] : tree.entries()) {
     const Plist copy = Plist::dictionary();
     result.setObject_forKey(copy, name);
@@ -58,7 +58,7 @@ Plist PlistDeepCopy(const Plist& tree) {
 }
 
 Plist PlistDiff(const Plist& old, const Plist& new_) {
-  const Plist diff = Plist::dictionary();
+  Plist diff = Plist::dictionary();
   for (const auto& [name, section] : new_.entries()) {
     const Plist& oldSection = old.objectForKey(name);
     if (oldSection.isNil()) {
@@ -77,7 +77,7 @@ Plist PlistDiff(const Plist& old, const Plist& new_) {
 ZKAChangedSections PlistPatch(const Plist& tree, const Plist& patch) {
   ZKAChangedSections changed;
   for (const auto& [name, patchSection] : patch.entries()) {
-    const Plist section = tree.objectForKey(name);
+    const Plist& section = tree.objectForKey(name);
     if (section.isNil()) {
       tree.setObject_forKey(patchSection.mutableCopy(), name);
       changed.emplace(name.string());

@@ -28,7 +28,7 @@ std::size_t FindMessageEnd(const std::string& bytes, std::size_t from) {
 std::shared_ptr<ZKAXMLConnection> ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
     std::shared_ptr<NSFileHandle> handleForReading, std::shared_ptr<NSFileHandle> handleForWriting,
     ZKAXMLConnectionDelegating* delegate) {
-  const std::shared_ptr<ZKAXMLConnection> connection(
+  std::shared_ptr<ZKAXMLConnection> connection(
       new ZKAXMLConnection(std::move(handleForReading), std::move(handleForWriting), delegate));
   connection->armRead();
   return connection;

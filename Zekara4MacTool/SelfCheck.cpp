@@ -20,7 +20,7 @@ Plist OwnerDetails(uid_t owner, gid_t group) {
 
 Plist Details(const std::optional<NSFileAttributes>& found) {
   if (!found) return {};
-  const Plist details = OwnerDetails(found->ownerAccountID, found->groupOwnerAccountID);
+  Plist details = OwnerDetails(found->ownerAccountID, found->groupOwnerAccountID);
   details.setObject_forKey(found->posixPermissions, "NSFilePosixPermissions");
   return details;
 }

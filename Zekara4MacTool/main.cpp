@@ -6,13 +6,13 @@
 #include "Zekara4MacTool/ProcessState.h"
 #include "Zekara4MacTool/SelfCheck.h"
 
+namespace zekara {
 namespace {
 
 // How the process ends. Deliberate: 1 also after a post-install task that did all its work.
 enum ExitStatus { kPipeServed = 0, kNotServed = 1, kTerminated = 2 };
 
 int RunMode(int argc, char* argv[]) {
-  using namespace zekara;
   if (argc <= 1) {
     NSLog("PostInstall task");
     PostInstall();
@@ -26,14 +26,15 @@ int RunMode(int argc, char* argv[]) {
 }
 
 }  // namespace
+}  // namespace zekara
 
 int main(int argc, char* argv[]) {
   zekara::PrepareProcess();
   try {
     zekara::SelfCheck(argc > 0 ? argv[0] : "");
-    return RunMode(argc, argv);
+    return zekara::RunMode(argc, argv);
   } catch (...) {
     zekara::NSLog("Terminated with error");
-    return kTerminated;
+    return zekara::kTerminated;
   }
 }

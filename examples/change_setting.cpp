@@ -1,0 +1,110 @@
+// Changes one setting through the tool, as a front end does.
+//
+//   change_setting TOOL SECTION KEY VALUE
+//
+// Prints "done" and ends with 0, or prints the tool's error and ends with 1.
+
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "PortableFoundation/NSException.h"
+#include "PortableFoundation/NSFileHandle.h"
+#include "PortableFoundation/NSRunLoop.h"
+#include "PortableFoundation/Plist.h"
+#include "Zekara4MacLibrary/ZKAXMLConnection.h"
+
+namespace {
+
+using namespace zekara;
+
+// The tool, running, with its standard input and output at the other end of a socket pair.
+class ToolProcess {
+ public:
+  explicit ToolProcess(const char* path) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::system_error(errno, std::generic_category());
+    handle_ = NSFileHandle::initWithFileDescriptor_closeOnDealloc(ends[0], true);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addclose(&actions, ends[0]);
+    posix_spawn_file_actions_addclose(&actions, ends[1]);
+    std::string name = path;
+    std::string mode = "pipe";
+    char* arguments[] = {name.data(), mode.data(), nullptr};
+    const int error = posix_spawn(&process_, path, &actions, nullptr, arguments, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    if (error != 0) throw std::system_error(error, std::generic_category(), path);
+  }
+  ToolProcess(const ToolProcess&) = delete;
+  ToolProcess& operator=(const ToolProcess&) = delete;
+  ~ToolProcess() { waitpid(process_, nullptr, 0); }
+
+  const std::shared_ptr<NSFileHandle>& handle() const { return handle_; }
+
+ private:
+  std::shared_ptr<NSFileHandle> handle_;
+  pid_t process_ = 0;
+};
+
+// Keeps the first reply, and knows when there will be none.
+class Conversation final : public ZKAXMLConnectionDelegating {
+ public:
+  void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection&) override { reply_ = message; }
+  void connectionClosed(ZKAXMLConnection&) override { isClosed_ = true; }
+
+  const Plist& waitForReply() const {
+    while (reply_.isNil() && !isClosed_ && NSRunLoop::currentRunLoop().runBeforeDate()) {
+    }
+    return reply_;
+  }
+
+ private:
+  Plist reply_;
+  bool isClosed_ = false;
+};
+
+Plist ChangeConfig(const char* tool, const Plist& settings) {
+  const ToolProcess process(tool);
+  Conversation conversation;
+  const auto connection = ZKAXMLConnection::initWithFileHandle_delegate(process.handle(), &conversation);
+  connection->sendMessage(Plist::dictionary({{"tag", "cmd"}, {"cmd", "ChangeConfig"}, {"arg", settings}}));
+  return conversation.waitForReply();
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  if (argc != 5) {
+    std::fprintf(stderr, "usage: %s TOOL SECTION KEY VALUE\n", argv[0]);
+    return 2;
+  }
+  try {
+    const Plist settings = Plist::dictionary({{argv[2], Plist::dictionary({{argv[3], argv[4]}})}});
+    const Plist reply = ChangeConfig(argv[1], settings);
+    if (reply.isNil()) {
+      std::fprintf(stderr, "%s ended without a reply; its log tells why\n", argv[1]);
+      return 1;
+    }
+    const Plist error = reply.objectForKey("err");
+    if (!error.isNil()) {
+      std::fprintf(stderr, "the tool says: %s\n", error.description().c_str());
+      return 1;
+    }
+    std::puts("done");
+    return 0;
+  } catch (const std::exception& thrown) {
+    std::fprintf(stderr, "%s\n", thrown.what());
+    return 1;
+  }
+}
