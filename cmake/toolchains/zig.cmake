@@ -1,0 +1,37 @@
+# Builds for another system with zig's clang, its C library and its libc++: -DZEKARA_TARGET=aarch64-macos.13.3,
+# x86_64-macos.13.3 or x86_64-linux-musl. scripts/build-macos and scripts/test-libcxx use it; a Mac needs no toolchain file.
+
+set(ZEKARA_TARGET "" CACHE STRING "What to build for, as zig names it")
+set(ZEKARA_ZIG "" CACHE FILEPATH "The program zig; scripts/zig prints where it is")
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZEKARA_TARGET ZEKARA_ZIG)
+
+string(REGEX MATCH "^[^-]+" CMAKE_SYSTEM_PROCESSOR "${ZEKARA_TARGET}")
+if(ZEKARA_TARGET MATCHES "-macos\\.([0-9.]+)$")
+  set(CMAKE_SYSTEM_NAME Darwin)
+  set(ZEKARA_MACOS_MINIMUM ${CMAKE_MATCH_1})
+  # The target's name says all that -isysroot, -arch and -mmacosx-version-min would.
+  set(CMAKE_OSX_SYSROOT "" CACHE STRING "" FORCE)
+  set(CMAKE_OSX_DEPLOYMENT_TARGET "" CACHE STRING "" FORCE)
+elseif(ZEKARA_TARGET MATCHES "-linux-musl$")
+  set(CMAKE_SYSTEM_NAME Linux)
+  if(CMAKE_HOST_SYSTEM_PROCESSOR STREQUAL CMAKE_SYSTEM_PROCESSOR)
+    set(CMAKE_CROSSCOMPILING_EMULATOR env)  # it runs here
+  endif()
+else()
+  message(FATAL_ERROR "ZEKARA_TARGET=\"${ZEKARA_TARGET}\" is no target of this toolchain file")
+endif()
+
+set(CMAKE_CXX_COMPILER "${ZEKARA_ZIG}" c++ -target ${ZEKARA_TARGET})
+# Debian's llvm reads and writes the archives of every target; some of its programs stand in its own directory only.
+file(GLOB ZEKARA_LLVM_DIRECTORIES /usr/lib/llvm-*/bin)
+foreach(tool IN ITEMS ar ranlib nm strip install-name-tool)
+  string(TOUPPER "CMAKE_${tool}" variable)
+  string(REPLACE "-" "_" variable "${variable}")
+  find_program(${variable} NAMES llvm-${tool} HINTS ${ZEKARA_LLVM_DIRECTORIES} REQUIRED)
+endforeach()
+
+# Nothing of this machine's own libraries is found for another system; zekara's consumers add their prefixes.
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
