@@ -16,7 +16,8 @@ const char* const default_excluded_path[] = {
 
 }  // namespace
 
-// Deliberate: "HeuristicAnalysis", "PreFork" and "LogScanned" are strings, which the boolean conversions leave alone.
+// Deliberate: "HeuristicAnalysis", "PreFork" and "LogScanned" are strings, which the boolean conversions
+// leave alone.
 const SectionDefault g_daemon_defaults[] = {
     {"RunForeground", DefaultTypeBoolean, "Yes"},
     {"User", DefaultTypeString, "root"},

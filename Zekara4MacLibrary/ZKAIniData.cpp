@@ -29,7 +29,8 @@ void AppendTerm(std::string& text, const Plist& value) {
   }
 }
 
-// Deliberate: an empty list writes nothing, not even the line end, so that the next key follows on the same line.
+// Deliberate: an empty list writes nothing, not even the line end, so that the next key follows on the same
+// line.
 void AppendList(std::string& text, const Plist& list) {
   std::string_view separator;
   for (const Plist& element : list.elements()) {

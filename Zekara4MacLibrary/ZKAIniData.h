@@ -8,7 +8,8 @@
 
 namespace zekara {
 
-// An INI configuration file in memory: sections of keys and values, in the order in which they first appeared.
+// An INI configuration file in memory: sections of keys and values, in the order in which they first
+// appeared.
 //
 // A section is a modifiable dictionary; a value is a string, a number, a list of these, or whatever a patch
 // brought. Sections and the tree itself are shared with the caller: changing them changes the document. Not
@@ -18,14 +19,15 @@ class ZKAIniData {
   // The empty document.
   static std::shared_ptr<ZKAIniData> init() { return std::shared_ptr<ZKAIniData>(new ZKAIniData); }
 
-  // Adds a value: the first one under a key is stored as it is, the second one makes a list of both, later ones are
-  // appended. The section is made when it is missing. A nil section, key or value raises
+  // Adds a value: the first one under a key is stored as it is, the second one makes a list of both, later
+  // ones are appended. The section is made when it is missing. A nil section, key or value raises
   // "NSInvalidArgumentException"; the section may have been made by then.
   void addObject_forKey_inSection(Plist object, const Plist& key, const Plist& section);
   // Stores a value, replacing an earlier value or list; otherwise the same.
   void setObject_forKey_inSection(Plist object, const Plist& key, const Plist& section);
 
-  // The stored value itself; nil when the section or the key is missing. The reference lives until its section changes.
+  // The stored value itself; nil when the section or the key is missing. The reference lives until its
+  // section changes.
   const Plist& objectForKey_inSection(const Plist& key, const Plist& section) const;
   // The section's live dictionary; nil when missing.
   Plist section(const Plist& section) const { return plist_.objectForKey(section); }
@@ -40,8 +42,8 @@ class ZKAIniData {
   // The live section tree.
   const Plist& asDictionary() const noexcept { return plist_; }
 
-  // The document as INI text in UTF-8, as docs/ini-format.md lays it down. Raises "NSInvalidArgumentException" when a section
-  // is no dictionary, or a value is nested too deeply for a text.
+  // The document as INI text in UTF-8, as docs/ini-format.md lays it down. Raises
+  // "NSInvalidArgumentException" when a section is no dictionary, or a value is nested too deeply for a text.
   std::string asIni() const;
   // The same, appended to `text`; what was appended before a failure stays.
   void appendIniTo(std::string& text) const;

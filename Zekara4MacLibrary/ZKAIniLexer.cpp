@@ -8,10 +8,16 @@
 namespace zekara {
 namespace {
 
-constexpr bool IsBlank(std::int32_t c) { return c == ' ' || c == '\t'; }
-constexpr bool IsLineEnd(std::int32_t c) { return c == '\r' || c == '\n'; }
+constexpr bool IsBlank(std::int32_t c) {
+  return c == ' ' || c == '\t';
+}
+constexpr bool IsLineEnd(std::int32_t c) {
+  return c == '\r' || c == '\n';
+}
 // Deliberate: a zero byte and every byte of 0x80 and above end the input as its true end does.
-constexpr bool IsEnd(std::int32_t c) { return c <= 0; }
+constexpr bool IsEnd(std::int32_t c) {
+  return c <= 0;
+}
 
 // Whether the character ends a word, by its byte.
 constexpr auto kEndsWord = [] {
@@ -78,8 +84,8 @@ void ZKAIniLexer::skipComment() noexcept {
   skipLineEnds();
 }
 
-// Deliberate: there are no escapes, an end character closes the string as a quote does, and the line ends that directly follow
-// belong to it.
+// Deliberate: there are no escapes, an end character closes the string as a quote does, and the line ends
+// that directly follow belong to it.
 void ZKAIniLexer::readQuotedString() noexcept {
   textStart_ = cpos_;
   std::int32_t c = getc();
@@ -88,7 +94,8 @@ void ZKAIniLexer::readQuotedString() noexcept {
   skipLineEnds();
 }
 
-// The word's first character has been taken. Deliberate: the line ends that directly follow belong to the word.
+// The word's first character has been taken. Deliberate: the line ends that directly follow belong to the
+// word.
 void ZKAIniLexer::readWord() noexcept {
   textStart_ = cpos_ - 1;
   while (!kEndsWord[static_cast<unsigned char>(getc())]) {
@@ -108,7 +115,8 @@ std::string_view ZKAIniLexer::string() const noexcept {
 
 Plist ZKAIniLexer::value() const {
   const std::string_view text = string();
-  const bool isNumber = !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+  const bool isNumber =
+      !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
   if (isNumber) return NSStringIntValue(text);
   return text;
 }

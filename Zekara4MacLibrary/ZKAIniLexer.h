@@ -21,8 +21,8 @@ enum ZKAIniToken : std::int32_t {
   ZKAIniTokenEnd = 7,
 };
 
-// Cuts the bytes of an INI configuration file into tokens; docs/ini-format.md gives the rules. Never fails: every
-// byte sequence gives tokens up to ZKAIniTokenEnd. A lexer is read once, from start to end.
+// Cuts the bytes of an INI configuration file into tokens; docs/ini-format.md gives the rules. Never fails:
+// every byte sequence gives tokens up to ZKAIniTokenEnd. A lexer is read once, from start to end.
 class ZKAIniLexer {
  public:
   // The lexer keeps `data` for its lifetime.
@@ -33,16 +33,17 @@ class ZKAIniLexer {
   std::int32_t nextToken();
   std::int32_t token() const noexcept { return token_; }
 
-  // The current token's text without the blanks and tabs at its ends; it is ASCII. The view lives until the next nextToken().
+  // The current token's text without the blanks and tabs at its ends; it is ASCII. The view lives until the
+  // next nextToken().
   std::string_view string() const noexcept;
-  // The same as a value: a run of decimal digits is an integer, clamped to 2147483647; anything else, the empty text included,
-  // stays a string. Quotes make no difference.
+  // The same as a value: a run of decimal digits is an integer, clamped to 2147483647; anything else, the
+  // empty text included, stays a string. Quotes make no difference.
   Plist value() const;
 
   // The next character, a byte taken as a signed 8-bit number, or 0 at the end.
   //
-  // Deliberate: the last byte of the input is never returned, so that an input of L bytes gives L - 1 characters.
-  // The position grows at the end too, and each ungetc() takes one step back.
+  // Deliberate: the last byte of the input is never returned, so that an input of L bytes gives L - 1
+  // characters. The position grows at the end too, and each ungetc() takes one step back.
   std::int32_t getc() noexcept {
     ++cpos_;
     return cpos_ >= data_.size() ? 0 : static_cast<signed char>(data_[cpos_ - 1]);

@@ -14,12 +14,12 @@ class ZKAIniParser {
  public:
   static ZKAIniParser initWithData(std::string data) { return ZKAIniParser(std::move(data)); }
 
-  // The document, read at the first call; later calls return the same one without reading on. The parser keeps a
-  // share of it.
+  // The document, read at the first call; later calls return the same one without reading on. The parser
+  // keeps a share of it.
   //
-  // A syntax error raises NSException "ini-syntax" with the reason "unexpected token". A value before the first section header
-  // or a "," before the first key raises "NSInvalidArgumentException". After either, parse() returns what had been
-  // read before the failing token.
+  // A syntax error raises NSException "ini-syntax" with the reason "unexpected token". A value before the
+  // first section header or a "," before the first key raises "NSInvalidArgumentException". After either,
+  // parse() returns what had been read before the failing token.
   std::shared_ptr<ZKAIniData> parse();
 
  private:

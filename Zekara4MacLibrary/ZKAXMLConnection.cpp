@@ -25,7 +25,8 @@ std::size_t FindMessageEnd(const std::string& bytes, std::size_t from) {
 
 }  // namespace
 
-std::shared_ptr<ZKAXMLConnection> ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
+std::shared_ptr<ZKAXMLConnection>
+ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
     std::shared_ptr<NSFileHandle> handleForReading, std::shared_ptr<NSFileHandle> handleForWriting,
     ZKAXMLConnectionDelegating* delegate) {
   std::shared_ptr<ZKAXMLConnection> connection(
@@ -49,14 +50,16 @@ ZKAXMLConnection::ZKAXMLConnection(std::shared_ptr<NSFileHandle> handleForReadin
   assembly_.reserve(kInitialCapacity);
 }
 
-ZKAXMLConnection::~ZKAXMLConnection() { handleForReading_->cancelReadInBackground(); }
+ZKAXMLConnection::~ZKAXMLConnection() {
+  handleForReading_->cancelReadInBackground();
+}
 
 void ZKAXMLConnection::armRead() {
   handleForReading_->readInBackground([this](std::string_view block) { dataArrived(block); });
 }
 
-// Deliberate: a failure while handling input ends the connection, whatever is left of the input. Reads are armed only after
-// every complete message in the block has been handled.
+// Deliberate: a failure while handling input ends the connection, whatever is left of the input. Reads are
+// armed only after every complete message in the block has been handled.
 void ZKAXMLConnection::dataArrived(std::string_view block) {
   const auto self = shared_from_this();  // the delegate may let go of it
   try {
@@ -71,7 +74,8 @@ void ZKAXMLConnection::dataArrived(std::string_view block) {
   delegate_->connectionClosed(*this);
 }
 
-// Bytes that were searched before can hold no whole marker, so only a marker that ends in the new block is looked for.
+// Bytes that were searched before can hold no whole marker, so only a marker that ends in the new block is
+// looked for.
 void ZKAXMLConnection::processChunk(std::string_view block) {
   const std::size_t known = assembly_.size();
   assembly_.append(block);

@@ -9,8 +9,8 @@
 
 namespace zekara {
 
-// Deliberate: the file monitor is signalled when the patch names its section, changed or not; the updater only when
-// its section has changed.
+// Deliberate: the file monitor is signalled when the patch names its section, changed or not; the updater
+// only when its section has changed.
 void ChangeConfigCmd(const Plist& patch) {
   const Transaction transaction;
   const ZKAChangedSections changed = PatchIniFile(kConfigurationFile, patch);

@@ -14,8 +14,9 @@
 namespace zekara {
 namespace {
 
-// Finds out, while the file is whole, whether there is memory for its new text and whether the text may be written at
-// this size; what the writer itself will raise is left for later. Returns an empty string with room for the text.
+// Finds out, while the file is whole, whether there is memory for its new text and whether the text may be
+// written at this size; what the writer itself will raise is left for later. Returns an empty string with
+// room for the text.
 std::string RehearseWriting(const ZKAIniData& ini, std::size_t expectedSize) {
   std::string text;
   text.reserve(expectedSize);

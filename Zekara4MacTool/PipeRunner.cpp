@@ -45,6 +45,8 @@ void PipeRunner::messageReceived_throughConnection(const Plist& request, ZKAXMLC
   stopNow_ = true;
 }
 
-void PipeRunner::connectionClosed(ZKAXMLConnection&) { stopNow_ = true; }
+void PipeRunner::connectionClosed(ZKAXMLConnection&) {
+  stopNow_ = true;
+}
 
 }  // namespace zekara

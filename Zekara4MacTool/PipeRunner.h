@@ -7,8 +7,8 @@
 
 namespace zekara {
 
-// Serves requests from standard input with replies on standard output; docs/pipe-protocol.md tells both. Answers every
-// request that is complete in the first block of input that holds one, and is then done.
+// Serves requests from standard input with replies on standard output; docs/pipe-protocol.md tells both.
+// Answers every request that is complete in the first block of input that holds one, and is then done.
 class PipeRunner final : private ZKAXMLConnectionDelegating {
  public:
   // The runner, already listening.
@@ -16,7 +16,8 @@ class PipeRunner final : private ZKAXMLConnectionDelegating {
   PipeRunner(const PipeRunner&) = delete;
   PipeRunner& operator=(const PipeRunner&) = delete;
 
-  // Returns when requests have been answered, or the input has ended or failed. Passes on anything but an NSException.
+  // Returns when requests have been answered, or the input has ended or failed. Passes on anything but an
+  // NSException.
   void run();
 
  private:

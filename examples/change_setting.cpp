@@ -30,7 +30,8 @@ class ToolProcess {
  public:
   explicit ToolProcess(const char* path) {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::system_error(errno, std::generic_category());
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0)
+      throw std::system_error(errno, std::generic_category());
     handle_ = NSFileHandle::initWithFileDescriptor_closeOnDealloc(ends[0], true);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -60,7 +61,9 @@ class ToolProcess {
 // Keeps the first reply, and knows when there will be none.
 class Conversation final : public ZKAXMLConnectionDelegating {
  public:
-  void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection&) override { reply_ = message; }
+  void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection&) override {
+    reply_ = message;
+  }
   void connectionClosed(ZKAXMLConnection&) override { isClosed_ = true; }
 
   const Plist& waitForReply() const {
