@@ -37,9 +37,8 @@ struct Plist::StringNode : Node {
     return node;
   }
   static void free(StringNode* node) noexcept {
-    const std::size_t size = sizeof(StringNode) + node->length;
     node->~StringNode();
-    ::operator delete(node, size);
+    ::operator delete(node);
   }
 
   std::size_t length;
@@ -47,6 +46,11 @@ struct Plist::StringNode : Node {
 
 struct Plist::ArrayNode : Node {
   ArrayNode() noexcept : Node(Kind::Array) {}
+
+  void append(Plist element) {
+    if (element.isNil()) throw NSException(NSInvalidArgumentException, "nothing was added to an array");
+    elements.push_back(std::move(element));
+  }
 
   std::vector<Plist> elements;
   Node* nextToFree = nullptr;
@@ -62,7 +66,7 @@ struct Plist::DictionaryNode : Node {
         slots_(other.slots_) {}
 
   // The place of `key` in entries, or entries.size().
-  std::size_t find(const Plist& key) const noexcept;
+  std::size_t find(const Plist& key) const;
   void store(Plist key, Plist value);
 
   std::vector<Entry> entries;
@@ -80,7 +84,7 @@ struct Plist::DictionaryNode : Node {
 
   bool comesLast(const Plist& key) const noexcept;
   std::size_t findByHalving(const Plist& key) const noexcept;
-  std::size_t slotFor(const Plist& key, std::uint32_t hash) const noexcept;
+  std::size_t slotFor(const Plist& key, std::uint32_t hash) const;
   void makeRoom();
 
   bool isAscending_ = true;  // all keys are strings, each greater than the one before, by their bytes
@@ -99,7 +103,7 @@ std::size_t Plist::DictionaryNode::findByHalving(const Plist& key) const noexcep
   return static_cast<std::size_t>(found - entries.begin());
 }
 
-std::size_t Plist::DictionaryNode::slotFor(const Plist& key, std::uint32_t hash) const noexcept {
+std::size_t Plist::DictionaryNode::slotFor(const Plist& key, std::uint32_t hash) const {
   const std::size_t mask = slots_.size() - 1;
   std::size_t at = hash & mask;
   while (slots_[at].place != 0 && (slots_[at].hash != hash || !(entries[slots_[at].place - 1].key == key))) {
@@ -108,7 +112,7 @@ std::size_t Plist::DictionaryNode::slotFor(const Plist& key, std::uint32_t hash)
   return at;
 }
 
-std::size_t Plist::DictionaryNode::find(const Plist& key) const noexcept {
+std::size_t Plist::DictionaryNode::find(const Plist& key) const {
   if (entries.size() > kUnindexedEntries) {
     if (isAscending_) return findByHalving(key);
     const Slot& slot = slots_[slotFor(key, static_cast<std::uint32_t>(key.keyHash()))];
@@ -123,6 +127,13 @@ std::size_t Plist::DictionaryNode::find(const Plist& key) const noexcept {
 }
 
 void Plist::DictionaryNode::store(Plist key, Plist value) {
+  if (key.isNil()) throw NSException(NSInvalidArgumentException, "a value was stored under no key");
+  if (key.isContainer()) {
+    throw NSException(NSInvalidArgumentException, std::string(key.kindName()) + " cannot be a key");
+  }
+  if (value.isNil()) {
+    throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
+  }
   const bool isLast = comesLast(key);
   if (const std::size_t place = isLast ? entries.size() : find(key); place != entries.size()) {
     entries[place].value = std::move(value);
@@ -204,19 +215,18 @@ Plist Plist::dictionaryWithCapacity(std::size_t capacity) {
 
 Plist Plist::frozenArray(std::span<Plist> elements) {
   Plist array = Plist::array();
-  auto& stored = static_cast<ArrayNode*>(array.node())->elements;
-  stored.reserve(elements.size());
-  for (Plist& element : elements) {
-    stored.push_back(std::move(element));
-  }
+  auto& node = *static_cast<ArrayNode*>(array.node());
+  node.elements.reserve(elements.size());
+  for (Plist& element : elements) node.append(std::move(element));
   array.freeze();
   return array;
 }
 
 Plist Plist::frozenDictionary(std::span<Plist> keysAndValues) {
   Plist dictionary = dictionaryWithCapacity(keysAndValues.size() / 2);
+  auto& node = *static_cast<DictionaryNode*>(dictionary.node());
   for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
-    dictionary.setObject_forKey(std::move(keysAndValues[i + 1]), std::move(keysAndValues[i]));
+    node.store(std::move(keysAndValues[i]), std::move(keysAndValues[i + 1]));
   }
   dictionary.freeze();
   return dictionary;
@@ -351,11 +361,7 @@ std::span<const Plist> Plist::elements() const {
   return static_cast<const ArrayNode*>(node())->elements;
 }
 
-void Plist::addObject(Plist element) const {
-  ArrayNode& array = arrayToChange();
-  if (element.isNil()) throw NSException(NSInvalidArgumentException, "nothing was added to an array");
-  array.elements.push_back(std::move(element));
-}
+void Plist::addObject(Plist element) const { arrayToChange().append(std::move(element)); }
 
 std::span<const Plist::Entry> Plist::entries() const {
   if (isNil()) return {};
@@ -374,15 +380,7 @@ const Plist& Plist::objectForKey(std::string_view key) const {
 }
 
 void Plist::setObject_forKey(Plist value, Plist key) const {
-  DictionaryNode& dictionary = dictionaryToChange();
-  if (key.isNil()) throw NSException(NSInvalidArgumentException, "a value was stored under no key");
-  if (key.isContainer()) {
-    throw NSException(NSInvalidArgumentException, std::string(key.kindName()) + " cannot be a key");
-  }
-  if (value.isNil()) {
-    throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
-  }
-  dictionary.store(std::move(key), std::move(value));
+  dictionaryToChange().store(std::move(key), std::move(value));
 }
 
 Plist Plist::copy() const {

@@ -40,6 +40,8 @@ class Plist {
   struct Entry;
 
   Plist() noexcept = default;
+  // Conversions are implicit, as literals in a tree are to read like the tree.
+  // NOLINTBEGIN(google-explicit-constructor)
   Plist(std::string_view text) : Plist(Kind::String, text) {}
   Plist(const char* text) : Plist(std::string_view(text)) {}
   Plist(const std::string& text) : Plist(std::string_view(text)) {}
@@ -58,6 +60,7 @@ class Plist {
     }
     setPayload(static_cast<std::uint64_t>(number));
   }
+  // NOLINTEND(google-explicit-constructor)
 
   // `bytes` are copied.
   static Plist data(std::string_view bytes) { return Plist(Kind::Data, bytes); }
@@ -142,6 +145,7 @@ class Plist {
   // writer chose.
   const Plist& objectForKey(const Plist& key) const;
   const Plist& objectForKey(std::string_view key) const;
+  const Plist& objectForKey(const std::string& key) const { return objectForKey(std::string_view(key)); }
   const Plist& objectForKey(const char* key) const { return objectForKey(std::string_view(key)); }
   // Stores `value` under `key`, replacing an earlier value in its place. A key is any value but nil and
   // containers; only string keys can be written as a property list.

@@ -21,7 +21,8 @@ struct PlistDate {
   std::int64_t toSeconds() const noexcept;
   // Whether the parts name a day and a time that exist; there are no leap seconds.
   bool isValid() const noexcept;
-  // Appends YYYY-MM-DD, `separator`, HH:MM:SS and `suffix`. The year takes four places, its sign included, or more.
+  // Appends YYYY-MM-DD, `separator`, HH:MM:SS and `suffix`. The year takes four places, its sign included, or
+  // more.
   void appendTo(std::string& text, char separator, std::string_view suffix) const;
 };
 

@@ -13,19 +13,15 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// An element's name as one number, so that names are told apart by one comparison each. All have less than
-// eight letters; a longer name is no other's number, because it leaves the uppermost byte in use.
-constexpr std::uint64_t Packed(std::uint64_t before, char letter) noexcept {
-  return before << 8 | static_cast<unsigned char>(letter);
+// An element's name as one number, so that names are told apart by one comparison. All have less than eight letters;
+// a longer name is no other's number, because it leaves the uppermost byte in use.
+constexpr std::uint64_t Packed(std::uint64_t name, char letter) noexcept {
+  return name << 8 | static_cast<unsigned char>(letter);
 }
-constexpr std::uint64_t Packed(std::string_view name) noexcept {
-  std::uint64_t packed = 0;
-  for (const char letter : name) packed = Packed(packed, letter);
-  return packed;
-}
-
-bool IsNameLetter(char c) noexcept {
-  return c >= 'a' && c <= 'z';
+constexpr std::uint64_t Packed(std::string_view letters) noexcept {
+  std::uint64_t name = 0;
+  for (const char letter : letters) name = Packed(name, letter);
+  return name;
 }
 
 bool IsAttributeNameEnd(char c) noexcept {
@@ -33,6 +29,25 @@ bool IsAttributeNameEnd(char c) noexcept {
 }
 
 }  // namespace
+
+enum class PlistReader::Element : std::uint64_t {
+  Key = Packed("key"),
+  String = Packed("string"),
+  Integer = Packed("integer"),
+  Real = Packed("real"),
+  True = Packed("true"),
+  False = Packed("false"),
+  Data = Packed("data"),
+  Date = Packed("date"),
+  Array = Packed("array"),
+  Dictionary = Packed("dict"),
+  PropertyList = Packed("plist")
+};
+
+struct PlistReader::Tag {
+  Element element;
+  bool isEmpty;  // <name/>
+};
 
 // ---- Failures
 
@@ -46,8 +61,14 @@ bool PlistReader::fail(const char* problem) noexcept {
 
 // ---- White space, comments and what stands before the root
 
-bool PlistReader::take(std::string_view text) noexcept {
-  if (!startsWith(text)) return false;
+inline bool PlistReader::take(char c) noexcept {
+  if (!isAt(c)) return false;
+  ++at_;
+  return true;
+}
+
+inline bool PlistReader::take(std::string_view text) noexcept {
+  if (!rest().starts_with(text)) return false;
   at_ += text.size();
   return true;
 }
@@ -80,7 +101,7 @@ bool PlistReader::skipMarkup() noexcept {
 bool PlistReader::skipInterspace() noexcept {
   for (;;) {
     skipSpace();
-    if (end_ - at_ < 2 || at_[0] != '<' || (at_[1] != '!' && at_[1] != '?')) return true;
+    if (!isAt('<', '!') && !isAt('<', '?')) return true;
     if (!skipMarkup()) return false;
   }
 }
@@ -107,10 +128,10 @@ bool PlistReader::skipProlog() noexcept {
     skipSpace();
     if (take("<!DOCTYPE")) {
       if (!skipDocumentType()) return false;
-    } else if (startsWith("<!") || startsWith("<?")) {
-      if (!skipMarkup()) return false;
-    } else {
+    } else if (!isAt('<', '!') && !isAt('<', '?')) {
       return true;
+    } else if (!skipMarkup()) {
+      return false;
     }
   }
 }
@@ -127,39 +148,10 @@ std::string_view PlistReader::declaredEncoding() {
 
 // ---- Tags
 
-PlistReader::Element PlistReader::elementNamed(std::uint64_t name) noexcept {
-  switch (name) {
-    case Packed("key"):
-      return Element::Key;
-    case Packed("string"):
-      return Element::String;
-    case Packed("integer"):
-      return Element::Integer;
-    case Packed("real"):
-      return Element::Real;
-    case Packed("true"):
-      return Element::True;
-    case Packed("false"):
-      return Element::False;
-    case Packed("data"):
-      return Element::Data;
-    case Packed("date"):
-      return Element::Date;
-    case Packed("array"):
-      return Element::Array;
-    case Packed("dict"):
-      return Element::Dictionary;
-    case Packed("plist"):
-      return Element::PropertyList;
-    default:
-      return Element::Unknown;
-  }
-}
-
-std::string_view PlistReader::nameOf(Element element) noexcept {
-  constexpr std::string_view kNames[] = {"",      "key",  "string", "integer", "real", "true",
-                                         "false", "data", "date",   "array",   "dict", "plist"};
-  return kNames[static_cast<std::size_t>(element)];
+PlistReader::Element PlistReader::takeName() noexcept {
+  std::uint64_t name = 0;
+  for (; at_ != end_ && *at_ >= 'a' && *at_ <= 'z'; ++at_) name = Packed(name, *at_);
+  return Element{name};
 }
 
 bool PlistReader::readAttribute(std::string_view& name, std::string_view& value) noexcept {
@@ -168,47 +160,42 @@ bool PlistReader::readAttribute(std::string_view& name, std::string_view& value)
   at_ = nameEnd;
   if (name.empty()) return fail("unexpected character in a tag");
   skipSpace();
-  if (!take("=")) return fail("attribute without a value");
+  if (!take('=')) return fail("attribute without a value");
   skipSpace();
-  if (!startsWith("\"") && !startsWith("'")) return fail("attribute value without quotes");
+  if (!isAt('"') && !isAt('\'')) return fail("attribute value without quotes");
   const char quote = *at_++;
   const char* const valueEnd = std::find_if(at_, end_, [quote](char c) { return c == quote || c == '<'; });
   value = {at_, static_cast<std::size_t>(valueEnd - at_)};
   at_ = valueEnd;
-  if (at_ == end_ || *at_ != quote) return fail("unexpected \"<\" in an attribute");
-  ++at_;
-  return true;
+  return take(quote) || fail("unexpected \"<\" in an attribute");
 }
 
 // Up to the end of the start tag. Attributes mean nothing, but have to be some.
 bool PlistReader::readAttributes() noexcept {
   std::string_view name;
   std::string_view value;
-  while (skipSpace() && !startsWith(">") && !startsWith("/")) {
+  while (skipSpace() && !isAt('>') && !isAt('/')) {
     if (!readAttribute(name, value)) return false;
   }
   return true;
 }
 
 bool PlistReader::readStartTag(Tag& tag) noexcept {
-  if (!startsWith("<")) return fail("unexpected text between elements");
+  if (!isAt('<')) return fail("unexpected text between elements");
   if (atEndTag()) return fail("unexpected end tag");
-  const char* at = at_ + 1;
-  std::uint64_t name = 0;
-  while (at != end_ && IsNameLetter(*at)) name = Packed(name, *at++);
-  tag.element = elementNamed(name);
-  if (tag.element == Element::Unknown) return fail("unknown element");
-  at_ = at;
-  if (!startsWith(">") && !readAttributes()) return false;
-  tag.isEmpty = take("/");
-  return take(">") || fail("unexpected character in a tag");
+  ++at_;
+  tag.element = takeName();
+  if (!isAt('>') && !readAttributes()) return false;
+  tag.isEmpty = take('/');
+  return take('>') || fail("unexpected character in a tag");
 }
 
 bool PlistReader::readEndTag(Element element) noexcept {
-  if (!take("</")) return fail("unexpected element or text where an end tag belongs");
-  if (!take(nameOf(element))) return fail("end tag of another element");
+  if (!atEndTag()) return fail("unexpected element or text where an end tag belongs");
+  at_ += 2;
+  if (takeName() != element) return fail("end tag of another element");
   skipSpace();
-  return take(">") || fail("unexpected character in an end tag");
+  return take('>') || fail("unexpected character in an end tag");
 }
 
 // ---- Text
@@ -219,25 +206,25 @@ bool PlistReader::readText(Tag tag, std::string_view& text) {
   if (tag.isEmpty) return true;
   const char* stop = at_;
   while (stop != end_ && *stop != '<' && *stop != '&') ++stop;
-  if (end_ - stop >= 2 && stop[0] == '<' && stop[1] == '/') {
-    text = {at_, static_cast<std::size_t>(stop - at_)};
-    at_ = stop;
-  } else {
-    if (!readPieces()) return false;
+  text = {at_, static_cast<std::size_t>(stop - at_)};
+  at_ = stop;
+  if (!atEndTag()) {
+    if (!readPieces(text)) return false;
     text = text_;
   }
   return readEndTag(tag.element);
 }
 
-bool PlistReader::readPieces() {
+// What comes behind `start`.
+bool PlistReader::readPieces(std::string_view start) {
   constexpr std::string_view kSectionEnd = "]]>";
-  text_.clear();
+  text_ = start;
   while (readRun() && !atEndTag()) {
     if (take("<![CDATA[")) {
-      const char* const start = at_;
+      const char* const section = at_;
       if (!skipPast(kSectionEnd)) return false;
-      text_.append(start, at_ - kSectionEnd.size());
-    } else if (!startsWith("<!") && !startsWith("<?")) {
+      text_.append(section, at_ - kSectionEnd.size());
+    } else if (!isAt('<', '!') && !isAt('<', '?')) {
       return fail("unexpected element inside text");
     } else if (!skipMarkup()) {
       return false;
@@ -271,7 +258,7 @@ bool PlistReader::readReference() {
 
 bool PlistReader::readCharacterReference() {
   constexpr std::ptrdiff_t kMostDigits = 8;
-  const int base = take("x") ? 16 : 10;
+  const int base = take('x') ? 16 : 10;
   const char* const limit = at_ + std::min(kMostDigits, end_ - at_);
   std::uint32_t codePoint = 0;
   const char* const digitsEnd = std::from_chars(at_, limit, codePoint, base).ptr;
@@ -279,7 +266,7 @@ bool PlistReader::readCharacterReference() {
       codePoint != 0 && codePoint <= 0x10FFFF && (codePoint < 0xD800 || codePoint > 0xDFFF);
   if (digitsEnd == at_ || !isCharacter) return fail("reference to no character");
   at_ = digitsEnd;
-  if (!take(";")) return fail("reference without an end");
+  if (!take(';')) return fail("reference without an end");
   AppendUtf8(text_, codePoint);
   return true;
 }
@@ -292,7 +279,7 @@ Plist PlistReader::readPropertyList() {
 }
 
 bool PlistReader::readRoot() {
-  Tag tag;
+  Tag tag{};
   skipSpace();
   take(kByteOrderMark);
   if (!skipProlog() || !readStartTag(tag)) return false;
@@ -305,7 +292,7 @@ bool PlistReader::readRoot() {
 
 // Puts the value behind the pending ones. `depth` is how many containers are open.
 bool PlistReader::readValue(int depth) {
-  Tag tag;
+  Tag tag{};
   if (!readStartTag(tag)) return false;
   switch (tag.element) {
     case Element::String:
@@ -325,16 +312,13 @@ bool PlistReader::readValue(int depth) {
       return readArray(tag, depth);
     case Element::Dictionary:
       return readDictionary(tag, depth);
-    case Element::Key:
-    case Element::PropertyList:
-    case Element::Unknown:
-      break;
+    default:
+      return fail("unexpected element where a value belongs");
   }
-  return fail("unexpected element where a value belongs");
 }
 
 bool PlistReader::readKey() {
-  Tag tag;
+  Tag tag{};
   if (!readStartTag(tag)) return false;
   if (tag.element != Element::Key) return fail("unexpected element where a key belongs");
   return readString(tag);

@@ -37,28 +37,14 @@ class PlistReader {
   const PlistFault& fault() const noexcept { return fault_; }
 
  private:
-  enum class Element : std::uint8_t {
-    Unknown,
-    Key,
-    String,
-    Integer,
-    Real,
-    True,
-    False,
-    Data,
-    Date,
-    Array,
-    Dictionary,
-    PropertyList
-  };
-  struct Tag {
-    Element element = Element::Unknown;
-    bool isEmpty = false;  // <name/>
-  };
+  enum class Element : std::uint64_t;
+  struct Tag;
 
   bool fail(const char* problem) noexcept;
   std::string_view rest() const noexcept { return {at_, static_cast<std::size_t>(end_ - at_)}; }
-  bool startsWith(std::string_view text) const noexcept { return rest().starts_with(text); }
+  bool isAt(char c) const noexcept { return at_ != end_ && *at_ == c; }
+  bool isAt(char first, char second) const noexcept { return end_ - at_ >= 2 && at_[0] == first && at_[1] == second; }
+  bool take(char c) noexcept;
   bool take(std::string_view text) noexcept;
 
   bool skipSpace() noexcept;
@@ -68,16 +54,15 @@ class PlistReader {
   bool skipDocumentType() noexcept;
   bool skipProlog() noexcept;
 
-  static Element elementNamed(std::uint64_t name) noexcept;
-  static std::string_view nameOf(Element element) noexcept;
+  Element takeName() noexcept;
   bool readAttribute(std::string_view& name, std::string_view& value) noexcept;
   bool readAttributes() noexcept;
   bool readStartTag(Tag& tag) noexcept;
-  bool atEndTag() const noexcept { return end_ - at_ >= 2 && at_[0] == '<' && at_[1] == '/'; }
+  bool atEndTag() const noexcept { return isAt('<', '/'); }
   bool readEndTag(Element element) noexcept;
 
   bool readText(Tag tag, std::string_view& text);
-  bool readPieces();
+  bool readPieces(std::string_view start);
   bool readRun();
   bool readReference();
   bool readCharacterReference();

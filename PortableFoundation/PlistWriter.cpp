@@ -39,7 +39,14 @@ std::uint64_t SortingStart(std::string_view key) noexcept {
   return start;
 }
 
-// How text is written: as it is, as a reference, or only after a check.
+// Characters that are written as they are without a look at what follows: all of ASCII but NUL and the four below.
+constexpr auto kIsPlain = [] {
+  std::array<bool, 256> isPlain{};
+  for (std::size_t c = 1; c < 128; ++c) isPlain[c] = c != '&' && c != '<' && c != '>' && c != '\r';
+  return isPlain;
+}();
+
+// Empty for characters that need no reference.
 std::string_view ReferenceFor(char c) noexcept {
   switch (c) {
     case '&':
@@ -185,21 +192,21 @@ bool PlistWriter::writeEntry(const Plist::Entry& entry, int depth) {
 
 bool PlistWriter::writeText(std::string_view text) {
   std::size_t written = 0;
-  std::size_t at = 0;
-  while (at < text.size()) {
-    const char c = text[at];
-    if (const std::string_view reference = ReferenceFor(c); !reference.empty()) {
-      bytes_ += text.substr(written, at - written);
-      bytes_ += reference;
+  for (std::size_t at = 0; at < text.size();) {
+    if (kIsPlain[static_cast<unsigned char>(text[at])]) {
+      ++at;
+    } else if (const std::string_view reference = ReferenceFor(text[at]); !reference.empty()) {
+      bytes_.append(text, written, at - written).append(reference);
       written = ++at;
-      continue;
+    } else if (text[at] == '\0') {
+      return fail("property lists cannot contain strings with a NUL character");
+    } else {
+      const std::size_t length = Utf8SequenceLength(text.substr(at));
+      if (length == 0) return fail("property lists cannot contain strings that are not UTF-8");
+      at += length;
     }
-    if (c == '\0') return fail("property lists cannot contain strings with a NUL character");
-    const std::size_t length = Utf8SequenceLength(text.substr(at));
-    if (length == 0) return fail("property lists cannot contain strings that are not UTF-8");
-    at += length;
   }
-  bytes_ += text.substr(written);
+  bytes_.append(text, written);
   return true;
 }
 

@@ -306,7 +306,7 @@ TEST(Reading, FaultIsFoundOnItsLine) {
       {"<plist>\n<string>&nbsp;</string></plist>", "unknown reference on line 2"},
       {"<plist>\n<string>&#0;</string></plist>", "reference to no character on line 2"},
       {"<plist>\n<string>a</key></plist>", "end tag of another element on line 2"},
-      {"<plist>\n<strong>a</strong></plist>", "unknown element on line 2"},
+      {"<plist>\n<strong>a</strong></plist>", "unexpected element where a value belongs on line 2"},
       {"<plist>\n<string a>a</string></plist>", "attribute without a value on line 2"},
       {"<plist>\n<string a=b>a</string></plist>", "attribute value without quotes on line 2"},
       {"<plist>\n<true/>\n</plist>\nx", "unexpected text after </plist> on line 4"},

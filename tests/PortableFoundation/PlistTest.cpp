@@ -1,0 +1,512 @@
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <limits>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "PortableFoundation/NSException.h"
+#include "PortableFoundation/Plist.h"
+
+namespace zekara {
+namespace {
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr auto kLowest = std::numeric_limits<std::int64_t>::min();
+constexpr auto kHighest = std::numeric_limits<std::int64_t>::max();
+constexpr auto kHighestUnsigned = std::numeric_limits<std::uint64_t>::max();
+const std::string kLongText = "a string too long to stand in the handle itself";
+
+// The reason that `operation` raises with; empty when it does not raise.
+template <class Operation>
+std::string ReasonOf(Operation operation) {
+  try {
+    operation();
+  } catch (const NSException& exception) {
+    EXPECT_EQ(exception.name(), NSInvalidArgumentException);
+    EXPECT_NE(exception.reason(), "");
+    return exception.reason();
+  }
+  return "";
+}
+
+Plist NestedArrays(int depth) {
+  Plist plist = Plist::array();
+  for (int i = 1; i < depth; ++i) plist = Plist::array({plist});
+  return plist;
+}
+
+std::vector<std::string> KeysOf(const Plist& dictionary) {
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : dictionary.entries()) keys.push_back(key.description());
+  return keys;
+}
+
+// ---- Nil
+
+TEST(PlistNil, AnswersWithNothing) {
+  const Plist nil;
+  EXPECT_TRUE(nil.isNil());
+  EXPECT_FALSE(nil.isString() || nil.isNumber() || nil.isArray() || nil.isDictionary() || nil.isMutable());
+  EXPECT_EQ(nil.string(), "");
+  EXPECT_EQ(nil.bytes(), "");
+  EXPECT_FALSE(nil.isEqualToString(""));
+  EXPECT_EQ(nil.secondsSince1970(), 0);
+  EXPECT_EQ(nil.longLongValue(), 0);
+  EXPECT_EQ(nil.unsignedLongLongValue(), 0U);
+  EXPECT_EQ(nil.doubleValue(), 0.0);
+  EXPECT_FALSE(nil.boolValue());
+  EXPECT_EQ(nil.count(), 0U);
+  EXPECT_TRUE(nil.elements().empty());
+  EXPECT_TRUE(nil.entries().empty());
+  EXPECT_TRUE(nil.objectForKey("a").isNil());
+  EXPECT_TRUE(nil.objectForKey(Plist()).isNil());
+  EXPECT_TRUE(nil.copy().isNil());
+  EXPECT_TRUE(nil.mutableCopy().isNil());
+  EXPECT_EQ(nil.description(), "(null)");
+  nil.freeze();
+}
+
+TEST(PlistNil, EqualsNilAloneAlsoWhenSomethingWasMovedOutOfIt) {
+  Plist moved = "text";
+  const Plist target = std::move(moved);
+  EXPECT_TRUE(moved.isNil());  // NOLINT(bugprone-use-after-move)
+  EXPECT_TRUE(moved == Plist());
+  EXPECT_FALSE(Plist() == Plist(0) || Plist() == Plist("") || Plist() == Plist(false) ||
+               Plist() == Plist::array());
+  EXPECT_TRUE(target.isEqualToString("text"));
+}
+
+TEST(PlistNil, CannotBeStored) {
+  const Plist array = Plist::array({1});
+  const Plist dictionary = Plist::dictionary({{"a", 1}});
+  EXPECT_EQ(ReasonOf([&] { array.addObject({}); }), "nothing was added to an array");
+  EXPECT_EQ(ReasonOf([&] { dictionary.setObject_forKey({}, "key"); }),
+            "no value was stored under the key key");
+  EXPECT_EQ(ReasonOf([&] { dictionary.setObject_forKey(1, {}); }), "a value was stored under no key");
+  EXPECT_NE(ReasonOf([] { Plist::array({1, {}}); }), "");
+  EXPECT_NE(ReasonOf([] { Plist::dictionary({{"a", {}}}); }), "");
+  std::vector<Plist> values(2);
+  EXPECT_NE(ReasonOf([&] { Plist::frozenArray(values); }), "");
+  EXPECT_NE(ReasonOf([&] { Plist::frozenDictionary(values); }), "");
+  EXPECT_EQ(array.count(), 1U);
+  EXPECT_EQ(dictionary.count(), 1U);
+}
+
+// ---- Asking a kind for what it does not know
+
+TEST(PlistKinds, RaiseWithASentenceThatNamesTheKindAndWhatWasAsked) {
+  const std::pair<Plist, std::string> kinds[] = {{"x", "a string"},
+                                                 {1, "a number"},
+                                                 {1.5, "a number"},
+                                                 {true, "a boolean"},
+                                                 {Plist::data("x"), "data"},
+                                                 {Plist::date(0), "a date"},
+                                                 {Plist::array(), "an array"},
+                                                 {Plist::dictionary(), "a dictionary"}};
+  for (const auto& [value, kind] : kinds) {
+    const auto reason = [](auto operation) { return ReasonOf(operation); };
+    const auto expected = [&kind](bool answers, const char* asked) {
+      return answers ? "" : kind + " was asked for " + asked;
+    };
+    const Plist& plist = value;
+    const bool isData = plist.kind() == Plist::Kind::Data;
+    const bool isDate = plist.kind() == Plist::Kind::Date;
+    EXPECT_EQ(plist.kindName(), kind);
+    EXPECT_EQ(reason([&] { plist.string(); }), expected(plist.isString(), "its text"));
+    EXPECT_EQ(reason([&] { plist.isEqualToString("x"); }),
+              expected(plist.isString(), "a comparison with a string"));
+    EXPECT_EQ(reason([&] { plist.bytes(); }), expected(isData, "its bytes"));
+    EXPECT_EQ(reason([&] { plist.secondsSince1970(); }), expected(isDate, "its point in time"));
+    EXPECT_EQ(reason([&] { plist.longLongValue(); }), expected(plist.isNumber(), "its number"));
+    EXPECT_EQ(reason([&] { plist.unsignedLongLongValue(); }), expected(plist.isNumber(), "its number"));
+    EXPECT_EQ(reason([&] { plist.doubleValue(); }), expected(plist.isNumber(), "its number"));
+    EXPECT_EQ(reason([&] { plist.boolValue(); }), expected(plist.isNumber(), "its number"));
+    EXPECT_EQ(reason([&] { plist.count(); }), expected(plist.isArray() || plist.isDictionary(), "its count"));
+    EXPECT_EQ(reason([&] { plist.elements(); }), expected(plist.isArray(), "its elements"));
+    EXPECT_EQ(reason([&] { plist.entries(); }), expected(plist.isDictionary(), "its entries"));
+    EXPECT_EQ(reason([&] { plist.objectForKey("k"); }), expected(plist.isDictionary(), "the value of a key"));
+    EXPECT_EQ(reason([&] { plist.addObject(1); }), expected(plist.isArray(), "an additional element"));
+    EXPECT_EQ(reason([&] { plist.setObject_forKey(1, "k"); }),
+              expected(plist.isDictionary(), "a changed entry"));
+    EXPECT_EQ(reason([&] { plist.mutableCopy(); }),
+              expected(!plist.isNumber() && !isDate, "a modifiable copy"));
+  }
+}
+
+// ---- Scalars
+
+TEST(PlistScalars, TextOfEveryLengthIsKept) {
+  for (std::size_t length = 0; length < 40; ++length) {
+    std::string text(length, 'x');
+    if (length > 0) text[length / 2] = '\0';
+    const Plist string = text;
+    const Plist data = Plist::data(text);
+    const Plist copy = string;
+    EXPECT_EQ(string.string(), text);
+    EXPECT_EQ(copy.string(), text);
+    EXPECT_EQ(data.bytes(), text);
+    EXPECT_TRUE(copy == string && string.isEqualToString(text));
+    EXPECT_FALSE(string == data || string == Plist(text + '\0') || string.isEqualToString(text + "y"));
+  }
+}
+
+TEST(PlistScalars, AssignmentReplacesAndSelfAssignmentKeeps) {
+  Plist value = kLongText;
+  const Plist& alias = value;
+  value = alias;
+  EXPECT_EQ(value.string(), kLongText);
+  value = Plist::array({value, kLongText});
+  value = Plist(value.elements()[1]);
+  EXPECT_EQ(value.string(), kLongText);
+  Plist container = Plist::array({Plist::array({kLongText})});
+  container = container.elements()[0];
+  EXPECT_EQ(container.elements()[0].string(), kLongText);
+}
+
+TEST(PlistScalars, IntegersCutFractionsAndSaturate) {
+  struct Row {
+    Plist number;
+    std::int64_t asSigned;
+    std::uint64_t asUnsigned;
+    bool asBool;
+  };
+  const Row rows[] = {{0, 0, 0, false},
+                      {-1, -1, 0, true},
+                      {true, 1, 1, true},
+                      {false, 0, 0, false},
+                      {kLowest, kLowest, 0, true},
+                      {kHighest, kHighest, 0x7FFFFFFFFFFFFFFFU, true},
+                      {kHighestUnsigned, kHighest, kHighestUnsigned, true},
+                      {1.9, 1, 1, true},
+                      {-1.9, -1, 0, true},
+                      {0.5, 0, 0, true},
+                      {-0.0, 0, 0, false},
+                      {0x1p63, kHighest, 0x8000000000000000U, true},
+                      {-0x1p63, kLowest, 0, true},
+                      {1e300, kHighest, kHighestUnsigned, true},
+                      {-1e300, kLowest, 0, true},
+                      {kInfinity, kHighest, kHighestUnsigned, true},
+                      {-kInfinity, kLowest, 0, true},
+                      {NAN, 0, 0, true}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.number.description());
+    EXPECT_EQ(row.number.longLongValue(), row.asSigned);
+    EXPECT_EQ(row.number.unsignedLongLongValue(), row.asUnsigned);
+    EXPECT_EQ(row.number.boolValue(), row.asBool);
+  }
+  EXPECT_EQ(Plist(kHighestUnsigned).doubleValue(), 0x1p64);
+  EXPECT_TRUE(Plist(std::uint64_t{1} << 63).isBeyondSigned());
+  EXPECT_FALSE(Plist((std::uint64_t{1} << 63) - 1).isBeyondSigned() || Plist(-1).isBeyondSigned());
+}
+
+// ---- Equality
+
+TEST(PlistEquality, IsByKindAndExactContent) {
+  const std::int64_t odd = (std::int64_t{1} << 53) + 1;
+  struct Row {
+    Plist left;
+    Plist right;
+    bool isEqual;
+  };
+  const Row rows[] = {
+      {true, 1, true},
+      {false, 0, true},
+      {true, 2, false},
+      {true, false, false},
+      {true, 1.0, true},
+      {1, 1.0, true},
+      {1, 1.5, false},
+      {odd, 0x1p53, false},
+      {odd - 1, 0x1p53, true},
+      {0.0, -0.0, true},
+      {0, -0.0, true},
+      {NAN, NAN, true},
+      {NAN, -NAN, true},
+      {NAN, 0, false},
+      {NAN, 1.0, false},
+      {kInfinity, kInfinity, true},
+      {kInfinity, -kInfinity, false},
+      {kInfinity, kHighestUnsigned, false},
+      {-1, kHighestUnsigned, false},
+      {kHighest, 0x1p63, false},
+      {std::uint64_t{1} << 63, 0x1p63, true},
+      {kHighestUnsigned, 0x1p64, false},
+      {kLowest, -0x1p63, true},
+      {kLowest, std::uint64_t{1} << 63, false},
+      {5, std::uint64_t{5}, true},
+      {"1", 1, false},
+      {"", Plist(), false},
+      {"\xC3\xA9", "e\xCC\x81", false},
+      {kLongText, kLongText, true},
+      {kLongText, Plist::data(kLongText), false},
+      {"a", Plist::data("a"), false},
+      {Plist::data("a"), Plist::data("a"), true},
+      {Plist::date(5), Plist::date(5), true},
+      {Plist::date(5), Plist::date(6), false},
+      {Plist::date(5), 5, false},
+      {Plist::array(), Plist::array(), true},
+      {Plist::array(), Plist::dictionary(), false},
+      {Plist::array({1, "a"}), Plist::array({1.0, "a"}), true},
+      {Plist::array({1, 2}), Plist::array({2, 1}), false},
+      {Plist::array({1}), Plist::array({1, 1}), false},
+      {Plist::dictionary({{"a", 1}, {"b", 2}}), Plist::dictionary({{"b", 2}, {"a", 1}}), true},
+      {Plist::dictionary({{"a", 1}}), Plist::dictionary({{"a", 2}}), false},
+      {Plist::dictionary({{"a", 1}}), Plist::dictionary({{"b", 1}}), false},
+      {Plist::dictionary({{"a", 1}}), Plist::dictionary({{"a", 1}, {"b", 1}}), false},
+      {Plist::dictionary({{1, "x"}}), Plist::dictionary({{true, "x"}}), true},
+  };
+  for (const auto& [left, right, isEqual] : rows) {
+    EXPECT_EQ(left == right, isEqual) << left.description() << " " << right.description();
+    EXPECT_EQ(right == left, isEqual) << left.description() << " " << right.description();
+    EXPECT_TRUE(left == left && right == right);
+  }
+}
+
+TEST(PlistEquality, RaisesBeyondTheLimitOfDepth) {
+  EXPECT_TRUE(NestedArrays(kMaximumPlistDepth) == NestedArrays(kMaximumPlistDepth));
+  const Plist left = NestedArrays(kMaximumPlistDepth + 1);
+  const Plist right = NestedArrays(kMaximumPlistDepth + 1);
+  EXPECT_EQ(ReasonOf([&] { static_cast<void>(left == right); }), "values too deeply nested were compared");
+  EXPECT_TRUE(left == left);
+}
+
+// ---- Containers
+
+TEST(PlistContainers, AreSharedByTheirHandles) {
+  const Plist dictionary = Plist::dictionary();
+  const Plist handle = dictionary;  // NOLINT(performance-unnecessary-copy-initialization)
+  const Plist outer = Plist::array({dictionary});
+  dictionary.setObject_forKey(1, "a");
+  EXPECT_EQ(handle.count(), 1U);
+  EXPECT_EQ(outer.elements()[0].objectForKey("a").longLongValue(), 1);
+  EXPECT_TRUE(handle.isSameObject(dictionary) && outer.elements()[0].isSameObject(dictionary));
+  EXPECT_FALSE(dictionary.isSameObject(Plist::dictionary({{"a", 1}})));
+  EXPECT_FALSE(Plist("a").isSameObject("a") || Plist().isSameObject({}));
+}
+
+TEST(PlistContainers, FrozenObjectRefusesChangesThroughEveryHandleAndKeepsItsContent) {
+  const Plist array = Plist::array({1});
+  const Plist dictionary = Plist::dictionary({{"a", array}});
+  const Plist handle = dictionary;  // NOLINT(performance-unnecessary-copy-initialization)
+  EXPECT_TRUE(array.isMutable() && dictionary.isMutable());
+  handle.freeze();
+  EXPECT_FALSE(dictionary.isMutable());
+  EXPECT_EQ(ReasonOf([&] { dictionary.setObject_forKey(1, "b"); }), "an unmodifiable dictionary was changed");
+  EXPECT_EQ(dictionary.count(), 1U);
+  array.addObject(2);  // what it holds is not frozen
+  EXPECT_EQ(dictionary.objectForKey("a").count(), 2U);
+  array.freeze();
+  EXPECT_EQ(ReasonOf([&] { array.addObject(3); }), "an unmodifiable array was changed");
+  EXPECT_EQ(array.count(), 2U);
+}
+
+TEST(PlistContainers, CopiesAreOneLevelDeepAndShareTheirElements) {
+  const Plist inner = Plist::array();
+  for (const Plist& source : {Plist::array({inner}), Plist::dictionary({{"a", inner}})}) {
+    const auto only = [](const Plist& container) {
+      return container.isArray() ? container.elements()[0] : container.entries()[0].value;
+    };
+    const Plist copy = source.copy();
+    const Plist mutableCopy = copy.mutableCopy();
+    EXPECT_TRUE(copy == source && mutableCopy == source);
+    EXPECT_FALSE(copy.isSameObject(source) || mutableCopy.isSameObject(copy) || copy.isMutable());
+    EXPECT_TRUE(mutableCopy.isMutable() && only(copy).isSameObject(inner) &&
+                only(mutableCopy).isSameObject(inner));
+    source.isArray() ? mutableCopy.addObject(1) : mutableCopy.setObject_forKey(1, "b");
+    EXPECT_EQ(mutableCopy.count(), 2U);
+    EXPECT_EQ(source.count(), 1U);
+    EXPECT_EQ(copy.count(), 1U);
+  }
+  EXPECT_TRUE(Plist(kLongText).mutableCopy().isEqualToString(kLongText));
+  EXPECT_EQ(Plist(5).copy().longLongValue(), 5);
+}
+
+TEST(PlistContainers, FrozenContainersAreMadeOfMovedValues) {
+  std::vector<Plist> values = {"b", 1, "a", 2, "b", 3};
+  const Plist dictionary = Plist::frozenDictionary(values);
+  EXPECT_FALSE(dictionary.isMutable());
+  EXPECT_EQ(KeysOf(dictionary), (std::vector<std::string>{"b", "a"}));
+  EXPECT_EQ(dictionary.objectForKey("b").longLongValue(), 3);
+  values = {kLongText, 2};
+  const Plist array = Plist::frozenArray(values);
+  EXPECT_FALSE(array.isMutable());
+  EXPECT_EQ(array.elements()[0].string(), kLongText);
+  EXPECT_TRUE(values[0].isNil());
+}
+
+// ---- Dictionaries
+
+TEST(PlistDictionary, KeyStoredAgainKeepsItsPlaceAndTakesTheNewValue) {
+  const Plist dictionary = Plist::dictionary({{"c", 1}, {"a", 2}, {"b", 3}, {"c", 4}});
+  dictionary.setObject_forKey(5, "a");
+  EXPECT_EQ(KeysOf(dictionary), (std::vector<std::string>{"c", "a", "b"}));
+  EXPECT_EQ(dictionary.objectForKey("c").longLongValue(), 4);
+  EXPECT_EQ(dictionary.objectForKey("a").longLongValue(), 5);
+}
+
+TEST(PlistDictionary, ContainersAreNoKeysAndAreNeverFound) {
+  const Plist dictionary = Plist::dictionary({{"a", 1}});
+  EXPECT_EQ(ReasonOf([&] { dictionary.setObject_forKey(1, Plist::array()); }), "an array cannot be a key");
+  EXPECT_EQ(ReasonOf([&] { dictionary.setObject_forKey(1, Plist::dictionary()); }),
+            "a dictionary cannot be a key");
+  EXPECT_TRUE(dictionary.objectForKey(Plist::array()).isNil());
+  EXPECT_TRUE(dictionary.objectForKey(Plist()).isNil());
+}
+
+TEST(PlistDictionary, EqualKeysOfDifferentKindsAreOneKey) {
+  for (const std::size_t others : {0U, 100U}) {
+    const Plist dictionary = Plist::dictionary();
+    for (std::size_t i = 0; i < others; ++i)
+      dictionary.setObject_forKey(0, "z" + std::to_string(i * 7 % others));
+    for (const Plist& key : {Plist(1), Plist(1.0), Plist(true), Plist("1"), Plist::data("1"), Plist::date(1),
+                             Plist(0), Plist(-0.0), Plist(false), Plist(NAN), Plist(-NAN),
+                             Plist(std::uint64_t{1} << 63), Plist(0x1p63), Plist(1.5)}) {
+      dictionary.setObject_forKey(dictionary.objectForKey(key).longLongValue() + 1, key);
+    }
+    EXPECT_EQ(dictionary.count(), others + 8);
+    EXPECT_EQ(dictionary.objectForKey(1).longLongValue(), 3);
+    EXPECT_EQ(dictionary.objectForKey(false).longLongValue(), 3);
+    EXPECT_EQ(dictionary.objectForKey(NAN).longLongValue(), 2);
+    EXPECT_EQ(dictionary.objectForKey(0x1p63).longLongValue(), 2);
+    EXPECT_EQ(dictionary.objectForKey("1").longLongValue(), 1);
+    EXPECT_EQ(dictionary.objectForKey(Plist::data("1")).longLongValue(), 1);
+    EXPECT_EQ(dictionary.objectForKey(Plist::date(1)).longLongValue(), 1);
+  }
+}
+
+// Whatever the number of keys and their order: few are looked through, ascending ones halved, others hashed.
+TEST(PlistDictionary, FindsEveryKeyAndNoOther) {
+  std::minstd_rand random(1);
+  for (const int count : {1, 2, 15, 16, 17, 18, 47, 48, 49, 50, 1000}) {
+    for (const int ascending : {0, 1, 16, 17, 40, 1000}) {
+      std::vector<std::string> keys;
+      for (int i = 0; i < count; ++i) keys.push_back((i % 3 == 0 ? kLongText : "k") + std::to_string(i));
+      std::sort(keys.begin(), keys.end());
+      if (ascending < count) std::shuffle(keys.begin() + ascending, keys.end(), random);
+      const Plist dictionary = Plist::dictionary();
+      for (int i = 0; i < count; ++i) {
+        dictionary.setObject_forKey(-1, keys[static_cast<std::size_t>(i)]);
+        dictionary.setObject_forKey(i, keys[static_cast<std::size_t>(i)]);
+        ASSERT_EQ(dictionary.count(), static_cast<std::size_t>(i) + 1);
+      }
+      ASSERT_EQ(KeysOf(dictionary), keys);
+      const Plist copy = dictionary.mutableCopy();
+      copy.setObject_forKey(true, "0");
+      for (int i = 0; i < count; ++i) {
+        ASSERT_EQ(dictionary.objectForKey(keys[static_cast<std::size_t>(i)]).longLongValue(), i);
+        ASSERT_EQ(copy.objectForKey(keys[static_cast<std::size_t>(i)]).longLongValue(), i);
+        ASSERT_TRUE(dictionary.objectForKey(keys[static_cast<std::size_t>(i)] + "x").isNil());
+      }
+      EXPECT_TRUE(dictionary.objectForKey("").isNil());
+      EXPECT_TRUE(dictionary.objectForKey("zzz").isNil());
+      EXPECT_TRUE(dictionary.objectForKey(1).isNil());
+      EXPECT_TRUE(copy.objectForKey("0").boolValue());
+    }
+  }
+}
+
+TEST(PlistDictionary, KeyThatIsNoStringMayFollowManyAscendingOnes) {
+  const Plist dictionary = Plist::dictionaryWithCapacity(50);
+  for (int i = 100; i < 150; ++i) dictionary.setObject_forKey(i, std::to_string(i));
+  dictionary.setObject_forKey("x", 5);
+  dictionary.setObject_forKey("y", 5.0);
+  EXPECT_EQ(dictionary.count(), 51U);
+  EXPECT_TRUE(dictionary.objectForKey(5).isEqualToString("y"));
+  EXPECT_EQ(dictionary.objectForKey("149").longLongValue(), 149);
+}
+
+// ---- Text
+
+TEST(PlistDescription, OfEveryKind) {
+  const std::pair<Plist, const char*> rows[] = {
+      {"a \"b\"\n", "a \"b\"\n"},
+      {true, "1"},
+      {false, "0"},
+      {-5, "-5"},
+      {kHighestUnsigned, "18446744073709551615"},
+      {0.1, "0.1"},
+      {3.0, "3"},
+      {-0.0, "-0"},
+      {1e22, "1e+22"},
+      {NAN, "nan"},
+      {-kInfinity, "-inf"},
+      {Plist::date(1234567890), "2009-02-13 23:31:30 +0000"},
+      {Plist::data(""), "<>"},
+      {Plist::data(std::string("\x00\x01\x02\x03\xFF", 5)), "<00010203 ff>"},
+      {Plist::array(), "()"},
+      {Plist::dictionary(), "{}"},
+      {Plist::array({1, "a b", "a", ""}), "(1 \"a b\" a \"\")"},
+      {Plist::dictionary({{"key", "value"}, {1, Plist::array({true})}}), "{key: value 1: (1)}"},
+      {Plist::array({"[]=,;#\"\\\n\xC3\xA9"}), R"(("\x5b\x5d\x3d\x2c\x3b\x23\"\\\x0a\xc3\xa9"))"},
+  };
+  for (const auto& [value, text] : rows) EXPECT_EQ(value.description(), text);
+}
+
+TEST(PlistDescription, OfAContainerIsOneLineThatAConfigurationFileCanHold) {
+  std::string every;
+  for (int c = 0; c < 256; ++c) every += static_cast<char>(c);
+  const Plist plist =
+      Plist::dictionary({{every, Plist::array({every, Plist::data(every), Plist::date(0), -1.5})}});
+  const std::string text = plist.description();
+  EXPECT_EQ(text.find_first_of("[]=,;#"), std::string::npos);
+  EXPECT_NE(text.front(), '"');
+  EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; }));
+}
+
+TEST(PlistDescription, IsAppended) {
+  std::string text = "before ";
+  Plist(5).appendDescriptionTo(text);
+  EXPECT_EQ(text, "before 5");
+}
+
+TEST(PlistDescription, RaisesBeyondTheLimitOfDepth) {
+  EXPECT_EQ(NestedArrays(kMaximumPlistDepth).description().size(), 2U * kMaximumPlistDepth);
+  EXPECT_EQ(ReasonOf([] { NestedArrays(kMaximumPlistDepth + 1).description(); }),
+            "a value too deeply nested was asked for its text");
+}
+
+// ---- Destruction
+
+TEST(PlistDestruction, OfAMillionNestedContainersNeedsNoStack) {
+  Plist plist = kLongText;
+  for (int i = 0; i < 1'000'000; ++i) {
+    plist = i % 2 == 0 ? Plist::array({plist, kLongText})
+                       : Plist::dictionary({{kLongText, plist}, {"b", kLongText}});
+  }
+  plist = Plist();
+  EXPECT_TRUE(plist.isNil());
+}
+
+TEST(PlistDestruction, KeepsWhatHasAnotherHandle) {
+  const Plist shared = Plist::array({kLongText});
+  Plist outer = Plist::array(
+      {Plist::array({shared, shared}), Plist::dictionary({{"a", shared}, {"b", Plist::array({shared})}})});
+  outer = Plist();
+  EXPECT_EQ(shared.elements()[0].string(), kLongText);
+  EXPECT_EQ(shared.count(), 1U);
+}
+
+TEST(PlistThreads, MayCopyAndReleaseHandlesOfOneObjectAtOnce) {
+  const Plist shared = Plist::array({kLongText, Plist::dictionary({{"a", kLongText}})});
+  std::atomic<std::size_t> sum = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      for (int turn = 0; turn < 10'000; ++turn) {
+        const Plist copy = shared;  // NOLINT(performance-unnecessary-copy-initialization)
+        const Plist text = copy.elements()[1].objectForKey("a");
+        sum += text.string().size();
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(sum, 40'000 * kLongText.size());
+}
+
+}  // namespace
+}  // namespace zekara
