@@ -1,11 +1,18 @@
 #include "PortableFoundation/PlistScalars.h"
 
+#ifdef __APPLE__
+#include <stdlib.h>
+#include <xlocale.h>
+#endif
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <memory>
+#include <new>
 
 #include "PortableFoundation/PlistDate.h"
 
@@ -76,6 +83,27 @@ struct Decimal {
     return places > (hasNegativeExponent ? power : -power);
   }
 };
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+// The value of `text`, which is taken apart in `decimal`; what is beyond a double's range is infinity, or zero. False where
+// there is no memory.
+#ifdef __APPLE__
+// The C++ library there reads real numbers only from macOS 26 on. strtod_l() reads as C does when no locale is given.
+bool ReadMagnitude(std::string_view text, const Decimal&, double& magnitude) noexcept {
+  const std::unique_ptr<char[]> terminated(new (std::nothrow) char[text.size() + 1]());
+  if (!terminated) return false;
+  text.copy(terminated.get(), text.size());
+  magnitude = strtod_l(terminated.get(), nullptr, nullptr);
+  return true;
+}
+#else
+bool ReadMagnitude(std::string_view text, const Decimal& decimal, double& magnitude) noexcept {
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), magnitude);
+  if (result.ec == std::errc::result_out_of_range) magnitude = decimal.isLarge() ? kInfinity : 0;
+  return true;
+}
+#endif
 
 constexpr std::string_view kBase64Digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
@@ -161,16 +189,13 @@ Plist ParsePlistInteger(std::string_view text) noexcept {
 }
 
 Plist ParsePlistReal(std::string_view text) noexcept {
-  constexpr double kInfinity = std::numeric_limits<double>::infinity();
   if (IsPlistWord(text, "nan")) return std::numeric_limits<double>::quiet_NaN();
   const double sign = TakeSign(text) ? -1 : 1;
   if (IsPlistWord(text, "inf") || IsPlistWord(text, "infinity")) return sign * kInfinity;
   Decimal decimal;
   if (!decimal.parse(text)) return {};
   double magnitude = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), magnitude);
-  if (result.ec == std::errc::result_out_of_range) magnitude = decimal.isLarge() ? kInfinity : 0;
-  return sign * magnitude;
+  return ReadMagnitude(text, decimal, magnitude) ? Plist(sign * magnitude) : Plist();
 }
 
 Plist ParsePlistDate(std::string_view text) noexcept {

@@ -6,6 +6,8 @@ option(ZEKARA_BUILD_ZKACONFIG "Build zkaconfig, the command-line front end" ON)
 option(ZEKARA_BUILD_BENCHMARKS "Build the benchmarks; needs the peers' packages" OFF)
 option(ZEKARA_BUILD_FUZZ "Build the fuzzers; needs clang" OFF)
 option(ZEKARA_WERROR "Treat warnings as errors" OFF)
+set(ZEKARA_TOOL_DIRECTORY "/Library/Application Support/Zekara" CACHE STRING
+    "Where the tool is installed; only DESTDIR moves it")
 set(ZEKARA_SANITIZE "" CACHE STRING "Sanitizers for tests, as -fsanitize takes them (never for an installed tool)")
 option(ZEKARA_COVERAGE "Count executed lines (tests only)" OFF)
 
@@ -42,7 +44,10 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64" AND NOT APPLE)
   zekara_add_compile_option(-fcf-protection=full)
 endif()
 zekara_add_compile_option(-ftrivial-auto-var-init=zero)
+# The C++ library's checks of its callers, whichever library it is; the compiler may have set its own.
 target_compile_definitions(zekara_options INTERFACE _GLIBCXX_ASSERTIONS)
+target_compile_options(zekara_options INTERFACE -U_LIBCPP_HARDENING_MODE
+                                                -D_LIBCPP_HARDENING_MODE=_LIBCPP_HARDENING_MODE_FAST)
 
 if(ZEKARA_SANITIZE)
   target_compile_options(zekara_options INTERFACE -fsanitize=${ZEKARA_SANITIZE} -fno-sanitize-recover=all
