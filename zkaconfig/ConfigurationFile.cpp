@@ -1,0 +1,120 @@
+#include "zkaconfig/ConfigurationFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include "PortableFoundation/Descriptor.h"
+#include "PortableFoundation/NSException.h"
+#include "PortableFoundation/NSFileHandle.h"
+#include "Zekara4MacLibrary/ZKAIniParser.h"
+#include "zkaconfig/Failure.h"
+#include "zkaconfig/Text.h"
+
+namespace zekara {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+[[noreturn]] void RaiseUnreadable(const std::string& path, const std::string& why,
+                                  const std::string& advice = {}) {
+  throw Failure(ExitStatus::Unreadable, "cannot read " + path + ": " + why, advice);
+}
+
+std::string ReadAll(Descriptor descriptor, const std::string& path) {
+  const auto file = NSFileHandle::initWithFileDescriptor_closeOnDealloc(descriptor.release(), true);
+  try {
+    return file->readDataToEndOfFile();
+  } catch (const NSException& exception) {
+    RaiseUnreadable(path, exception.reason());
+  }
+}
+
+// Asks again and again: a lock that is waited for knows no time limit.
+void WaitForSharedLock(const Descriptor& file, const std::string& path, std::chrono::seconds limit) {
+  constexpr auto kPause = std::chrono::milliseconds(20);
+  const Clock::time_point deadline = Clock::now() + limit;
+  while (flock(file.get(), LOCK_SH | LOCK_NB) != 0) {
+    if (errno == EINTR) continue;
+    if (errno != EWOULDBLOCK) RaiseUnreadable(path, std::strerror(errno));
+    if (Clock::now() >= deadline) {
+      RaiseUnreadable(path, "another process keeps it locked",
+                      "--no-lock reads it all the same, --timeout waits longer.");
+    }
+    std::this_thread::sleep_for(kPause);
+  }
+}
+
+bool IsIni(const std::string& text) {
+  try {
+    ZKAIniParser::initWithData(text).parse();
+    return true;
+  } catch (const NSException&) {
+    return false;
+  }
+}
+
+// The line before which everything can be read. The reader itself tells no position, so it is asked about
+// ever shorter beginnings of the file; 0 where that would take too long.
+std::size_t LineOfSyntaxError(const std::string& text) {
+  constexpr std::size_t kMaximumSize = 65536;
+  if (text.size() > kMaximumSize) return 0;
+  std::size_t line = LineAt(text, text.size());
+  for (std::size_t end = text.size(); end > 0 && end != std::string::npos; --line) {
+    end = text.rfind('\n', end - 1);
+    if (end == std::string::npos || IsIni(text.substr(0, end) + "\n\n")) return line;
+  }
+  return 1;
+}
+
+}  // namespace
+
+std::string ReadInput(const std::string& path) {
+  if (path == "-") return NSFileHandle::fileHandleWithStandardInput()->readDataToEndOfFile();
+  Descriptor file = OpenAt(AT_FDCWD, path.c_str(), O_RDONLY);
+  if (!file.isOpen()) RaiseUnreadable(path, std::strerror(errno));
+  return ReadAll(std::move(file), path);
+}
+
+Configuration ReadConfiguration(const std::string& path, std::optional<std::chrono::seconds> lockLimit) {
+  Configuration configuration;
+  Descriptor file = OpenAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK);
+  if (!file.isOpen()) {
+    if (errno == ENOENT) return configuration;
+    RaiseUnreadable(path, std::strerror(errno));
+  }
+  struct stat attributes = {};
+  if (fstat(file.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode))
+    RaiseUnreadable(path, "it is no regular file");
+  if (lockLimit) WaitForSharedLock(file, path, *lockLimit);
+  const std::string bytes = ReadAll(std::move(file), path);
+  configuration.exists = true;
+  configuration.tree = ParseIni(bytes, path);
+  const std::size_t foreign = FindForeignByte(bytes);
+  if (foreign != std::string::npos) {
+    configuration.warning =
+        path + " holds a byte on line " + std::to_string(LineAt(bytes, foreign)) +
+        " that is not 7-bit ASCII; what follows may be ignored, and lost at the next change";
+  }
+  return configuration;
+}
+
+Plist ParseIni(const std::string& bytes, const std::string& name) {
+  try {
+    return ZKAIniParser::initWithData(bytes).parse()->asDictionary();
+  } catch (const NSException& exception) {
+    const std::size_t line = LineOfSyntaxError(bytes);
+    const std::string place = line == 0 ? "" : " on or just after line " + std::to_string(line);
+    const bool isSyntax = exception.name() == "ini-syntax";
+    throw Failure(ExitStatus::Unreadable,
+                  name + " is no INI file" + place + ": " +
+                      (isSyntax ? exception.reason() : "a value stands outside of every section"),
+                  "Values with any of [ ] = , ; # need double quotes, and every key needs \"=\".");
+  }
+}
+
+}  // namespace zekara

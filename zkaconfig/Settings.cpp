@@ -1,0 +1,56 @@
+#include "zkaconfig/Settings.h"
+
+#include "Zekara4MacLibrary/ZKAConfig.h"
+#include "Zekara4MacLibrary/ZKAIniData.h"
+
+namespace zekara {
+namespace {
+
+Plist ActionCode(const Plist& value) {
+  const std::int32_t code = value.isString() ? string2action(std::string(value.string()).c_str()) : 0;
+  return code == 0 ? value : Plist(code);
+}
+
+}  // namespace
+
+Settings::Settings(const Plist& file, const KnownSections& known, bool suppliesDefaults) : known_(known) {
+  const auto inForce = ZKAIniData::init();
+  inForce->applyPatch(PlistDeepCopy(file));
+  if (suppliesDefaults) {
+    for (const auto& [name, defaults] : known.sections())
+      inForce->supplimentDefaults_forSection(defaults, name);
+  }
+  tree_ = inForce->asDictionary();
+  supplied_ = PlistDeepCopy(PlistDiff(file, tree_));
+}
+
+bool Settings::isDefault(const Plist& section, const Plist& key) const {
+  return !supplied_.objectForKey(section).objectForKey(key).isNil();
+}
+
+void Settings::spellBooleans() {
+  for (const auto& [name, defaults] : known_.sections())
+    SectionBooleansToStrings(tree_.objectForKey(name), defaults);
+}
+
+void Settings::typeBooleans() {
+  spellBooleans();
+  for (const auto& [name, defaults] : known_.sections())
+    SectionBooleansToNumbers(tree_.objectForKey(name), defaults);
+}
+
+void Settings::encodeActions() {
+  const Plist& section = tree_.objectForKey(kFileMonitorSection);
+  const Plist translation = Plist::dictionary();
+  const Plist keys = Plist::array();
+  const Plist actionKeys = ActionKeys();
+  for (const Plist& key : actionKeys.elements()) {
+    const Plist& value = section.objectForKey(key);
+    if (!value.isString()) continue;
+    translation.setObject_forKey(ActionCode(value), value);
+    keys.addObject(key);
+  }
+  SectionTranslate(section, keys, translation);
+}
+
+}  // namespace zekara

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "PortableFoundation/Plist.h"
+
+namespace zekara {
+
+// The text with every control character as \xNN: anybody may write into the configuration file, and what he
+// writes is not to steer the terminal of whoever looks at it. Line ends and tabs stay where `isBlock` says
+// so.
+std::string Printable(std::string_view text, bool isBlock = false);
+
+// "the number 42", "the text \"on\"", "a list": a value in a message.
+std::string Described(const Plist& value);
+
+// "KEY = VALUE", as the value stands in the configuration file, without a line end.
+std::string SettingLine(const Plist& key, const Plist& value);
+
+// The number of the line in which the offset lies; the first is 1.
+std::size_t LineAt(std::string_view text, std::size_t offset);
+
+// Where the first byte stands that the configuration file's reader does not understand: NUL, or beyond 7-bit
+// ASCII; npos when there is none.
+std::size_t FindForeignByte(std::string_view text);
+
+}  // namespace zekara

@@ -1,0 +1,53 @@
+#include <fcntl.h>
+
+#include <cstdio>
+#include <exception>
+
+#include "PortableFoundation/NSFileHandle.h"
+#include "zkaconfig/Arguments.h"
+#include "zkaconfig/Commands.h"
+#include "zkaconfig/Failure.h"
+
+namespace {
+
+using zekara::ExitStatus;
+
+// A closed standard descriptor would be given to the first file that is opened.
+void OpenStandardDescriptors() {
+  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", O_RDWR);
+  }
+}
+
+ExitStatus Run(std::span<const char* const> words) {
+  zekara::Arguments arguments = zekara::ParseArguments(words);
+  if (arguments.toolPath.empty()) arguments.toolPath = ZKACONFIG_TOOL_PATH;
+  if (arguments.wantsHelp) {
+    std::fputs(zekara::HelpText().c_str(), stdout);
+  } else if (arguments.wantsVersion) {
+    std::puts("zkaconfig " ZKACONFIG_VERSION);
+  } else {
+    return zekara::RunCommand(arguments);
+  }
+  return ExitStatus::Done;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  OpenStandardDescriptors();
+  zekara::NSFileHandle::ignoreBrokenPipes();
+  ExitStatus status = ExitStatus::Done;
+  try {
+    const std::span<const char* const> words(argv, static_cast<std::size_t>(argc));
+    status = Run(words.subspan(words.empty() ? 0 : 1));
+  } catch (const zekara::Failure& failure) {
+    std::fprintf(stderr, "zkaconfig: %s\n", failure.what());
+    if (!failure.advice().empty()) std::fprintf(stderr, "%s\n", failure.advice().c_str());
+    status = failure.status();
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "zkaconfig: %s\n", exception.what());
+    status = ExitStatus::Unreadable;
+  }
+  return static_cast<int>(status);
+}
