@@ -1,0 +1,55 @@
+# What is installed, and where. Components: Tool (the privileged tool and its directories), Library (archives, headers, and
+# what other projects find them by), FrontEnd (zkaconfig, manual pages, completions).
+include(CMakePackageConfigHelpers)
+
+# The tool first: where it cannot be installed as it must be, nothing is. Its place has no prefix; only DESTDIR goes before it.
+set(ZEKARA_INSTALL_SCRIPT "${PROJECT_SOURCE_DIR}/packaging/install-tool")
+install(CODE "
+  execute_process(COMMAND sh \"${ZEKARA_INSTALL_SCRIPT}\" \"$<TARGET_FILE:Zekara4MacTool>\" \"${ZEKARA_TOOL_DIRECTORY}\"
+                  RESULT_VARIABLE result)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR \"The tool cannot be installed; the lines above say why.\")
+  endif()
+  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"${ZEKARA_TOOL_DIRECTORY}/Zekara4MacTool\")"
+  COMPONENT Tool)
+
+# The library. Includes are written as in the tree, from include/Zekara4Mac on.
+set(ZEKARA_INCLUDE_DIRECTORY "${CMAKE_INSTALL_INCLUDEDIR}/Zekara4Mac")
+file(GLOB ZEKARA_FOUNDATION_HEADERS CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/PortableFoundation/NS*.h")
+list(APPEND ZEKARA_FOUNDATION_HEADERS "${PROJECT_SOURCE_DIR}/PortableFoundation/Descriptor.h"
+                                      "${PROJECT_SOURCE_DIR}/PortableFoundation/Plist.h")
+file(GLOB ZEKARA_LIBRARY_HEADERS CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/Zekara4MacLibrary/ZKA*.h")
+
+set_target_properties(PortableFoundation PROPERTIES EXPORT_NAME Foundation)
+set_target_properties(Zekara4MacLibrary PROPERTIES EXPORT_NAME Library)
+add_library(Zekara4Mac::Foundation ALIAS PortableFoundation)
+add_library(Zekara4Mac::Library ALIAS Zekara4MacLibrary)
+target_compile_features(PortableFoundation PUBLIC cxx_std_20)
+target_include_directories(PortableFoundation PUBLIC $<INSTALL_INTERFACE:${ZEKARA_INCLUDE_DIRECTORY}>)
+
+install(TARGETS PortableFoundation Zekara4MacLibrary EXPORT Zekara4Mac ARCHIVE COMPONENT Library)
+install(FILES ${ZEKARA_FOUNDATION_HEADERS} DESTINATION "${ZEKARA_INCLUDE_DIRECTORY}/PortableFoundation" COMPONENT Library)
+install(FILES ${ZEKARA_LIBRARY_HEADERS} DESTINATION "${ZEKARA_INCLUDE_DIRECTORY}/Zekara4MacLibrary" COMPONENT Library)
+
+set(ZEKARA_CMAKE_DIRECTORY "${CMAKE_INSTALL_LIBDIR}/cmake/Zekara4Mac")
+configure_package_config_file("${CMAKE_CURRENT_LIST_DIR}/Zekara4MacConfig.cmake.in"
+  "${PROJECT_BINARY_DIR}/Zekara4MacConfig.cmake" INSTALL_DESTINATION "${ZEKARA_CMAKE_DIRECTORY}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/Zekara4MacConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
+install(EXPORT Zekara4Mac NAMESPACE Zekara4Mac:: FILE Zekara4MacTargets.cmake
+        DESTINATION "${ZEKARA_CMAKE_DIRECTORY}" COMPONENT Library)
+install(FILES "${PROJECT_BINARY_DIR}/Zekara4MacConfig.cmake" "${PROJECT_BINARY_DIR}/Zekara4MacConfigVersion.cmake"
+        DESTINATION "${ZEKARA_CMAKE_DIRECTORY}" COMPONENT Library)
+
+# The .pc file finds the prefix from where it lies, so that the tree may be moved.
+file(RELATIVE_PATH ZEKARA_PC_PREFIX "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+configure_file("${CMAKE_CURRENT_LIST_DIR}/Zekara4Mac.pc.in" "${PROJECT_BINARY_DIR}/Zekara4Mac.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/Zekara4Mac.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT Library)
+
+# The front end, and what there is to read.
+if(TARGET zkaconfig)
+  install(TARGETS zkaconfig RUNTIME COMPONENT FrontEnd)
+endif()
+foreach(section IN ITEMS 1 5 8)
+  file(GLOB pages CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/man/*.${section}" "${PROJECT_SOURCE_DIR}/zkaconfig/man/*.${section}")
+  install(FILES ${pages} DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}" COMPONENT FrontEnd)
+endforeach()
