@@ -20,7 +20,8 @@ constexpr auto kAsciiAlphanumerics = [] {
 // The code point of one well-formed sequence of two to four bytes.
 char32_t DecodeSequence(std::string_view sequence) noexcept {
   char32_t codePoint = static_cast<unsigned char>(sequence[0]) & (0x7FU >> sequence.size());
-  for (const char byte : sequence.substr(1)) codePoint = codePoint << 6 | (static_cast<unsigned char>(byte) & 0x3FU);
+  for (const char byte : sequence.substr(1))
+    codePoint = codePoint << 6 | (static_cast<unsigned char>(byte) & 0x3FU);
   return codePoint;
 }
 

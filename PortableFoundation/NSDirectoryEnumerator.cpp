@@ -93,7 +93,9 @@ std::optional<std::string> NSDirectoryEnumerator::nextObject() {
   return relative + last_;
 }
 
-void NSDirectoryEnumerator::skipDescendants() noexcept { last_.clear(); }
+void NSDirectoryEnumerator::skipDescendants() noexcept {
+  last_.clear();
+}
 
 bool NSDirectoryEnumerator::removeLastObject() {
   if (last_.empty() || !removeEntry(last_)) return false;
@@ -101,7 +103,8 @@ bool NSDirectoryEnumerator::removeLastObject() {
   return true;
 }
 
-// A directory is emptied from the bottom up. What cannot be removed is left, and with it the directories that lead to it.
+// A directory is emptied from the bottom up. What cannot be removed is left, and with it the directories that
+// lead to it.
 bool NSDirectoryEnumerator::removeEntry(const std::string& name) {
   const std::size_t base = levels_.size();
   if (!descend(name.c_str())) return unlinkEntry(name);

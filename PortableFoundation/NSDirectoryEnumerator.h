@@ -10,26 +10,26 @@
 
 namespace zekara {
 
-// Walks the tree below a directory, depth first, parents before their contents, and never through a symbolic link: not at the
-// directory's own last component either. Made for directories in which others create, move and replace entries
-// meanwhile: every step is taken relative to an open directory, and a step upwards is only taken to the directory that the
-// walk came down from; where somebody has moved the ground away, the walk ends. At most three descriptors are open,
-// however deep the tree; memory holds the names of the directories on the way down. Nothing here raises but for
-// want of memory.
+// Walks the tree below a directory, depth first, parents before their contents, and never through a symbolic
+// link: not at the directory's own last component either. Made for directories in which others create, move
+// and replace entries meanwhile: every step is taken relative to an open directory, and a step upwards is
+// only taken to the directory that the walk came down from; where somebody has moved the ground away, the
+// walk ends. At most three descriptors are open, however deep the tree; memory holds the names of the
+// directories on the way down. Nothing here raises but for want of memory.
 class NSDirectoryEnumerator {
  public:
   // A directory that does not exist or cannot be read yields nothing.
   static NSDirectoryEnumerator enumeratorAtPath(const std::string& path);
 
-  // The next entry as a path relative to the directory, or nothing at the end. A directory's contents follow it
-  // unless it has been removed by then. No order among siblings is promised.
+  // The next entry as a path relative to the directory, or nothing at the end. A directory's contents follow
+  // it unless it has been removed by then. No order among siblings is promised.
   std::optional<std::string> nextObject();
 
   // Leaves out what the directory that nextObject() returned last holds.
   void skipDescendants() noexcept;
 
-  // Removes the entry that nextObject() returned last: a file or link by itself, a directory with all that it holds. What
-  // cannot be removed stays. Returns whether the entry is gone.
+  // Removes the entry that nextObject() returned last: a file or link by itself, a directory with all that it
+  // holds. What cannot be removed stays. Returns whether the entry is gone.
   bool removeLastObject();
 
  private:
@@ -40,7 +40,8 @@ class NSDirectoryEnumerator {
     std::vector<std::string> names;
   };
 
-  // Enters the directory `name` in the current one. False, with nothing changed, for anything but a readable directory.
+  // Enters the directory `name` in the current one. False, with nothing changed, for anything but a readable
+  // directory.
   bool descend(const char* name);
   // Back to the parent of the current directory. False, and the walk is over, if it is no longer the parent.
   bool ascend();

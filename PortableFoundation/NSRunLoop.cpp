@@ -42,8 +42,8 @@ bool NSRunLoop::runBeforeDate(Clock::time_point limit) {
   return true;
 }
 
-// The place of a read that has input, or reads_.size() when there is none to wait for or no time left. A single read
-// without a limit needs no look beforehand: reading itself waits.
+// The place of a read that has input, or reads_.size() when there is none to wait for or no time left. A
+// single read without a limit needs no look beforehand: reading itself waits.
 std::size_t NSRunLoop::waitForInput(Clock::time_point limit) {
   if (reads_.size() <= 1 && limit == kDistantFuture) return 0;
   std::vector<pollfd> descriptors(reads_.size());

@@ -20,8 +20,8 @@ class NSRunLoop {
   // The calling thread's own; only that thread may use it.
   static NSRunLoop& currentRunLoop() noexcept;
 
-  // Blocks until one armed read has input, reads one block, and calls its completion; whatever that throws passes on to
-  // the caller. Returns false when nothing is armed, or when `limit` passes first.
+  // Blocks until one armed read has input, reads one block, and calls its completion; whatever that throws
+  // passes on to the caller. Returns false when nothing is armed, or when `limit` passes first.
   bool runBeforeDate(Clock::time_point limit = kDistantFuture);
 
  private:
@@ -36,7 +36,8 @@ class NSRunLoop {
   std::size_t waitForInput(Clock::time_point limit);
 
   std::vector<Read> reads_;
-  std::unique_ptr<char[]> block_;  // kept from read to read; not filled, so that unused pages are never touched
+  std::unique_ptr<char[]>
+      block_;  // kept from read to read; not filled, so that unused pages are never touched
 };
 
 }  // namespace zekara

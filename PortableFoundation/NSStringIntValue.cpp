@@ -6,8 +6,12 @@
 namespace zekara {
 namespace {
 
-bool IsBlank(char c) { return (c >= 0 && c <= ' ') || c == 127; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsBlank(char c) {
+  return (c >= 0 && c <= ' ') || c == 127;
+}
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
 
 }  // namespace
 

@@ -5,9 +5,10 @@
 
 namespace zekara {
 
-// The number that a text of 7-bit ASCII begins with, as the platform's intValue of a string takes it: white space (bytes 0 to
-// 32, and 127), at most one sign, white space again, decimal digits; the first other character ends it. No digits give 0;
-// values beyond 32 bits are clamped. The text may arrive in pieces and is not kept, whatever its length.
+// The number that a text of 7-bit ASCII begins with, as the platform's intValue of a string takes it: white
+// space (bytes 0 to 32, and 127), at most one sign, white space again, decimal digits; the first other
+// character ends it. No digits give 0; values beyond 32 bits are clamped. The text may arrive in pieces and
+// is not kept, whatever its length.
 class IntValueScanner {
  public:
   void scan(std::string_view piece) noexcept;
