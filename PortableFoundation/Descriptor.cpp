@@ -19,18 +19,15 @@ bool WaitForRetry(int descriptor, short event) noexcept {
   return true;
 }
 
-// With O_EXLOCK the lock is part of the open. O_NONBLOCK is out of the question: the lock would not be waited for.
+// With O_EXLOCK the lock is part of the open. O_NONBLOCK is out of the question: the lock would not be waited
+// for.
 Descriptor OpenAndLock(const char* path, mode_t mode) noexcept {
 #ifdef O_EXLOCK
   return OpenAt(AT_FDCWD, path, O_RDWR | O_CREAT | O_EXLOCK, mode);
 #else
   Descriptor file = OpenAt(AT_FDCWD, path, O_RDWR | O_CREAT, mode);
   if (!file.isOpen()) return file;
-  int result = 0;
-  do {
-    result = flock(file.get(), LOCK_EX);
-  } while (result != 0 && errno == EINTR);
-  return result == 0 ? std::move(file) : Descriptor();
+  return RetryOnInterrupt([&] { return flock(file.get(), LOCK_EX); }) == 0 ? std::move(file) : Descriptor();
 #endif
 }
 
@@ -43,17 +40,14 @@ void Descriptor::reset(int descriptor) noexcept {
 }
 
 Descriptor OpenAt(int directory, const char* path, int flags, mode_t mode) noexcept {
-  int descriptor = -1;
-  do {
-    descriptor = openat(directory, path, flags | O_CLOEXEC | O_NOCTTY, mode);
-  } while (descriptor < 0 && errno == EINTR);
-  return Descriptor(descriptor);
+  return Descriptor(
+      RetryOnInterrupt([&] { return openat(directory, path, flags | O_CLOEXEC | O_NOCTTY, mode); }));
 }
 
 Descriptor OpenRegularFile(const char* path) noexcept {
   Descriptor file = OpenAt(AT_FDCWD, path, O_RDONLY | O_NONBLOCK);
   struct stat attributes = {};
-  const bool isRegular = file.isOpen() && fstat(file.get(), &attributes) == 0 && S_ISREG(attributes.st_mode);
+  const bool isRegular = file.isOpen() && Examine(file, attributes) && S_ISREG(attributes.st_mode);
   return isRegular ? std::move(file) : Descriptor();
 }
 
@@ -62,11 +56,19 @@ Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Descriptor file = OpenAndLock(path, mode);
     struct stat opened = {};
-    if (!file.isOpen() || fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode)) break;
+    if (!file.isOpen() || !Examine(file, opened) || !S_ISREG(opened.st_mode)) break;
     struct stat named = {};
-    if (stat(path, &named) == 0 && IsSameFile(named, opened)) return file;
+    if (Examine(path, named) && IsSameFile(named, opened)) return file;
   }
   return Descriptor();
+}
+
+bool Examine(const Descriptor& file, struct stat& attributes) noexcept {
+  return RetryOnInterrupt([&] { return fstat(file.get(), &attributes); }) == 0;
+}
+
+bool Examine(const char* path, struct stat& attributes) noexcept {
+  return RetryOnInterrupt([&] { return stat(path, &attributes); }) == 0;
 }
 
 ssize_t ReadSome(int descriptor, char* buffer, std::size_t size) noexcept {
@@ -80,8 +82,11 @@ ssize_t ReadSome(int descriptor, char* buffer, std::size_t size) noexcept {
 int WriteAll(int descriptor, std::string_view bytes) noexcept {
   while (!bytes.empty()) {
     const ssize_t count = write(descriptor, bytes.data(), bytes.size());
-    if (count >= 0) {
+    if (count > 0) {
       bytes.remove_prefix(static_cast<std::size_t>(count));
+    } else if (count == 0) {
+      errno = EIO;  // nothing promises that the next call would take any more
+      return -1;
     } else if (!WaitForRetry(descriptor, POLLOUT)) {
       return -1;
     }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cerrno>
 #include <string_view>
 #include <utility>
 
@@ -28,20 +29,32 @@ class Descriptor {
   int descriptor_;
 };
 
-// The calls below start again when a signal interrupts them, and wait where somebody has made the descriptor non-blocking.
-// They return -1 with errno set on failure.
+// Makes a system call, and makes it again for as long as a signal interrupts it. Not for close().
+template <class Call>
+auto RetryOnInterrupt(Call call) noexcept {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
+// The calls below start again when a signal interrupts them, and wait where somebody has made the descriptor
+// non-blocking. They return -1 with errno set on failure.
 
 // openat() relative to `directory` (AT_FDCWD for the working directory), with O_CLOEXEC and O_NOCTTY added.
 Descriptor OpenAt(int directory, const char* path, int flags, mode_t mode = 0) noexcept;
 // Opens a file for reading, if it is a regular one; a FIFO or a device is not waited for.
 Descriptor OpenRegularFile(const char* path) noexcept;
-// Opens a regular file for reading and writing, makes it with `mode` when it is missing, and takes an exclusive flock() on
-// it, for which it waits without limit. Where another file has taken the path meanwhile, that one is opened, a few times at most.
-// Closing the descriptor releases the lock.
+// Opens a regular file for reading and writing, makes it with `mode` when it is missing, and takes an
+// exclusive flock() on it, for which it waits without limit. Where another file has taken the path meanwhile,
+// that one is opened, a few times at most. Closing the descriptor releases the lock.
 Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept;
+// fstat() and stat(); whether they succeed.
+bool Examine(const Descriptor& file, struct stat& attributes) noexcept;
+bool Examine(const char* path, struct stat& attributes) noexcept;
 // One read of at most `size` bytes; 0 is the end of the input.
 ssize_t ReadSome(int descriptor, char* buffer, std::size_t size) noexcept;
-// Writes all bytes, however many calls that takes. Returns 0.
+// Writes all bytes, however many calls that takes. Returns 0. A write that takes nothing counts as a failure,
+// EIO.
 int WriteAll(int descriptor, std::string_view bytes) noexcept;
 
 // Whether both describe the same file.

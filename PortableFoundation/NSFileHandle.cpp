@@ -40,8 +40,8 @@ NSFileHandle::~NSFileHandle() {
   if (closeOnDealloc_) closeFile();
 }
 
-// The size that the file has now, and a byte to meet its end with, saves growing step by step; what counts is what the
-// reads give.
+// The size that the file has now, and a byte to meet its end with, saves growing step by step; what counts is
+// what the reads give.
 std::string NSFileHandle::readDataToEndOfFile() {
   struct stat attributes = {};
   std::string bytes;
@@ -63,11 +63,9 @@ std::string NSFileHandle::readDataToEndOfFile() {
 // The position first: a caller that is about to write wants nothing between the cut and the write.
 void NSFileHandle::truncateFileAtOffset(off_t offset) {
   if (lseek(descriptor_, offset, SEEK_SET) < 0) RaiseSystemError("cannot seek", errno);
-  int result = 0;
-  do {
-    result = ftruncate(descriptor_, offset);
-  } while (result != 0 && errno == EINTR);
-  if (result != 0) RaiseSystemError("cannot truncate", errno);
+  if (RetryOnInterrupt([&] { return ftruncate(descriptor_, offset); }) != 0) {
+    RaiseSystemError("cannot truncate", errno);
+  }
 }
 
 void NSFileHandle::writeData(std::string_view bytes) {

@@ -23,7 +23,8 @@ class NSFileManager {
  public:
   static NSFileManager& defaultManager() noexcept;
 
-  // Nothing when the path names no file that can be examined. With `traverseLink` a symbolic link's target is examined.
+  // Nothing when the path names no file that can be examined. With `traverseLink` a symbolic link's target is
+  // examined.
   std::optional<NSFileAttributes> fileAttributesAtPath_traverseLink(const std::string& path,
                                                                     bool traverseLink) const;
 
