@@ -14,6 +14,8 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
+#include <utility>
 
 #include "PortableFoundation/Descriptor.h"
 
@@ -21,6 +23,14 @@ namespace zekara {
 namespace {
 
 const char* g_program_name = nullptr;
+
+// Each line ends in a zero, so that it can be written by itself.
+struct HeldLines {
+  bool isHolding = false;
+  std::size_t size = 0;
+  char bytes[4096] = {};
+};
+HeldLines g_held;
 
 const char* ProgramName() noexcept {
   if (g_program_name != nullptr) return g_program_name;
@@ -52,12 +62,38 @@ int FormatPrefix(char* line, std::size_t size) noexcept {
                        static_cast<unsigned long long>(ThreadId()));
 }
 
+void WriteOrHold(std::string_view line) noexcept {
+  if (!g_held.isHolding) {
+    WriteAll(STDERR_FILENO, line);
+  } else if (line.size() < sizeof g_held.bytes - g_held.size) {
+    std::memcpy(g_held.bytes + g_held.size, line.data(), line.size());
+    g_held.size += line.size();
+    g_held.bytes[g_held.size++] = '\0';
+  }
+}
+
 }  // namespace
 
-void NSLogSetProgramName(const char* name) noexcept { g_program_name = name; }
+NSLogHeldBack::NSLogHeldBack() noexcept {
+  g_held.isHolding = true;
+}
 
-// Almost every line fits into the array; only a longer one, say with a long path, takes memory, and where there is none it
-// is cut.
+NSLogHeldBack::~NSLogHeldBack() {
+  g_held.isHolding = false;
+  const std::string_view held(g_held.bytes, std::exchange(g_held.size, 0));
+  for (std::size_t start = 0; start < held.size();) {
+    const std::size_t end = held.find('\0', start);
+    WriteAll(STDERR_FILENO, held.substr(start, end - start));
+    start = end + 1;
+  }
+}
+
+void NSLogSetProgramName(const char* name) noexcept {
+  g_program_name = name;
+}
+
+// Almost every line fits into the array; only a longer one, say with a long path, takes memory, and where
+// there is none it is cut.
 void NSLog(const char* format, ...) noexcept {
   const int savedError = errno;
   char line[1024];
@@ -80,7 +116,7 @@ void NSLog(const char* format, ...) noexcept {
   va_end(again);
   char* const text = longLine ? longLine.get() : line;
   if (text[end - 1] != '\n') text[end++] = '\n';
-  WriteAll(STDERR_FILENO, {text, end});
+  WriteOrHold({text, end});
   errno = savedError;
 }
 

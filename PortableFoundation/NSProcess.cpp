@@ -8,13 +8,14 @@
 #ifdef __APPLE__
 #include <libproc.h>
 #else
+#include <sched.h>
 #include <sys/auxv.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #endif
 
-#include <algorithm>
 #include <limits>
+#include <span>
 #include <utility>
 
 extern char** environ;
@@ -22,13 +23,11 @@ extern char** environ;
 namespace zekara {
 namespace {
 
-// What is left where no call closes them all at once.
-[[maybe_unused]] void CloseDescriptorsOneByOne(int first) noexcept {
-  constexpr rlim_t kHighest = 65536;
-  rlimit limit = {};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const auto end = static_cast<int>(std::min(limit.rlim_cur, kHighest));
-  for (int descriptor = first; descriptor < end; ++descriptor) close(descriptor);
+// What is left where the system neither closes them all at once nor lists them. Not up to the limit: that may
+// have been lowered after they were opened.
+void CloseDescriptorsOneByOne(int first) noexcept {
+  constexpr int kHighest = 1 << 20;
+  for (int descriptor = first; descriptor < kHighest; ++descriptor) close(descriptor);
 }
 
 }  // namespace
@@ -55,7 +54,23 @@ Descriptor NSProcessOpenExecutable() noexcept {
 
 void NSProcessForbidTracing() noexcept {}  // the system lets nobody trace a set-user-id process
 
-void NSProcessCloseDescriptorsFrom(int first) noexcept { CloseDescriptorsOneByOne(first); }
+// The list is cut to the array's size, and is asked for again until nothing in it is left to be closed.
+void NSProcessCloseDescriptorsFrom(int first) noexcept {
+  for (;;) {
+    proc_fdinfo open[256];
+    const int size = proc_pidinfo(getpid(), PROC_PIDLISTFDS, 0, open, static_cast<int>(sizeof open));
+    if (size <= 0) return CloseDescriptorsOneByOne(first);
+    bool hasClosed = false;
+    for (const proc_fdinfo& one : std::span(open).first(static_cast<std::size_t>(size) / sizeof *open)) {
+      if (one.proc_fd >= first && close(one.proc_fd) == 0) hasClosed = true;
+    }
+    if (!hasClosed) return;
+  }
+}
+
+void NSProcessRestorePriority() noexcept {
+  setpriority(PRIO_PROCESS, 0, 0);
+}
 
 #else
 
@@ -63,9 +78,13 @@ bool NSProcessIsPrivileged() noexcept {
   return getauxval(AT_SECURE) != 0 || getuid() != geteuid() || getgid() != getegid();
 }
 
-Descriptor NSProcessOpenExecutable() noexcept { return OpenAt(AT_FDCWD, "/proc/self/exe", O_RDONLY); }
+Descriptor NSProcessOpenExecutable() noexcept {
+  return OpenAt(AT_FDCWD, "/proc/self/exe", O_RDONLY);
+}
 
-void NSProcessForbidTracing() noexcept { prctl(PR_SET_DUMPABLE, 0, 0, 0, 0); }
+void NSProcessForbidTracing() noexcept {
+  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+}
 
 void NSProcessCloseDescriptorsFrom(int first) noexcept {
 #ifdef SYS_close_range
@@ -74,14 +93,24 @@ void NSProcessCloseDescriptorsFrom(int first) noexcept {
   CloseDescriptorsOneByOne(first);  // Linux before 5.9
 }
 
+void NSProcessRestorePriority() noexcept {
+  constexpr sched_param kNone = {};
+  sched_setscheduler(0, SCHED_OTHER, &kNone);
+  setpriority(PRIO_PROCESS, 0, 0);
+#ifdef SYS_ioprio_set
+  constexpr int kThisProcess = 1;
+  syscall(SYS_ioprio_set, kThisProcess, 0, 0);  // as the processor priority says
+#endif
+}
+
 #endif
 
 Descriptor NSProcessOpenExecutableNamed(const char* path) noexcept {
   Descriptor running = NSProcessOpenExecutable();
   struct stat named = {};
   struct stat opened = {};
-  const bool isSame = running.isOpen() && fstat(running.get(), &opened) == 0 && stat(path, &named) == 0 &&
-                      IsSameFile(named, opened);
+  const bool isSame =
+      running.isOpen() && Examine(running, opened) && Examine(path, named) && IsSameFile(named, opened);
   return isSame ? std::move(running) : Descriptor();
 }
 
@@ -93,10 +122,33 @@ std::uint64_t NSProcessFileSizeLimit() noexcept {
 AllSignalsBlocked::AllSignalsBlocked() noexcept {
   sigset_t all;
   sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &previous_);
+  isInEffect_ = pthread_sigmask(SIG_SETMASK, &all, &previous_) == 0;
 }
 
-AllSignalsBlocked::~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+AllSignalsBlocked::~AllSignalsBlocked() {
+  if (isInEffect_) pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+}
+
+FullyRoot::FullyRoot() noexcept
+    : user_(getuid()),
+      group_(getgid()),
+      effectiveGroup_(getegid()),
+      isBorrowed_(geteuid() == 0 && user_ != 0) {
+  if (!isBorrowed_) return;
+  // These set the real id alone where the effective one is 0 already. One refused, the other is of use all
+  // the same.
+  const bool hasGroup = setregid(0, 0) == 0;
+  const bool hasUser = setreuid(0, 0) == 0;
+  static_cast<void>(hasGroup && hasUser);
+}
+
+// Refused, the process stays root for the rest of its life.
+FullyRoot::~FullyRoot() {
+  if (!isBorrowed_) return;
+  const bool hasGroup = setregid(group_, effectiveGroup_) == 0;
+  const bool hasUser = setreuid(user_, 0) == 0;
+  static_cast<void>(hasGroup && hasUser);
+}
 
 void NSProcessClearEnvironment() noexcept {
   static char* empty[] = {nullptr};

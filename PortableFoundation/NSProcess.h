@@ -1,6 +1,7 @@
 #pragma once
 
 #include <signal.h>
+#include <sys/types.h>
 
 #include <cstdint>
 
@@ -8,14 +9,16 @@
 
 namespace zekara {
 
-// Whether the process runs with rights that its caller lacks: its real and effective ids differ, or the system says that
-// the start changed them.
+// Whether the process runs with rights that its caller lacks: its real and effective ids differ, or the
+// system says that the start changed them.
 bool NSProcessIsPrivileged() noexcept;
 
-// The file that this process is running, open for reading, whatever its path names by now; none when the system does not tell.
+// The file that this process is running, open for reading, whatever its path names by now; none when the
+// system does not tell.
 Descriptor NSProcessOpenExecutable() noexcept;
 
-// The same, if `path` names that very file. The path itself is never opened: it may name a FIFO, or a device that acts.
+// The same, if `path` names that very file. The path itself is never opened: it may name a FIFO, or a device
+// that acts.
 Descriptor NSProcessOpenExecutableNamed(const char* path) noexcept;
 
 // How many bytes a file may have that this process writes.
@@ -30,14 +33,37 @@ class AllSignalsBlocked {
   AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
 
  private:
-  sigset_t previous_;
+  sigset_t previous_ = {};
+  bool isInEffect_ = false;
+};
+
+// Gives a process that is root by its effective id alone 0 as its real ids too, group included, until the
+// object goes: the signals of those who started it do not reach it then. Does nothing for any other process,
+// and what the system refuses stays as it is.
+class FullyRoot {
+ public:
+  FullyRoot() noexcept;
+  ~FullyRoot();
+  FullyRoot(const FullyRoot&) = delete;
+  FullyRoot& operator=(const FullyRoot&) = delete;
+
+ private:
+  uid_t user_;
+  gid_t group_;
+  gid_t effectiveGroup_;
+  bool isBorrowed_;
 };
 
 // Leaves the environment empty.
 void NSProcessClearEnvironment() noexcept;
 
-// Keeps the process from being traced, read or dumped by those who started it, where the system can be told so.
+// Keeps the process from being traced, read or dumped by those who started it, where the system can be told
+// so.
 void NSProcessForbidTracing() noexcept;
+
+// Gives the process the scheduling of any other, for the processor and, where there is such a thing, for
+// files: who has started it might let it wait while it holds what others wait for.
+void NSProcessRestorePriority() noexcept;
 
 // Closes every descriptor from `first` up.
 void NSProcessCloseDescriptorsFrom(int first) noexcept;

@@ -12,7 +12,8 @@
 namespace zekara {
 namespace {
 
-constexpr NSFileAttributes kRequired = {.ownerAccountID = 0, .groupOwnerAccountID = 0, .posixPermissions = 04755};
+constexpr NSFileAttributes kRequired = {
+    .ownerAccountID = 0, .groupOwnerAccountID = 0, .posixPermissions = 04755};
 
 Plist OwnerDetails(uid_t owner, gid_t group) {
   return Plist::dictionary({{"NSFileOwnerAccountID", owner}, {"NSFileGroupOwnerAccountID", group}});
@@ -25,18 +26,22 @@ Plist Details(const std::optional<NSFileAttributes>& found) {
   return details;
 }
 
-[[noreturn]] void ThrowSelfCheckError(Plist userInfo) { throw NSError("xx", 123, std::move(userInfo)); }
+[[noreturn]] void ThrowSelfCheckError(Plist userInfo) {
+  throw NSError("xx", 123, std::move(userInfo));
+}
 
 enum class RepairResult { kComplete, kOwnerFailed, kModeFailed };
 
-// By path for whoever has the rights himself; otherwise through one descriptor of the running file, so that nothing can be
-// put in its place between the check and the changes. The change of owner takes the set-user-id bit away until the
-// change of mode: no signal is to end the process in between.
+// By path for whoever has the rights himself; otherwise through one descriptor of the running file, so that
+// nothing can be put in its place between the check and the changes. The change of owner takes the
+// set-user-id bit away until the change of mode: no signal is to end the process in between, and none of the
+// caller's to reach it.
 RepairResult RepairAttributes(const std::string& path) {
   const NSFileManager& manager = NSFileManager::defaultManager();
   const bool isPrivileged = NSProcessIsPrivileged();
   const Descriptor file = isPrivileged ? NSProcessOpenExecutableNamed(path.c_str()) : Descriptor();
   const AllSignalsBlocked blocked;
+  const FullyRoot root;
   const bool isOwned = isPrivileged ? manager.changeOwner_group_ofFile(0, 0, file)
                                     : manager.changeOwner_group_atPath(0, 0, path);
   if (!isOwned) return RepairResult::kOwnerFailed;
