@@ -361,7 +361,9 @@ std::span<const Plist> Plist::elements() const {
   return static_cast<const ArrayNode*>(node())->elements;
 }
 
-void Plist::addObject(Plist element) const { arrayToChange().append(std::move(element)); }
+void Plist::addObject(Plist element) const {
+  arrayToChange().append(std::move(element));
+}
 
 std::span<const Plist::Entry> Plist::entries() const {
   if (isNil()) return {};

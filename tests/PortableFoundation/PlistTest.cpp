@@ -362,7 +362,7 @@ TEST(PlistDictionary, EqualKeysOfDifferentKindsAreOneKey) {
   for (const std::size_t others : {0U, 100U}) {
     const Plist dictionary = Plist::dictionary();
     for (std::size_t i = 0; i < others; ++i)
-      dictionary.setObject_forKey(0, "z" + std::to_string(i * 7 % others));
+      dictionary.setObject_forKey(0, std::to_string(i * 7 % others) + "z");
     for (const Plist& key : {Plist(1), Plist(1.0), Plist(true), Plist("1"), Plist::data("1"), Plist::date(1),
                              Plist(0), Plist(-0.0), Plist(false), Plist(NAN), Plist(-NAN),
                              Plist(std::uint64_t{1} << 63), Plist(0x1p63), Plist(1.5)}) {
