@@ -1,0 +1,646 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "PortableFoundation/Descriptor.h"
+#include "PortableFoundation/NSError.h"
+#include "PortableFoundation/NSException.h"
+#include "PortableFoundation/NSPropertyListSerialization.h"
+#include "PortableFoundation/NSRunLoop.h"
+#include "Zekara4MacLibrary/ZKAXMLConnection.h"
+#include "gmock/gmock.h"
+#include "gtest/gtest.h"
+#include "tests/support/PlistGenerator.h"
+#include "tests/support/TestFiles.h"
+
+namespace zekara {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+class Delegate : public ZKAXMLConnectionDelegating {
+ public:
+  void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection& connection) override {
+    messages.push_back(message);
+    if (onMessage) onMessage(message, connection);
+  }
+  void connectionClosed(ZKAXMLConnection& connection) override {
+    ++closings;
+    if (onClose) onClose(connection);
+  }
+
+  std::vector<std::string> descriptions() const {
+    std::vector<std::string> all;
+    for (const Plist& message : messages) all.push_back(message.description());
+    return all;
+  }
+
+  std::vector<Plist> messages;
+  int closings = 0;
+  std::function<void(const Plist&, ZKAXMLConnection&)> onMessage;
+  std::function<void(ZKAXMLConnection&)> onClose;
+};
+
+// Handles the input that is there; false when there is none, or nobody waits for it.
+bool HandleOneBlock() {
+  return NSRunLoop::currentRunLoop().runBeforeDate(NSRunLoop::Clock::now());
+}
+
+// Whether anybody waits for input at all. To be asked when there is input.
+bool IsReading() {
+  return HandleOneBlock();
+}
+
+void RunUntilClosed(const Delegate& delegate) {
+  const auto limit = NSRunLoop::Clock::now() + std::chrono::minutes(4);
+  while (delegate.closings == 0) {
+    ASSERT_TRUE(NSRunLoop::currentRunLoop().runBeforeDate(limit)) << "no input, but no end of it either";
+  }
+}
+
+std::pair<Descriptor, Descriptor> MakePipe() {
+  int ends[2] = {-1, -1};
+  if (pipe(ends) != 0) throw std::runtime_error("cannot make a pipe");
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+std::pair<Descriptor, Descriptor> MakeSocketPair() {
+  int ends[2] = {-1, -1};
+  if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::runtime_error("cannot make a socket pair");
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+std::shared_ptr<NSFileHandle> HandleOn(const Descriptor& descriptor) {
+  return NSFileHandle::initWithFileDescriptor_closeOnDealloc(descriptor.get(), false);
+}
+
+void Put(const Descriptor& end, std::string_view bytes) {
+  ASSERT_EQ(WriteAll(end.get(), bytes), 0);
+}
+
+// Everything that can be read without waiting.
+std::string TakeAll(const Descriptor& end) {
+  fcntl(end.get(), F_SETFL, fcntl(end.get(), F_GETFL) | O_NONBLOCK);
+  std::string bytes;
+  char block[65536];
+  ssize_t count = 0;
+  while ((count = read(end.get(), block, sizeof block)) > 0)
+    bytes.append(block, static_cast<std::size_t>(count));
+  return bytes;
+}
+
+std::string Serialized(const Plist& plist) {
+  std::string bytes;
+  std::string error;
+  EXPECT_TRUE(NSPropertyListSerialization::appendDataFromPropertyList(plist, bytes, error)) << error;
+  return bytes;
+}
+
+std::string Small(int number) {
+  return "<plist><integer>" + std::to_string(number) + "</integer></plist>";
+}
+
+// A connection that reads from one pipe and writes to another.
+class ZKAXMLConnectionTest : public testing::Test {
+ protected:
+  void connect() {
+    connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
+        HandleOn(input.first), HandleOn(output.second), &delegate);
+  }
+  void put(std::string_view bytes) { Put(input.second, bytes); }
+  void endInput() { input.second.reset(); }
+
+  std::pair<Descriptor, Descriptor> input = MakePipe();
+  std::pair<Descriptor, Descriptor> output = MakePipe();
+  Delegate delegate;
+  std::shared_ptr<ZKAXMLConnection> connection;
+};
+
+// Cutting the input into messages
+
+// A stream with everything that may stand between and in messages, and what is to come of it.
+struct Stream {
+  std::string bytes;
+  std::vector<std::string> messages;
+  std::vector<std::pair<std::size_t, std::size_t>> ends;  // byte count -> messages delivered by then
+};
+
+Stream MakeStream() {
+  Stream stream;
+  const auto add = [&](const std::string& bytes, bool isMessage, const std::string& description) {
+    stream.bytes += bytes;
+    if (isMessage) {
+      stream.messages.push_back(description);
+      stream.ends.emplace_back(stream.bytes.size(), stream.messages.size());
+    }
+  };
+  const Plist request = Plist::dictionary({{"cmd", "ChangeConfig"}, {"tag", "cmd"}});
+  std::string serialized = Serialized(request);
+  while (serialized.ends_with("\n")) serialized.pop_back();
+  add(serialized, true, request.description());
+  add("\n", false, "");
+  add(Small(1), true, "1");
+  add(Small(2), true, "2");
+  add(" \t\r\n\n", false, "");
+  add("<plist><string>&lt;/plist></string></plist>", true, "</plist>");
+  add("this is no property list </plist>", false, "");
+  add("<plist><string>a</PLIST>b</string></plist>", false, "");
+  add("</plist>", false, "");
+  add("<plist><string></plis </plist></plist>", false, "");
+  add("<plist><string></string></plist>", true, "");
+  add("<plist><integer>99</integer></plist", false, "");
+  return stream;
+}
+
+TEST_F(ZKAXMLConnectionTest, InputIsCutAlikeAtEveryChunkSize) {
+  const Stream stream = MakeStream();
+  for (std::size_t size = 1; size <= stream.bytes.size(); ++size) {
+    SCOPED_TRACE("chunks of " + std::to_string(size));
+    input = MakePipe();
+    delegate = Delegate();
+    connect();
+    const StandardErrorCapture silence;
+    for (std::size_t sent = 0; sent < stream.bytes.size();) {
+      put(std::string_view(stream.bytes).substr(sent, size));
+      sent = std::min(sent + size, stream.bytes.size());
+      ASSERT_TRUE(HandleOneBlock());
+      std::size_t expected = 0;
+      for (const auto& [end, count] : stream.ends) {
+        if (end <= sent) expected = count;
+      }
+      ASSERT_EQ(delegate.messages.size(), expected) << "after " << sent << " bytes";
+    }
+    endInput();
+    ASSERT_TRUE(HandleOneBlock());
+    ASSERT_EQ(delegate.descriptions(), stream.messages);
+    ASSERT_EQ(delegate.closings, 1);
+  }
+}
+
+TEST_F(ZKAXMLConnectionTest, RandomPiecesOfMarkersAreCutAtEveryWholeMarker) {
+  constexpr std::string_view kPieces[] = {"<",        "/", "</", "</p",  "plist", "</plist",
+                                          "</plist>", ">", "x",  "</pl", "ist>"};
+  for (std::uint32_t seed = 0; seed < 300; ++seed) {
+    std::string bytes;
+    const std::string random = RandomBytes(seed, 60);
+    std::size_t messages = 0;
+    for (const char c : random) bytes += kPieces[static_cast<unsigned char>(c) % std::size(kPieces)];
+    for (std::size_t at = 0; (at = bytes.find("</plist>", at)) != std::string::npos; at += 8) ++messages;
+    input = MakePipe();
+    delegate = Delegate();
+    connect();
+    const StandardErrorCapture capture;
+    for (std::size_t sent = 0; sent < bytes.size();) {
+      const std::size_t size = 1 + static_cast<unsigned char>(random[sent % random.size()]) % 12;
+      put(std::string_view(bytes).substr(sent, size));
+      sent += size;
+      ASSERT_TRUE(HandleOneBlock());
+    }
+    // None of them is a property list, so each is logged.
+    ASSERT_EQ(capture.messages().size(), messages) << bytes;
+  }
+}
+
+TEST_F(ZKAXMLConnectionTest, TwoMessagesInOneBlockAreDeliveredInOrderAndAThirdIncompleteOneStays) {
+  connect();
+  put(Small(1) + Small(2) + "<plist><integer>3</int");
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1", "2"));
+  EXPECT_FALSE(HandleOneBlock()) << "there is no more input";
+  put("eger></plist>");
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1", "2", "3"));
+}
+
+TEST_F(ZKAXMLConnectionTest, SplitMarkerCompletesItsMessageWithItsLastByte) {
+  connect();
+  put("<plist><integer>7</integer></pl");
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.messages, IsEmpty());
+  put("ist");
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.messages, IsEmpty());
+  put(">");
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("7"));
+}
+
+TEST_F(ZKAXMLConnectionTest, NextReadIsArmedOnlyAfterEveryMessageOfTheBlock) {
+  connect();
+  bool wasReading = false;
+  delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { wasReading = wasReading || IsReading(); };
+  put(Small(1) + Small(2));
+  ASSERT_TRUE(HandleOneBlock());
+  put(Small(3));
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1", "2", "3"));
+  EXPECT_FALSE(wasReading);
+}
+
+TEST_F(ZKAXMLConnectionTest, WhiteSpaceAfterAMarkerIsTheHeadOfTheNextMessage) {
+  connect();
+  put(Serialized("one") + "\r\n \t\n");
+  ASSERT_TRUE(HandleOneBlock());
+  put(Serialized("two"));
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("one", "two"));
+}
+
+TEST_F(ZKAXMLConnectionTest, MarkerIsMatchedCaseSensitivelyAndWithoutBlanks) {
+  connect();
+  put("<plist><string>a</string></PLIST></plist ></Plist>");
+  ASSERT_TRUE(HandleOneBlock());
+  endInput();
+  const StandardErrorCapture capture;
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.messages, IsEmpty());
+  EXPECT_THAT(capture.messages(), IsEmpty());
+}
+
+TEST_F(ZKAXMLConnectionTest, MarkerInsideACommentCutsTheMessageAllTheSame) {
+  connect();
+  put("<plist><!-- </plist> --><integer>1</integer></plist>" + Small(2));
+  const StandardErrorCapture capture;
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("2"));
+  EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection: xml format: "),
+                                              StartsWith("ZKAXMLConnection: xml format: ")));
+}
+
+TEST_F(ZKAXMLConnectionTest, MessageThatDoesNotParseIsLoggedAndDroppedAndTheNextIsServed) {
+  connect();
+  put("%s%n <plist><nonsense></plist>");
+  {
+    const StandardErrorCapture capture;
+    ASSERT_TRUE(HandleOneBlock());
+    EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection: xml format: ")));
+  }
+  EXPECT_THAT(delegate.messages, IsEmpty());
+  EXPECT_EQ(delegate.closings, 0);
+  put(Small(1));
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
+  EXPECT_EQ(TakeAll(output.first), "") << "nothing is replied";
+}
+
+TEST_F(ZKAXMLConnectionTest, MessageThatHoldsAZeroByteIsDropped) {
+  connect();
+  put(std::string_view("<plist><string>a\0b</string></plist>", 35));
+  const StandardErrorCapture capture;
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.messages, IsEmpty());
+  EXPECT_EQ(capture.messages().size(), 1U);
+}
+
+TEST_F(ZKAXMLConnectionTest, MessageMayBeOfAnyTypeAndItsContainersCannotBeChanged) {
+  connect();
+  const std::vector<Plist> values = {Plist::dictionary({{"k", Plist::array({1})}}),
+                                     Plist::array({"a"}),
+                                     "text",
+                                     5,
+                                     1.5,
+                                     true,
+                                     Plist::date(0),
+                                     Plist::data("\x01\x02")};
+  for (const Plist& value : values) put(Serialized(value));
+  ASSERT_TRUE(HandleOneBlock());
+  ASSERT_EQ(delegate.messages, values);
+  for (std::size_t i = 0; i < values.size(); ++i) EXPECT_EQ(delegate.messages[i].kind(), values[i].kind());
+  EXPECT_FALSE(delegate.messages[0].isMutable());
+  EXPECT_FALSE(delegate.messages[0].objectForKey("k").isMutable());
+  EXPECT_FALSE(delegate.messages[1].isMutable());
+}
+
+TEST_F(ZKAXMLConnectionTest, HugeMessageArrivesWholeBlockByBlock) {
+  connect();
+  const Plist huge = std::string(33U << 20, 'x');
+  const std::string bytes = Serialized(huge) + Small(1);
+  std::thread writer([this, &bytes] {
+    for (std::size_t sent = 0; sent < bytes.size(); sent += 65536) {
+      WriteAll(input.second.get(), std::string_view(bytes).substr(sent, 65536));
+    }
+    endInput();
+  });
+  RunUntilClosed(delegate);
+  writer.join();
+  ASSERT_EQ(delegate.messages.size(), 2U);
+  EXPECT_TRUE(delegate.messages[0] == huge);
+  EXPECT_EQ(delegate.messages[1], Plist(1));
+}
+
+TEST_F(ZKAXMLConnectionTest, ManySmallMessagesInOneBlockAreDeliveredInOrder) {
+  connect();
+  std::string bytes;
+  std::vector<std::string> expected;
+  for (int i = 0; bytes.size() < 60000; ++i) {
+    bytes += Small(i);
+    expected.push_back(std::to_string(i));
+  }
+  put(bytes);
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_EQ(delegate.descriptions(), expected);
+}
+
+// The end of the input
+
+TEST_F(ZKAXMLConnectionTest, EndOfInputClosesOnce) {
+  connect();
+  endInput();
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_EQ(delegate.closings, 1);
+  EXPECT_FALSE(IsReading());
+  EXPECT_EQ(delegate.closings, 1);
+}
+
+TEST_F(ZKAXMLConnectionTest, PartialMessageAtTheEndOfInputIsDiscardedSilently) {
+  connect();
+  put(Small(1) + "<plist><integer>2</integer></plist");
+  endInput();
+  const StandardErrorCapture capture;
+  RunUntilClosed(delegate);
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
+  EXPECT_EQ(delegate.closings, 1);
+  EXPECT_THAT(capture.messages(), IsEmpty());
+}
+
+TEST_F(ZKAXMLConnectionTest, InputThatCannotBeReadIsAtItsEnd) {
+  const Descriptor directory = OpenAt(AT_FDCWD, "/", O_RDONLY);
+  connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
+      HandleOn(directory), HandleOn(output.second), &delegate);
+  RunUntilClosed(delegate);
+  EXPECT_EQ(delegate.closings, 1);
+}
+
+TEST_F(ZKAXMLConnectionTest, ClosedConnectionStillSends) {
+  connect();
+  endInput();
+  RunUntilClosed(delegate);
+  connection->sendMessage("after the end");
+  EXPECT_EQ(TakeAll(output.first), Serialized("after the end"));
+}
+
+TEST_F(ZKAXMLConnectionTest, ConnectionClosedMaySend) {
+  connect();
+  delegate.onClose = [](ZKAXMLConnection& closed) { closed.sendMessage("goodbye"); };
+  endInput();
+  RunUntilClosed(delegate);
+  EXPECT_EQ(TakeAll(output.first), Serialized("goodbye"));
+}
+
+// Failures of the delegate
+
+TEST_F(ZKAXMLConnectionTest, NSExceptionOfTheDelegateIsLoggedAndClosesWhateverIsLeftOfTheInput) {
+  connect();
+  delegate.onMessage = [](const Plist&, ZKAXMLConnection&) { throw NSException("name", "the %s reason"); };
+  put(Small(1) + Small(2));
+  const StandardErrorCapture capture;
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
+  EXPECT_EQ(delegate.closings, 1);
+  EXPECT_THAT(capture.messages(), ElementsAre("ZKAXMLConnection: the %s reason"));
+  put(Small(3));
+  EXPECT_FALSE(IsReading());
+  EXPECT_EQ(delegate.closings, 1);
+}
+
+TEST_F(ZKAXMLConnectionTest, AnythingElseThrownByTheDelegatePassesOnAndDoesNotClose) {
+  const std::function<void()> throwers[] = {
+      [] { throw NSError("xx", 123, Plist()); },
+      [] { throw std::runtime_error("other"); },
+      [] { throw std::bad_alloc(); },
+      [] { throw 5; },
+  };
+  for (const auto& thrower : throwers) {
+    delegate = Delegate();
+    delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { thrower(); };
+    connect();
+    put(Small(1));
+    const StandardErrorCapture capture;
+    EXPECT_ANY_THROW(HandleOneBlock());
+    EXPECT_EQ(delegate.closings, 0);
+    EXPECT_THAT(capture.messages(), IsEmpty());
+    put(Small(2));
+    EXPECT_FALSE(IsReading());
+    connection.reset();
+    TakeAll(input.first);
+    fcntl(input.first.get(), F_SETFL, 0);
+  }
+}
+
+TEST_F(ZKAXMLConnectionTest, ErrorObjectPassesOnUnchanged) {
+  connect();
+  delegate.onMessage = [](const Plist&, ZKAXMLConnection&) {
+    throw NSError("xx", 123, Plist::dictionary({{"k", "v"}}));
+  };
+  put(Small(1));
+  try {
+    HandleOneBlock();
+    FAIL() << "nothing was thrown";
+  } catch (const NSError& error) {
+    EXPECT_EQ(error.domain(), "xx");
+    EXPECT_EQ(error.code(), 123);
+    EXPECT_EQ(error.userInfo(), Plist::dictionary({{"k", "v"}}));
+  }
+}
+
+// Letting go of the connection
+
+TEST_F(ZKAXMLConnectionTest, DelegateMayReleaseTheConnectionInAMessage) {
+  connect();
+  delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { connection.reset(); };
+  put(Small(1) + Small(2));
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1", "2")) << "the block is handled to its end";
+  put(Small(3));
+  EXPECT_FALSE(IsReading());
+  EXPECT_EQ(delegate.closings, 0);
+}
+
+TEST_F(ZKAXMLConnectionTest, DelegateMayReleaseTheConnectionAndRaise) {
+  connect();
+  delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) {
+    connection.reset();
+    throw NSException("name", "reason");
+  };
+  put(Small(1));
+  const StandardErrorCapture silence;
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_EQ(delegate.closings, 1);
+}
+
+TEST_F(ZKAXMLConnectionTest, DelegateMayReleaseTheConnectionWhenItCloses) {
+  connect();
+  const std::weak_ptr<ZKAXMLConnection> observed = connection;
+  delegate.onClose = [&](ZKAXMLConnection&) { connection.reset(); };
+  endInput();
+  RunUntilClosed(delegate);
+  EXPECT_TRUE(observed.expired());
+}
+
+TEST_F(ZKAXMLConnectionTest, ReleasedConnectionReadsNoMore) {
+  connect();
+  put(Small(1));
+  connection.reset();
+  EXPECT_FALSE(IsReading());
+  EXPECT_THAT(delegate.messages, IsEmpty());
+  EXPECT_EQ(delegate.closings, 0);
+}
+
+TEST_F(ZKAXMLConnectionTest, HandlesAreSharedAndNotClosed) {
+  const auto reading = NSFileHandle::initWithFileDescriptor_closeOnDealloc(input.first.release(), true);
+  const int descriptor = reading->fileDescriptor();
+  connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
+      reading, HandleOn(output.second), &delegate);
+  endInput();
+  RunUntilClosed(delegate);
+  connection.reset();
+  EXPECT_GE(fcntl(descriptor, F_GETFD), 0);
+  EXPECT_GE(fcntl(output.second.get(), F_GETFD), 0);
+}
+
+TEST_F(ZKAXMLConnectionTest, ConnectionKeepsItsHandlesAlive) {
+  const int descriptor = input.first.release();
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(
+      NSFileHandle::initWithFileDescriptor_closeOnDealloc(descriptor, true), &delegate);
+  put(Small(1));
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
+  connection.reset();
+  EXPECT_LT(fcntl(descriptor, F_GETFD), 0) << "its last owner has closed it";
+}
+
+// Sending
+
+TEST_F(ZKAXMLConnectionTest, MessageIsWrittenAsTheSerialiserWritesItAndNothingElse) {
+  connect();
+  const Plist message = Plist::dictionary({{"tag", "ack"}, {"res", "OK"}});
+  connection->sendMessage(message);
+  connection->sendMessage("two");
+  EXPECT_EQ(TakeAll(output.first), Serialized(message) + Serialized("two"));
+}
+
+TEST_F(ZKAXMLConnectionTest, RepliesOfOneBlockFollowTheOrderOfItsMessages) {
+  connect();
+  delegate.onMessage = [](const Plist& message, ZKAXMLConnection& through) { through.sendMessage(message); };
+  put(Small(1) + Small(2) + Small(3));
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_EQ(TakeAll(output.first), Serialized(1) + Serialized(2) + Serialized(3));
+}
+
+TEST_F(ZKAXMLConnectionTest, OneHandleServesBothWays) {
+  const auto [ours, theirs] = MakeSocketPair();
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(ours), &delegate);
+  delegate.onMessage = [](const Plist& message, ZKAXMLConnection& through) { through.sendMessage(message); };
+  Put(theirs, Small(1));
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_EQ(TakeAll(theirs), Serialized(1));
+}
+
+TEST_F(ZKAXMLConnectionTest, AbsentHandleForWritingMeansTheOneForReading) {
+  const auto [ours, theirs] = MakeSocketPair();
+  connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
+      HandleOn(ours), nullptr, &delegate);
+  connection->sendMessage("hello");
+  EXPECT_EQ(TakeAll(theirs), Serialized("hello"));
+}
+
+TEST_F(ZKAXMLConnectionTest, ConnectionsTalkToOneAnotherInTheSameRunLoop) {
+  const auto [ours, theirs] = MakeSocketPair();
+  Delegate other;
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(ours), &delegate);
+  const auto peer = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(theirs), &other);
+  other.onMessage = [](const Plist& message, ZKAXMLConnection& through) {
+    through.sendMessage(Plist::array({message}));
+  };
+  connection->sendMessage("ping");
+  ASSERT_TRUE(HandleOneBlock());
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_EQ(delegate.messages, std::vector<Plist>{Plist::array({"ping"})});
+}
+
+TEST_F(ZKAXMLConnectionTest, MessageLargerThanThePipeIsWrittenWhole) {
+  connect();
+  const Plist message = std::string(1U << 20, 'y');
+  std::string received;
+  std::thread reader([this, &received] {
+    char block[4096];
+    ssize_t count = 0;
+    while ((count = ReadSome(output.first.get(), block, sizeof block)) > 0) {
+      received.append(block, static_cast<std::size_t>(count));
+    }
+  });
+  connection->sendMessage(message);
+  output.second.reset();
+  reader.join();
+  EXPECT_TRUE(received == Serialized(message));
+}
+
+TEST_F(ZKAXMLConnectionTest, MessageThatCannotBeSerialisedIsLoggedAndNothingIsWritten) {
+  connect();
+  const Plist unwritable[] = {Plist(), Plist::array({"\xFF"}), Plist::dictionary({{1, "key is no string"}})};
+  for (const Plist& message : unwritable) {
+    const StandardErrorCapture capture;
+    connection->sendMessage(message);
+    EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection:sendMessage: serialize: ")));
+  }
+  EXPECT_EQ(TakeAll(output.first), "");
+}
+
+TEST_F(ZKAXMLConnectionTest, WriteThatFailsIsLoggedAndTheSenderIsNotTold) {
+  connect();
+  output.second.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  connect();
+  const StandardErrorCapture capture;
+  connection->sendMessage("lost");
+  EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection:sendMessage: ")));
+}
+
+TEST_F(ZKAXMLConnectionTest, ReplyToAReaderThatHasGoneIsLoggedAndTheConnectionServesOn) {
+  connect();
+  output.first.reset();
+  delegate.onMessage = [](const Plist& message, ZKAXMLConnection& through) { through.sendMessage(message); };
+  put(Small(1) + Small(2));
+  const StandardErrorCapture capture;
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1", "2"));
+  EXPECT_EQ(delegate.closings, 0);
+  EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection:sendMessage: "),
+                                              StartsWith("ZKAXMLConnection:sendMessage: ")));
+}
+
+// In a process of its own, in which SIGPIPE would kill: the connection's other end has gone when it sends.
+[[noreturn]] void SendToNobody(std::pair<Descriptor, Descriptor> ends) {
+  signal(SIGPIPE, SIG_DFL);
+  Delegate delegate;
+  const auto connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(ends.second), &delegate);
+  ends.first.reset();
+  connection->sendMessage("to nobody");
+  _exit(42);
+}
+
+TEST(ZKAXMLConnectionDeathTest, PipeWithoutAReaderDoesNotKillAProcessThatNeverIgnoredSigpipe) {
+  EXPECT_EXIT(SendToNobody(MakePipe()), testing::ExitedWithCode(42),
+              "ZKAXMLConnection:sendMessage: .*Broken pipe");
+}
+
+TEST(ZKAXMLConnectionDeathTest, SocketWithoutAPeerDoesNotKillEither) {
+  EXPECT_EXIT(SendToNobody(MakeSocketPair()), testing::ExitedWithCode(42),
+              "ZKAXMLConnection:sendMessage: .*Broken pipe");
+}
+
+}  // namespace
+}  // namespace zekara
