@@ -1,5 +1,6 @@
 """The example client in Python, as a program and as a module."""
 
+import contextlib
 import importlib.util
 import os
 import subprocess
@@ -21,6 +22,20 @@ def run_client(*arguments, **options):
         check=False,
         **options,
     )
+
+
+@contextlib.contextmanager
+def log_discarded():
+    """Sends what is written to standard error, by child processes too, nowhere."""
+    sys.stderr.flush()
+    kept = os.dup(2)
+    with open(os.devnull, "wb") as nowhere:
+        os.dup2(nowhere.fileno(), 2)
+    try:
+        yield
+    finally:
+        os.dup2(kept, 2)
+        os.close(kept)
 
 
 class ExampleClient(ToolTestCase):
@@ -68,10 +83,11 @@ class ExampleClient(ToolTestCase):
         specification = importlib.util.spec_from_file_location("client", CLIENT)
         client = importlib.util.module_from_spec(specification)
         specification.loader.exec_module(client)
-        reply = client.change_config(tool.TOOL, {"A": {"k": True}})
+        with log_discarded():
+            reply = client.change_config(tool.TOOL, {"A": {"k": True}})
         self.assertEqual(reply, {"tag": "ack", "cmd": "ChangeConfig", "arg": {"A": {"k": True}}, "res": "OK"})
         os.rename(sandbox.CONFIG_DIRECTORY, sandbox.CONFIG_DIRECTORY + ".gone")
-        with self.assertRaisesRegex(client.ChangeConfigError, "^can't open ini file$"):
+        with self.assertRaisesRegex(client.ChangeConfigError, "^can't open ini file$"), log_discarded():
             client.change_config(tool.TOOL, {"A": {"k": True}})
 
     @requires_set_user_id

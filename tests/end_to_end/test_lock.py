@@ -6,7 +6,7 @@ import os
 import signal
 import subprocess
 
-from support import ini_model, sandbox, tool
+from support import ini_model, sandbox, tool, tracing
 from support.case import ToolTestCase
 
 CONTENT = b"[A]\nk = old\n\n"
@@ -34,7 +34,7 @@ class Lock(ToolTestCase):
     def start_waiting_request(self, settings):
         """A tool that has come as far as waiting for the lock, which somebody must hold."""
         process = self.start_request(settings)
-        tool.wait_until(lambda: tool.waits_for_lock(process.pid), "the tool waits for the lock")
+        tool.wait_until_it_waits_for_the_lock(process)
         return process
 
     def test_the_tool_waits_for_another_holder_and_completes_after_him(self):
@@ -67,10 +67,12 @@ class Lock(ToolTestCase):
 
     def test_the_tool_completes_after_the_holder_was_killed(self):
         holder = subprocess.Popen(
-            ["flock", tool.CONFIG, "sh", "-c", "echo held; exec sleep 1000"], stdout=subprocess.PIPE, start_new_session=True
+            ["flock", tool.CONFIG, "sh", "-c", "echo held; exec cat"],
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            start_new_session=True,
         )
-        self.addCleanup(tool.kill, holder)
-        self.addCleanup(holder.stdout.close)
+        self.addCleanup(self._end, holder)
         self.assertEqual(holder.stdout.readline(), b"held\n")
         process = self.start_waiting_request({"A": {"k": "new"}})
         os.killpg(holder.pid, signal.SIGKILL)
@@ -115,6 +117,25 @@ class Lock(ToolTestCase):
             fcntl.lockf(file, fcntl.LOCK_EX)
             self.assert_succeeds(tool.change({"A": {"k": "new"}}))
 
+    @tracing.requires_strace
+    def test_between_truncation_and_writing_the_file_is_empty_and_the_lock_is_held(self):
+        calls = "ftruncate,truncate"
+        options = ["-P", tool.CONFIG, "-e", f"inject={calls}:signal=SIGSTOP"]
+        tracer = tracing.start("pipe", calls=calls, options=options)
+        self.addCleanup(self._end, tracer)
+        tracer.stdin.write(tool.encode(tool.request({"A": {"k": "new"}})))
+        tracer.stdin.flush()
+        tool.wait_until(lambda: tool.read_config() == b"", "the file is truncated", tracer)
+        with open(tool.CONFIG, "rb") as file, self.assertRaises(BlockingIOError):
+            fcntl.flock(file, fcntl.LOCK_SH | fcntl.LOCK_NB)
+        while tracer.poll() is None:
+            pid = tracing.traced_process(tracer)
+            if pid is not None:
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(pid, signal.SIGCONT)
+        self.assert_succeeds(tool.finish(tracer))
+        self.assert_config(b"[A]\nk = new\n\n")
+
     def test_the_lock_is_free_while_the_reply_waits_for_its_reader(self):
         for content, settings in ((CONTENT, {"A": {"k": "new"}}), (b"[A]\nk\n\n", {"A": {"k": "new"}})):
             with self.subTest(content=content):
@@ -129,7 +150,7 @@ class Lock(ToolTestCase):
                 os.close(writer)
                 process.stdin.write(tool.encode(tool.request(settings)))
                 process.stdin.flush()
-                tool.wait_until(lambda: self._blocked_in_write(process.pid), "the tool waits to write its reply")
+                tool.wait_until(lambda: self._blocked_in_write(process.pid), "the tool waits to write its reply", process)
                 with open(tool.CONFIG, "rb") as file:
                     fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
                 self.assertIsNone(process.poll())
@@ -152,7 +173,7 @@ class ManyInstances(ToolTestCase):
         with locked():
             processes = [self._start(number) for number in range(self.INSTANCES)]
             for process in processes:
-                tool.wait_until(lambda: tool.waits_for_lock(process.pid), "every instance waits for the lock")
+                tool.wait_until_it_waits_for_the_lock(process)
         for process in processes:
             self.assert_succeeds(tool.finish(process))
         self._check_that_every_key_is_there()
@@ -178,28 +199,6 @@ class ManyInstances(ToolTestCase):
         for process in running:
             tool.finish(process)
         self._check_that_every_key_is_there()
-
-    def test_a_reader_that_takes_no_lock_sees_the_old_text_the_new_text_or_the_beginning_of_the_new(self):
-        # The text fits in one page, and one system call reads it: what is torn here is not torn by the reader.
-        filler = "".join(f"filler{number} = {number}\n" for number in range(150))
-        texts = [f"[A]\nk = {value}\n{filler}\n".encode() for value in ("even", "odd")]
-        tool.write_config(texts[1])
-        for turn in range(20):
-            process = self.start_tool("pipe")
-            process.stdin.write(tool.encode(tool.request({"A": {"k": ("even", "odd")[turn % 2]}})))
-            process.stdin.flush()
-            while process.poll() is None:
-                content = self._read_at_once()
-                self.assertTrue(any(text.startswith(content) for text in texts), content[:50])
-            self.assert_config(texts[turn % 2])
-
-    @staticmethod
-    def _read_at_once():
-        descriptor = os.open(tool.CONFIG, os.O_RDONLY)
-        try:
-            return os.read(descriptor, 65536)
-        finally:
-            os.close(descriptor)
 
     def _start(self, number):
         process = self.start_tool("pipe")

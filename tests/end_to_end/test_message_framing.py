@@ -154,7 +154,7 @@ class Framing(ToolTestCase):
         process = self.start_tool("pipe")
         process.stdin.write(tool.encode(tool.request(SETTINGS, filler=filler)))
         process.stdin.close()
-        tool.wait_until(lambda: tool.read_config() == WRITTEN, "the file is written")
+        tool.wait_until(lambda: tool.read_config() == WRITTEN, "the file is written", process)
         self.assertEqual(tool.read_message(process.stdout)["filler"], filler)
         self.assertEqual(process.wait(tool.PATIENCE), 0)
 

@@ -12,7 +12,7 @@ from support import ini_model, tool
 from support.case import ToolTestCase
 
 SEED = int(os.environ.get("ZKA_RANDOM_SEED", "20090213"))
-ROUNDS = int(os.environ.get("ZKA_RANDOM_ROUNDS", "1200"))
+ROUNDS = int(os.environ.get("ZKA_RANDOM_ROUNDS", "3000"))
 # Where the machine is too slow for all rounds, fewer are made: seconds.
 LIMIT = 10.0 if "ZKA_RANDOM_ROUNDS" not in os.environ else float("inf")
 
@@ -35,10 +35,10 @@ class Generator:
     def file(self):
         """Mostly a file that is in order, sometimes one with flaws, sometimes rubbish."""
         choice = self._random.random()
-        if choice < 0.15:
+        if choice < 0.1:
             return b"".join(self._random.choices(PIECES, k=self._random.randrange(20)))
         content = b"".join(self._section() for _ in range(self._random.randrange(4)))
-        if choice < 0.4:
+        if choice < 0.35:
             for _ in range(self._random.randrange(1, 3)):
                 position = self._random.randrange(len(content) + 1)
                 content = content[:position] + self._random.choice(PIECES) + content[position + self._random.randrange(2) :]
@@ -63,7 +63,7 @@ class Generator:
             return self._random.choice((";", "#")) + self._random.choice((" note", "", '"=[]')) + self._line_end()
         if choice < 0.15:
             return self._line_end()
-        if choice < 0.2:
+        if choice < 0.18:
             return "," + self._pad(self._file_value()) + self._line_end()
         values = ",".join(self._pad(self._file_value()) for _ in range(self._random.choice((1, 1, 1, 2, 3))))
         return self._pad(self._random.choice(KEYS)) + "=" + values + self._line_end()
@@ -73,14 +73,14 @@ class Generator:
         if choice < 0.3:
             return str(self._random.choice((0, 1, 30, 43200, 2**31 - 1, 2**31, "007")))
         if choice < 0.6:
-            return self._random.choice(("Yes", "No", "Auto", "a b", "-1", "1.5", "/var/log", 'x"y', "é"))
-        return '"' + self._random.choice(("", "a b", " x ", "a;b", "[x]", "1", "a,b", "a\nb", "é")) + '"'
+            return self._random.choice(("Yes", "No", "Auto", "a b", "-1", "1.5", "/var/log", "007x", 'x"y'))
+        return '"' + self._random.choice(("", "a b", " x ", "a;b", "[x]", "1", "a,b", "a\nb", "/dev/*")) + '"'
 
     def _pad(self, text):
         return self._random.choice(("", " ", "\t ")) + text + self._random.choice(("", " ", "  "))
 
     def _line_end(self):
-        return self._random.choice(("\n", "\n", "\r\n", "\n\n", " \n", ""))
+        return self._random.choices(("\n", "\r\n", "\n\n", " \n", ""), (60, 20, 20, 20, 1))[0]
 
     def _name(self):
         return self._random.choice(NAMES)
@@ -142,5 +142,5 @@ class RandomChanges(ToolTestCase):
             failed += len(expected_errors) - expected_errors.count(None)
             if time.monotonic() > deadline:
                 break
-        self.assertGreater(succeeded, failed, "too few of the random changes succeed")
-        self.assertGreater(failed, 0, "none of the random changes fails")
+        self.assertGreater(succeeded, failed, "most of the random changes fail")
+        self.assertGreater(10 * failed, succeeded, "hardly any of the random changes fails")

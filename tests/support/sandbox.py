@@ -18,9 +18,12 @@ import sys
 
 CONFIG_DIRECTORY = "/Library/Application Support/Zekara"
 RUN_DIRECTORY = "/var/zekara/run"
-SCRATCH_DIRECTORY = "/scratch"
+TOOL_DIRECTORY = "/zekara-tests/tool"
+SCRATCH_DIRECTORY = "/zekara-tests/scratch"
 
-_FIXED_PATHS = ("/Library", "/var/zekara")
+# What the machine may have of these is never shown in the private root directory, so nothing that is done to
+# them can reach it.
+_OWNED = ("/Library", "/var/zekara", "/zekara-tests")
 # Directories that every machine has and that hold nothing a test needs: one of them becomes the mount point.
 _MOUNT_POINTS = ("/mnt", "/media", "/srv", "/opt")
 _MARKER = "ZKA_PRIVATE_NAMESPACE"
@@ -30,6 +33,7 @@ _MS_REMOUNT = 32
 _MS_BIND = 4096
 _MS_REC = 16384
 
+_entered = False
 _libc = ctypes.CDLL(None, use_errno=True)
 
 
@@ -82,9 +86,11 @@ def enter(needed_paths):
 
 
 def clear():
-    """Empties what the tests own and lays out the two directories that an installation provides."""
+    """Empties what a test may have changed and lays out the two directories that an installation provides."""
+    if not _entered:
+        raise RuntimeError("outside a private root directory these paths are the machine's own")
     os.umask(0o022)
-    for path in (*_FIXED_PATHS, SCRATCH_DIRECTORY):
+    for path in ("/Library", "/var/zekara", SCRATCH_DIRECTORY):
         _unmount_below(path)
         if os.path.islink(path) or os.path.isfile(path):
             os.unlink(path)
@@ -123,11 +129,14 @@ def _free_mount_point(needed_paths):
 def _change_root(new_root):
     here = os.getcwd()
     mount("tmpfs", new_root, "tmpfs", 0, "mode=0755")
-    _show_directory("/", new_root, hidden={new_root, "/var", *_FIXED_PATHS})
-    _show_directory("/var", new_root, hidden=set(_FIXED_PATHS))
+    _show_directory("/", new_root, hidden={new_root, "/var", *_OWNED})
+    _show_directory("/var", new_root, hidden=set(_OWNED))
     os.makedirs(new_root + new_root, exist_ok=True)
     os.chroot(new_root)
+    global _entered
+    _entered = True
     os.chdir(here if os.path.isdir(here) else "/")
+    os.makedirs(TOOL_DIRECTORY)
     clear()
 
 

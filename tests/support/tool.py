@@ -14,8 +14,10 @@ from support import sandbox
 
 CONFIG = sandbox.CONFIG_DIRECTORY + "/zekara32.ini"
 # The copy of the tool under test that every test starts unless it makes one of its own.
-TOOL = "/tool/Zekara4MacTool"
+TOOL = sandbox.TOOL_DIRECTORY + "/Zekara4MacTool"
 MARKER = b"</plist>"
+# The file that it was copied from, once install_tool() has been called.
+original = None
 # Far beyond what a loaded machine needs; only a tool that hangs gets here.
 PATIENCE = 60.0
 # Written by the tool after every reply: the serialiser ends its text with a line feed.
@@ -27,7 +29,8 @@ ABSENT = object()
 
 def install_tool(source):
     """Puts a copy of the tool where the tests start it, so that the build's own file keeps its owner and mode."""
-    os.makedirs(os.path.dirname(TOOL), exist_ok=True)
+    global original
+    original = source
     copy_tool(TOOL, source)
 
 
@@ -171,10 +174,12 @@ def read_config():
         return None
 
 
-def wait_until(condition, what):
-    """Waits for a condition; gives up, with an error, long after it should have come true."""
+def wait_until(condition, what, process):
+    """Waits for a condition; gives up, with an error, when the tool ends before or long after it should have come true."""
     deadline = time.monotonic() + PATIENCE
     while not condition():
+        if process.poll() is not None:
+            raise AssertionError(f"the tool ended with status {process.returncode}; waited in vain until {what}")
         if time.monotonic() > deadline:
             raise AssertionError(f"waited in vain until {what}")
         time.sleep(0.002)
@@ -184,6 +189,11 @@ def waits_for_lock(pid):
     """Whether the process waits for a file lock."""
     with open("/proc/locks", encoding="ascii") as locks:
         return any("->" in line and f" {pid} " in line for line in locks)
+
+
+def wait_until_it_waits_for_the_lock(process):
+    """Waits until the tool has come as far as waiting for a lock, which somebody must hold."""
+    wait_until(lambda: waits_for_lock(process.pid), "the tool waits for the lock", process)
 
 
 def read_message(stream):

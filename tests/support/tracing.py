@@ -15,14 +15,28 @@ def requires_strace(test):
 
 def run(*arguments, calls, data=b"", options=(), name=tool.TOOL):
     """Runs the tool under strace; returns its Result and the traced lines, in order."""
-    trace_file = os.path.join(sandbox.SCRATCH_DIRECTORY, "trace")
-    command = ["strace", "-y", "-s", "65536", "-e", "signal=none", "-o", trace_file, "-e", f"trace={calls}", *options]
-    process = subprocess.Popen(
+    result = tool.finish(start(*arguments, calls=calls, options=options, name=name), data)
+    with open(_trace_file(), encoding="utf-8", errors="surrogateescape") as file:
+        return result, [line for line in file.read().splitlines() if "(" in line]
+
+
+def start(*arguments, calls, options=(), name=tool.TOOL):
+    """Starts the tool under strace; the process is strace, which ends as the tool does."""
+    command = ["strace", "-y", "-s", "65536", "-e", "signal=none", "-o", _trace_file(), "-e", f"trace={calls}", *options]
+    return subprocess.Popen(
         [*command, name, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE
     )
-    result = tool.finish(process, data)
-    with open(trace_file, encoding="utf-8", errors="surrogateescape") as file:
-        return result, [line for line in file.read().splitlines() if "(" in line]
+
+
+def traced_process(tracer):
+    """The id of the tool that the tracer has started, None while there is none."""
+    with open(f"/proc/{tracer.pid}/task/{tracer.pid}/children", encoding="ascii") as file:
+        children = file.read().split()
+    return int(children[0]) if children else None
+
+
+def _trace_file():
+    return os.path.join(sandbox.SCRATCH_DIRECTORY, "trace")
 
 
 _answer = None
