@@ -1,0 +1,222 @@
+#include <ctime>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <regex>
+#include <thread>
+
+#include "PortableFoundation/NSLog.h"
+#include "tests/support/ChildProcess.h"
+
+namespace zekara::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::SizeIs;
+
+TEST(NSLog, LineHasTimeProgramAndIdsBeforeTheMessage) {
+  CapturedLog log;
+  NSLogSetProgramName("Program");
+  const std::time_t before = std::time(nullptr);
+  NSLog("PostInstall task");
+  const std::time_t after = std::time(nullptr);
+  NSLogSetProgramName(nullptr);
+  ASSERT_THAT(log.writes(), SizeIs(1));
+  const std::string line = log.writes()[0];
+  const std::regex form(
+      R"((\d{4})-(\d{2})-(\d{2}) (\d{2}):(\d{2}):(\d{2})\.(\d{3}) Program\[(\d+):(\d+)\] PostInstall task\n)");
+  std::smatch parts;
+  ASSERT_TRUE(std::regex_match(line, parts, form)) << line;
+  std::tm local = {};
+  local.tm_year = std::stoi(parts[1]) - 1900;
+  local.tm_mon = std::stoi(parts[2]) - 1;
+  local.tm_mday = std::stoi(parts[3]);
+  local.tm_hour = std::stoi(parts[4]);
+  local.tm_min = std::stoi(parts[5]);
+  local.tm_sec = std::stoi(parts[6]);
+  local.tm_isdst = -1;
+  const std::time_t logged = std::mktime(&local);
+  EXPECT_GE(logged, before - 1);
+  EXPECT_LE(logged, after);
+  EXPECT_EQ(std::stoi(parts[8]), getpid());
+  EXPECT_EQ(std::stoi(parts[9]), gettid());
+}
+
+TEST(NSLog, TimeIsLocal) {
+  RunInChild([] {
+    setenv("TZ", "TEST-11:30", 1);  // east of Greenwich
+    tzset();
+    CapturedLog log;
+    std::time_t now = std::time(nullptr);
+    NSLog("x");
+    std::vector<std::string> allowed;
+    for (int seconds = 0; seconds <= static_cast<int>(kPatienceSeconds); ++seconds, ++now) {
+      char text[32];
+      const std::time_t shifted = now + 11 * 3600 + 30 * 60;
+      std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", std::gmtime(&shifted));
+      allowed.emplace_back(text);
+    }
+    EXPECT_THAT(allowed, testing::Contains(log.writes().at(0).substr(0, 19)));
+  });
+}
+
+TEST(NSLog, ProgramNameIsTheOneOfTheStartUntilItIsSet) {
+  CapturedLog log;
+  NSLog("first");
+  NSLogSetProgramName("Other");
+  NSLog("second");
+  NSLogSetProgramName(nullptr);
+  const std::vector<std::string> writes = log.writes();
+  ASSERT_THAT(writes, SizeIs(2));
+  EXPECT_NE(writes[0].find(std::string(" ") + program_invocation_short_name + "["), std::string::npos)
+      << writes[0];
+  EXPECT_NE(writes[1].find(" Other["), std::string::npos) << writes[1];
+}
+
+TEST(NSLog, LongProgramNameIsCut) {
+  CapturedLog log;
+  const std::string name(5000, 'n');
+  NSLogSetProgramName(name.c_str());
+  NSLog("message");
+  NSLogSetProgramName(nullptr);
+  ASSERT_THAT(log.writes(), SizeIs(1));
+  EXPECT_NE(log.writes()[0].find(" " + std::string(64, 'n') + "["), std::string::npos);
+  EXPECT_THAT(log.messages(), ElementsAre("message"));
+}
+
+TEST(NSLog, MessageThatEndsInALineEndGetsNoSecondOne) {
+  CapturedLog log;
+  NSLog("one\n");
+  ASSERT_THAT(log.writes(), SizeIs(1));
+  EXPECT_TRUE(log.writes()[0].ends_with("] one\n"));
+}
+
+TEST(NSLog, EmptyMessageStillMakesALine) {
+  CapturedLog log;
+  NSLog("%s", "");
+  ASSERT_THAT(log.writes(), SizeIs(1));
+  EXPECT_TRUE(log.writes()[0].ends_with("] \n"));
+}
+
+TEST(NSLog, FormatDirectivesInsideArgumentsAreText) {
+  CapturedLog log;
+  NSLog("Can't signal %d to %s", 15, "%n%s%%d /tmp/%1000000d");
+  EXPECT_THAT(log.messages(), ElementsAre("Can't signal 15 to %n%s%%d /tmp/%1000000d"));
+}
+
+// Around the size of the array in which a line is formed, and far beyond it.
+std::vector<std::size_t> Lengths() {
+  std::vector<std::size_t> lengths = {1, 100, 4096, 65536, 150'000};
+  for (std::size_t length = 900; length <= 1030; ++length) lengths.push_back(length);
+  return lengths;
+}
+
+TEST(NSLog, MessageOfAnyLengthIsOneWriteAndWhole) {
+  for (const std::size_t length : Lengths()) {
+    CapturedLog log;
+    const std::string message(length, 'm');
+    NSLog("%s", message.c_str());
+    ASSERT_THAT(log.writes(), SizeIs(1)) << length;
+    EXPECT_THAT(log.messages(), ElementsAre(message));
+  }
+}
+
+TEST(NSLog, MessageOfAnyLengthWithItsOwnLineEndIsOneWriteAndWhole) {
+  for (const std::size_t length : Lengths()) {
+    CapturedLog log;
+    const std::string message(length, 'm');
+    NSLog("%s\n", message.c_str());
+    ASSERT_THAT(log.writes(), SizeIs(1)) << length;
+    EXPECT_THAT(log.messages(), ElementsAre(message));
+  }
+}
+
+TEST(NSLog, ErrorNumberIsKept) {
+  RunInChild([] {
+    close(STDERR_FILENO);
+    errno = ENOTEMPTY;
+    NSLog("nobody reads this");
+    EXPECT_EQ(errno, ENOTEMPTY);
+  });
+}
+
+TEST(NSLog, FullNonBlockingStandardErrorIsWaitedFor) {
+  Pipe pipe;
+  const pid_t child = StartChild([&] {
+    fcntl(pipe.input.get(), F_SETFL, O_NONBLOCK);
+    const std::string filler(4096, 'f');
+    while (write(pipe.input.get(), filler.data(), filler.size()) > 0) {
+    }
+    dup2(pipe.input.get(), STDERR_FILENO);
+    NSLog("the last line");
+    return 0;
+  });
+  WaitUntilAsleep(child);
+  pipe.input.reset();
+  EXPECT_TRUE(ReadToEnd(pipe.output.get()).ends_with("] the last line\n"));
+  EXPECT_EQ(WaitForChild(child), 0);
+}
+
+TEST(NSLog, HeldBackLinesAreWrittenOneByOneAtTheEnd) {
+  CapturedLog log;
+  {
+    const NSLogHeldBack heldBack;
+    NSLog("one");
+    NSLog("two\n");
+    EXPECT_THAT(log.writes(), testing::IsEmpty());
+  }
+  EXPECT_THAT(log.messages(), ElementsAre("one", "two"));
+  NSLog("three");
+  EXPECT_THAT(log.messages(), ElementsAre("one", "two", "three"));
+  {
+    const NSLogHeldBack heldBack;
+    NSLog("four");
+  }
+  EXPECT_THAT(log.messages(), ElementsAre("one", "two", "three", "four"));
+}
+
+TEST(NSLog, HeldBackLinesBeyondTheRoomAreLostWhole) {
+  CapturedLog log;
+  const std::string large(3000, 'l');
+  {
+    const NSLogHeldBack heldBack;
+    NSLog("first");
+    NSLog("%s", std::string(100'000, 'x').c_str());
+    NSLog("%s", large.c_str());
+    NSLog("%s", large.c_str());
+    NSLog("last");
+  }
+  EXPECT_THAT(log.messages(), ElementsAre("first", large, "last"));
+}
+
+TEST(NSLog, ReaderThatReadsNothingIsNotWaitedForWhileLinesAreHeldBack) {
+  RunInChild([] {
+    const Pipe pipe;
+    fcntl(pipe.input.get(), F_SETFL, O_NONBLOCK);
+    const std::string filler(4096, 'f');
+    while (write(pipe.input.get(), filler.data(), filler.size()) > 0) {
+    }
+    fcntl(pipe.input.get(), F_SETFL, 0);
+    const int saved = dup(STDERR_FILENO);
+    const auto heldBack = new NSLogHeldBack;  // never released: that would wait
+    dup2(pipe.input.get(), STDERR_FILENO);
+    for (int i = 0; i < 10'000; ++i) NSLog("Can't signal 1 to /var/zekara/run/FileD.pid");
+    dup2(saved, STDERR_FILENO);
+    EXPECT_NE(heldBack, nullptr);
+  });
+}
+
+TEST(NSLog, SecondThreadHasItsOwnId) {
+  CapturedLog log;
+  pid_t id = 0;
+  std::thread([&] {
+    id = gettid();
+    NSLog("from a thread");
+  }).join();
+  ASSERT_THAT(log.writes(), SizeIs(1));
+  EXPECT_NE(id, getpid());
+  EXPECT_NE(log.writes()[0].find("[" + std::to_string(getpid()) + ":" + std::to_string(id) + "] "),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace zekara::test

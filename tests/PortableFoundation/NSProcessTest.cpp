@@ -1,0 +1,218 @@
+#include <gtest/gtest.h>
+
+#include "PortableFoundation/NSProcess.h"
+#include "tests/support/ChildProcess.h"
+
+namespace zekara::test {
+namespace {
+
+TEST(NSProcess, ProcessOfOneUserIsNotPrivileged) {
+  EXPECT_FALSE(NSProcessIsPrivileged());
+  if (!IsRoot()) return;
+  RunInChild([] {
+    ASSERT_TRUE(BecomeOtherUser());
+    EXPECT_FALSE(NSProcessIsPrivileged());
+  });
+}
+
+TEST(NSProcess, DifferentRealAndEffectiveIdsArePrivileged) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  RunInChild([] {
+    ASSERT_EQ(setresuid(kOtherUser, 0, 0), 0);
+    EXPECT_TRUE(NSProcessIsPrivileged());
+  });
+  RunInChild([] {
+    ASSERT_EQ(setresgid(kOtherUser, 0, 0), 0);
+    EXPECT_TRUE(NSProcessIsPrivileged());
+  });
+}
+
+TEST(NSProcess, ExecutableIsTheRunningFile) {
+  const Descriptor file = NSProcessOpenExecutable();
+  ASSERT_TRUE(file.isOpen());
+  struct stat opened = {};
+  struct stat running = {};
+  ASSERT_EQ(fstat(file.get(), &opened), 0);
+  ASSERT_EQ(stat("/proc/self/exe", &running), 0);
+  EXPECT_TRUE(IsSameFile(opened, running));
+  EXPECT_EQ(opened.st_ino, StatusOf(std::filesystem::read_symlink("/proc/self/exe").string()).st_ino);
+}
+
+TEST(NSProcess, ExecutableIsOpenedByItsOwnNamesOnly) {
+  const TemporaryDirectory directory;
+  const std::string own = std::filesystem::read_symlink("/proc/self/exe").string();
+  ASSERT_EQ(symlink(own.c_str(), (directory / "link").c_str()), 0);
+  std::filesystem::copy_file(own, directory / "copy");
+  ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
+  EXPECT_TRUE(NSProcessOpenExecutableNamed(own.c_str()).isOpen());
+  EXPECT_TRUE(NSProcessOpenExecutableNamed((directory / "link").c_str()).isOpen());
+  for (const char* name : {"copy", "fifo", "missing"}) {
+    EXPECT_FALSE(NSProcessOpenExecutableNamed((directory / name).c_str()).isOpen()) << name;
+  }
+}
+
+TEST(NSProcess, FileSizeLimitIsTheSoftOne) {
+  RunInChild([] {
+    const rlimit limit = {.rlim_cur = 12345, .rlim_max = 54321};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    EXPECT_EQ(NSProcessFileSizeLimit(), 12345U);
+  });
+}
+
+sigset_t BlockedSignals() {
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+  return blocked;
+}
+
+TEST(NSProcess, SignalsAreBlockedUntilTheObjectGoesAndThenAsBefore) {
+  RunInChild([] {
+    sigset_t own;
+    sigemptyset(&own);
+    sigaddset(&own, SIGUSR2);
+    pthread_sigmask(SIG_SETMASK, &own, nullptr);
+    {
+      const AllSignalsBlocked all;
+      for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM, SIGTSTP, SIGUSR1, SIGUSR2, SIGXCPU}) {
+        const sigset_t blocked = BlockedSignals();
+        EXPECT_EQ(sigismember(&blocked, signal), 1) << signal;
+      }
+    }
+    const sigset_t after = BlockedSignals();
+    EXPECT_EQ(sigismember(&after, SIGUSR2), 1);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM, SIGTSTP, SIGUSR1, SIGXCPU}) {
+      EXPECT_EQ(sigismember(&after, signal), 0) << signal;
+    }
+  });
+}
+
+struct Ids {
+  uid_t user, effectiveUser, savedUser;
+  gid_t group, effectiveGroup, savedGroup;
+  bool operator==(const Ids&) const = default;
+};
+
+Ids CurrentIds() {
+  Ids ids = {};
+  getresuid(&ids.user, &ids.effectiveUser, &ids.savedUser);
+  getresgid(&ids.group, &ids.effectiveGroup, &ids.savedGroup);
+  return ids;
+}
+
+void PrintTo(const Ids& ids, std::ostream* out) {
+  *out << ids.user << ":" << ids.effectiveUser << ":" << ids.savedUser << " " << ids.group << ":"
+       << ids.effectiveGroup << ":" << ids.savedGroup;
+}
+
+TEST(NSProcess, FullyRootHasItsRealIdsAtZeroAndGivesThemBack) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  for (const gid_t effectiveGroup : {gid_t{0}, gid_t{kOtherUser}}) {
+    RunInChild([&] {
+      ASSERT_EQ(setresgid(kOtherUser, effectiveGroup, effectiveGroup), 0);
+      ASSERT_EQ(setresuid(kOtherUser, 0, 0), 0);
+      {
+        const FullyRoot root;
+        EXPECT_EQ(getuid(), 0U);
+        EXPECT_EQ(geteuid(), 0U);
+        EXPECT_EQ(getgid(), 0U);
+        EXPECT_EQ(getegid(), 0U);
+      }
+      EXPECT_EQ(getuid(), uid_t{kOtherUser});
+      EXPECT_EQ(geteuid(), 0U);
+      EXPECT_EQ(getgid(), gid_t{kOtherUser});
+      EXPECT_EQ(getegid(), effectiveGroup);
+    });
+  }
+}
+
+TEST(NSProcess, FullyRootDoesNothingForRootAndForOthers) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  for (const bool isOther : {false, true}) {
+    RunInChild([&] {
+      ASSERT_TRUE(!isOther || BecomeOtherUser());
+      const Ids before = CurrentIds();
+      {
+        const FullyRoot root;
+        EXPECT_EQ(CurrentIds(), before);
+      }
+      EXPECT_EQ(CurrentIds(), before);
+    });
+  }
+}
+
+TEST(NSProcess, CallersSignalDoesNotReachAFullyRootProcess) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  Pipe ready;
+  Pipe done;
+  const pid_t tool = StartChild([&] {
+    if (!BorrowRootsRights()) return 1;
+    const FullyRoot root;
+    char byte = 'x';
+    if (write(ready.input.get(), &byte, 1) != 1 || read(done.output.get(), &byte, 1) != 1) return 2;
+    return 0;
+  });
+  char byte = 0;
+  ASSERT_EQ(read(ready.output.get(), &byte, 1), 1);
+  RunInChild([&] {
+    ASSERT_TRUE(BecomeOtherUser());
+    EXPECT_NE(kill(tool, SIGKILL), 0);
+    EXPECT_EQ(errno, EPERM);
+  });
+  ASSERT_EQ(write(done.input.get(), "x", 1), 1);
+  EXPECT_EQ(WaitForChild(tool), 0);
+}
+
+TEST(NSProcess, RestoredPriorityIsThatOfAnyOther) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  RunInChild([] {
+    constexpr sched_param none = {};
+    ASSERT_EQ(sched_setscheduler(0, SCHED_IDLE, &none), 0);
+    ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 15), 0);
+    NSProcessRestorePriority();
+    EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
+    EXPECT_EQ(getpriority(PRIO_PROCESS, 0), 0);
+  });
+}
+
+TEST(NSProcess, ClearedEnvironmentIsEmpty) {
+  RunInChild([] {
+    setenv("LD_PRELOAD", "/tmp/evil.so", 1);
+    NSProcessClearEnvironment();
+    EXPECT_EQ(std::getenv("LD_PRELOAD"), nullptr);
+    EXPECT_EQ(std::getenv("PATH"), nullptr);
+    EXPECT_EQ(*environ, nullptr);
+    EXPECT_EQ(setenv("NAME", "value", 1), 0);  // and is still an environment
+    EXPECT_STREQ(std::getenv("NAME"), "value");
+  });
+}
+
+TEST(NSProcess, ForbiddenTracingMakesItUndumpable) {
+  RunInChild([] {
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
+    NSProcessForbidTracing();
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
+  });
+}
+
+TEST(NSProcess, DescriptorsAreClosedFromTheFirstUp) {
+  RunInChild([] {
+    for (const int descriptor : {10, 11, 12, 500, 1000}) dup2(STDIN_FILENO, descriptor);
+    NSProcessCloseDescriptorsFrom(11);
+    EXPECT_GE(fcntl(10, F_GETFD), 0);
+    for (const int descriptor : {11, 12, 500, 1000}) EXPECT_LT(fcntl(descriptor, F_GETFD), 0) << descriptor;
+  });
+}
+
+TEST(NSProcess, DescriptorsAreClosedWhereNoSingleCallDoesIt) {
+  RunInChild([] {
+    for (const int descriptor : {10, 11, 500, 1000}) dup2(STDIN_FILENO, descriptor);
+    ASSERT_TRUE(MakeSystemCallsFail({SYS_close_range}, ENOSYS));
+    NSProcessCloseDescriptorsFrom(11);
+    EXPECT_GE(fcntl(10, F_GETFD), 0);
+    for (const int descriptor : {11, 500, 1000}) EXPECT_LT(fcntl(descriptor, F_GETFD), 0) << descriptor;
+  });
+}
+
+}  // namespace
+}  // namespace zekara::test

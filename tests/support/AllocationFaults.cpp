@@ -1,0 +1,87 @@
+#include "tests/support/AllocationFaults.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace zekara::test {
+namespace {
+
+long g_live = 0;
+long g_remaining = 0;  // allocations to the failing one; 0 is none
+bool g_fails_forever = false;
+bool g_has_failed = false;
+
+bool IsToFail() noexcept {
+  if (g_remaining == 0 || --g_remaining > 0) return false;
+  if (g_fails_forever) g_remaining = 1;
+  g_has_failed = true;
+  return true;
+}
+
+void* Allocate(std::size_t size) noexcept {
+  if (IsToFail()) return nullptr;
+  void* const block = std::malloc(size == 0 ? 1 : size);
+  if (block != nullptr) ++g_live;
+  return block;
+}
+
+void* AllocateOrThrow(std::size_t size) {
+  void* const block = Allocate(size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+void Free(void* block) noexcept {
+  if (block != nullptr) --g_live;
+  std::free(block);
+}
+
+}  // namespace
+
+void FailAllocation(long number, bool forever) noexcept {
+  g_remaining = number;
+  g_fails_forever = forever;
+  g_has_failed = false;
+}
+
+bool StopFailingAllocations() noexcept {
+  g_remaining = 0;
+  return g_has_failed;
+}
+
+long CountLiveBlocks() noexcept {
+  return g_live;
+}
+
+}  // namespace zekara::test
+
+void* operator new(std::size_t size) {
+  return zekara::test::AllocateOrThrow(size);
+}
+void* operator new[](std::size_t size) {
+  return zekara::test::AllocateOrThrow(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return zekara::test::Allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return zekara::test::Allocate(size);
+}
+void operator delete(void* block) noexcept {
+  zekara::test::Free(block);
+}
+void operator delete[](void* block) noexcept {
+  zekara::test::Free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+  zekara::test::Free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+  zekara::test::Free(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+  zekara::test::Free(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
+  zekara::test::Free(block);
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+// Programs linked with AllocationFaults.cpp can be made to run out of memory at any allocation.
+
+namespace zekara::test {
+
+// The allocation number `number`, counted from 1 and from now on, fails, and every later one too when
+// `forever`.
+void FailAllocation(long number, bool forever = false) noexcept;
+// No allocation fails any more. Returns whether one has failed since FailAllocation().
+bool StopFailingAllocations() noexcept;
+// How many blocks are allocated now.
+long CountLiveBlocks() noexcept;
+
+}  // namespace zekara::test
