@@ -1,0 +1,163 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "PortableFoundation/NSException.h"
+#include "Zekara4MacTool/ChangeConfig.h"
+#include "tests/Zekara4MacTool/PrivateSuite.h"
+
+namespace zekara::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+Plist Section(const char* name, const char* key, const Plist& value) {
+  return Plist::dictionary({{name, Plist::dictionary({{key, value}})}});
+}
+
+Plist BothSections() {
+  return Plist::dictionary({{"UpdateD", Plist::dictionary({{"Interval", 60}})},
+                            {"MacOSWardex", Plist::dictionary({{"IsActive", "No"}})}});
+}
+
+// What is raised, or an empty text.
+std::string Failure(const Plist& patch) {
+  try {
+    ChangeConfigCmd(patch);
+  } catch (const NSException& exception) {
+    return exception.reason();
+  }
+  return {};
+}
+
+struct Signalled {
+  const char* name;
+  const char* before;
+  Plist patch;
+  bool isFileDSignalled;
+  bool isUpdateDSignalled;
+};
+
+class ChangeConfigCmdSignals : public PrivateSuite, public testing::WithParamInterface<Signalled> {};
+
+TEST_P(ChangeConfigCmdSignals, DaemonsConcernedGetSignal1AndNoOther) {
+  inside([] {
+    WriteFile(kConfigurationFile, GetParam().before);
+    StandIn fileD(kFileDPidFile);
+    StandIn updateD(kUpdateDPidFile);
+    CapturedLog log;
+    ChangeConfigCmd(GetParam().patch);
+    EXPECT_THAT(log.writes(), IsEmpty());
+    const std::set<int> none;
+    EXPECT_EQ(fileD.signals(), GetParam().isFileDSignalled ? std::set{SIGHUP} : none);
+    EXPECT_EQ(updateD.signals(), GetParam().isUpdateDSignalled ? std::set{SIGHUP} : none);
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Patches, ChangeConfigCmdSignals,
+    testing::Values(Signalled{"FileMonitorChanged", "", Section("MacOSWardex", "IsActive", "Yes"), true,
+                              false},
+                    Signalled{"FileMonitorUnchanged", "[MacOSWardex]\nIsActive = Yes\n",
+                              Section("MacOSWardex", "IsActive", "Yes"), true, false},
+                    Signalled{"FileMonitorWithoutKeys", "",
+                              Plist::dictionary({{"MacOSWardex", Plist::dictionary()}}), true, false},
+                    Signalled{"UpdaterChanged", "[UpdateD]\nInterval = 43200\n",
+                              Section("UpdateD", "Interval", 60), false, true},
+                    Signalled{"UpdaterUnchanged", "[UpdateD]\nInterval = 43200\n",
+                              Section("UpdateD", "Interval", 43200), false, false},
+                    Signalled{"UpdaterDigitsAsText", "[UpdateD]\nInterval = 43200\n",
+                              Section("UpdateD", "Interval", "43200"), false, true},
+                    Signalled{"Both", "", BothSections(), true, true},
+                    Signalled{"AnotherSection", "", Section("Daemon", "User", "root"), false, false},
+                    Signalled{"AnotherLetterCase", "", Section("updated", "Interval", 60), false, false},
+                    Signalled{"Absent", "[UpdateD]\nInterval = 43200\n", Plist(), false, false}),
+    [](const auto& test) { return test.param.name; });
+
+class ChangeConfigCmdTest : public PrivateSuite {};
+
+TEST_F(ChangeConfigCmdTest, FileMonitorIsSignalledBeforeTheUpdater) {
+  inside([] {
+    CapturedLog log;
+    ChangeConfigCmd(BothSections());
+    EXPECT_THAT(log.messages(), ElementsAre("Can't signal 1 to /var/zekara/run/FileD.pid",
+                                            "Can't signal 1 to /var/zekara/run/UpdateD.pid"));
+  });
+}
+
+TEST_F(ChangeConfigCmdTest, DaemonThatCannotBeSignalledIsLoggedAndTheOtherStillTried) {
+  inside([] {
+    WriteFile(kFileDPidFile, "0\n");
+    StandIn updateD(kUpdateDPidFile);
+    CapturedLog log;
+    ChangeConfigCmd(BothSections());
+    EXPECT_THAT(log.messages(), ElementsAre("Can't signal 1 to /var/zekara/run/FileD.pid"));
+    EXPECT_EQ(updateD.signals(), std::set{SIGHUP});
+    EXPECT_EQ(ReadFile(kConfigurationFile), "[UpdateD]\nInterval = 60\n\n[MacOSWardex]\nIsActive = No\n\n");
+  });
+}
+
+TEST_F(ChangeConfigCmdTest, MissingFileIsMadeReadOnly) {
+  inside([] {
+    CapturedLog log;
+    ChangeConfigCmd(Section("Daemon", "User", "root"));
+    EXPECT_EQ(ReadFile(kConfigurationFile), "[Daemon]\nUser = root\n\n");
+    EXPECT_EQ(ModeOf(kConfigurationFile), 0444U);
+  });
+}
+
+TEST_F(ChangeConfigCmdTest, AbsentPatchRewritesTheFile) {
+  inside([] {
+    WriteFile(kConfigurationFile, "[A]\nb=1;c\n");
+    ChangeConfigCmd(Plist());
+    EXPECT_EQ(ReadFile(kConfigurationFile), "[A]\nb = 1\n\n");
+  });
+}
+
+TEST_F(ChangeConfigCmdTest, FailureSignalsNobody) {
+  inside([] {
+    StandIn fileD(kFileDPidFile);
+    StandIn updateD(kUpdateDPidFile);
+    CapturedLog log;
+    WriteFile(kConfigurationFile, "[UpdateD\nsyntax error\n");
+    EXPECT_EQ(Failure(BothSections()), "unexpected token");
+    EXPECT_EQ(ReadFile(kConfigurationFile), "[UpdateD\nsyntax error\n");
+    WriteFile(kConfigurationFile, "[UpdateD]\nInterval = 1\n");
+    EXPECT_NE(Failure(Plist::dictionary({{"MacOSWardex", "text"}})), "");
+    EXPECT_EQ(ReadFile(kConfigurationFile), "");
+    WriteFile(kConfigurationFile, "[UpdateD]\nInterval = 1\n");
+    EXPECT_NE(Failure(Plist::dictionary({{"UpdateD", "text"}})), "");
+    EXPECT_EQ(ReadFile(kConfigurationFile), "[UpdateD]\nInterval = 1\n");
+    std::filesystem::remove_all("/Library/Application Support");
+    EXPECT_EQ(Failure(BothSections()), "can't open ini file");
+    EXPECT_THAT(fileD.signals(), IsEmpty());
+    EXPECT_THAT(updateD.signals(), IsEmpty());
+    EXPECT_THAT(log.writes(), IsEmpty());
+  });
+}
+
+TEST_F(ChangeConfigCmdTest, StateOfTheProcessIsTheSameAfterwards) {
+  inside([] {
+    CapturedLog log;
+    sigset_t before;
+    sigset_t after;
+    sigemptyset(&before);
+    sigaddset(&before, SIGUSR2);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    const bool isBorrowed = IsRoot() && BorrowRootsRights();
+    for (const char* text : {"", "syntax error"}) {
+      std::filesystem::remove(kConfigurationFile);
+      WriteFile(kConfigurationFile, text);
+      EXPECT_EQ(Failure(BothSections()).empty(), *text == '\0');
+      pthread_sigmask(SIG_SETMASK, nullptr, &after);
+      for (int signal = 1; signal < SIGRTMIN; ++signal) {
+        EXPECT_EQ(sigismember(&after, signal), signal == SIGUSR2 ? 1 : 0) << signal;
+      }
+      EXPECT_EQ(getuid(), isBorrowed ? kOtherUser : 0U);
+      EXPECT_EQ(geteuid(), 0U);
+    }
+  });
+}
+
+}  // namespace
+}  // namespace zekara::test
