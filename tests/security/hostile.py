@@ -1,0 +1,174 @@
+"""What the security tests share: a caller without rights, the lock, and the size of a campaign."""
+
+import contextlib
+import ctypes
+import fcntl
+import os
+import stat
+import subprocess
+import time
+import unittest
+
+from support import sandbox, tool
+
+USER = 1042
+GROUP = 1042
+OTHER_USER = 1043
+# The full campaign, or as much of it as a build can wait for.
+IS_CAMPAIGN = os.environ.get("ZKA_CAMPAIGN", "") not in ("", "0")
+
+CALLER = None
+SHORT_COUNTS = None
+
+_PR_CAPBSET_DROP = 24
+_CAP_SYS_RESOURCE = 24
+_libc = ctypes.CDLL(None, use_errno=True)
+
+
+def use_helpers(directory):
+    """Takes the helper programs from this directory; those that are not there stay None."""
+    global CALLER, SHORT_COUNTS
+    CALLER, SHORT_COUNTS = (
+        os.path.realpath(path) if os.access(path, os.X_OK) else None
+        for path in (os.path.join(directory, name) for name in ("SecurityCaller", "SecurityShortCounts"))
+    )
+
+
+def why_not_here():
+    """Why a set-user-id program cannot be tested here; None where it can."""
+    with open("/proc/self/status", encoding="ascii") as status:
+        if any(line.split() == ["NoNewPrivs:", "1"] for line in status):
+            return "set-user-id programs have no effect here: the no-new-privileges flag is set"
+    if sandbox.in_user_namespace():
+        return "this needs root: a user namespace has one account only"
+    if CALLER is None:
+        return "the helper program SecurityCaller has not been built"
+    return None
+
+
+def scaled(reduced, full):
+    """The first in a build, the second in the campaign."""
+    return full if IS_CAMPAIGN else reduced
+
+
+def as_user(user=USER):
+    """Popen's options that start a program as an account without rights."""
+    return {"user": user, "group": user, "extra_groups": []}
+
+
+def become(user=USER):
+    """Turns this process, a child, into one of that account."""
+    os.setgroups([])
+    os.setresgid(user, user, user)
+    os.setresuid(user, user, user)
+
+
+def become_without_resource_rights(user=USER):
+    """The same; not even a set-user-id program will be able to raise a hard limit."""
+    if _libc.prctl(_PR_CAPBSET_DROP, _CAP_SYS_RESOURCE, 0, 0, 0) != 0:
+        raise OSError(ctypes.get_errno(), "PR_CAPBSET_DROP")
+    become(user)
+
+
+def caller_command(name=tool.TOOL, *arguments, user=USER, program=None, options=()):
+    """The command line that starts the tool through the helper, as an account without rights."""
+    return [CALLER, str(user), str(user), *options, program or name, name, *arguments]
+
+
+def attributes(path):
+    status = os.stat(path)
+    return status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)
+
+
+def wait_until(condition, what):
+    """Waits for a condition; gives up, with an error, long after it should have come true."""
+    deadline = time.monotonic() + tool.PATIENCE
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError(f"waited in vain until {what}")
+        time.sleep(0.001)
+
+
+def own_file(path, content=b"#!/bin/sh\n", user=USER, mode=0o755):
+    """Makes a file that belongs to the caller."""
+    with open(path, "wb") as file:
+        file.write(content)
+    os.chown(path, user, user)
+    os.chmod(path, mode)
+    return path
+
+
+def own_directory(path, user=USER):
+    os.mkdir(path)
+    os.chown(path, user, user)
+    return path
+
+
+def refused(path):
+    """What is logged where the path does not name the tool."""
+    return [f"Can't change owner on {path}", "Terminated with error"]
+
+
+@contextlib.contextmanager
+def locked(kind=fcntl.LOCK_EX):
+    with open(tool.CONFIG, "rb+") as file:
+        fcntl.flock(file, kind)
+        yield file
+
+
+def is_locked():
+    """Whether somebody holds a lock on the configuration file."""
+    with open(tool.CONFIG, "rb") as file:
+        try:
+            fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            return True
+        return False
+
+
+def signal_as_user(pid, number, user=USER):
+    """Sends a signal as that account would; returns whether it was allowed."""
+    child = os.fork()
+    if child == 0:
+        status = 2
+        try:
+            become(user)
+            os.kill(pid, number)
+            status = 0
+        except PermissionError:
+            status = 1
+        except ProcessLookupError:
+            status = 3
+        finally:
+            os._exit(status)
+    status = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
+    if status not in (0, 1, 3):
+        raise AssertionError(f"the signal could not be sent: {status}")
+    return status == 0
+
+
+def process_state(pid):
+    """The letter that the system gives the process's state; None when it has gone."""
+    try:
+        with open(f"/proc/{pid}/stat", encoding="ascii", errors="replace") as file:
+            return file.read().rpartition(")")[2].split()[0]
+    except (FileNotFoundError, ProcessLookupError):
+        return None
+
+
+def requires_short_counts(test):
+    """Skips a test where the helper program for short counts cannot be built."""
+    return unittest.skipIf(SHORT_COUNTS is None, "the helper program SecurityShortCounts has not been built")(test)
+
+
+def traced(command, trace_file, expressions, data, options=(), **popen):
+    """Runs a command under strace; returns the Result and the lines of the trace."""
+    arguments = ["strace", "-y", "-s", "64", "-e", "signal=none", "-o", trace_file, *options]
+    for expression in expressions:
+        arguments += ["-e", expression]
+    process = subprocess.Popen(
+        [*arguments, *command], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **popen
+    )
+    result = tool.finish(process, data)
+    with open(trace_file, encoding="utf-8", errors="surrogateescape") as file:
+        return result, file.read().splitlines()
