@@ -1,0 +1,62 @@
+// A tree that is patched with what it lacks of another agrees with the other in all that the other holds.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "Zekara4MacLibrary/ZKAPlistUtils.h"
+#include "fuzz/Require.h"
+#include "tests/support/PlistGenerator.h"
+
+namespace zekara {
+namespace {
+
+void CheckEquality(Choices& choices) {
+  const Plist left = GenerateValue(choices, 3);
+  const Plist right = GenerateValue(choices, 3);
+  Require(left == left && right == right);
+  Require((left == right) == (right == left));
+}
+
+void CheckLaw(Choices& choices) {
+  const Plist old = GenerateSectionTree(choices);
+  const Plist fresh = GenerateSectionTree(choices);
+  const Plist oldCopy = PlistDeepCopy(old);
+  Require(oldCopy == old && PlistDiff(old, oldCopy).count() == 0);
+  const std::string freshText = fresh.description();
+
+  const Plist diff = PlistDiff(old, fresh);
+  Require(old == oldCopy);
+  ZKAChangedSections names;
+  for (const auto& [name, section] : diff.entries()) names.emplace(name.string());
+  Require(PlistPatch(old, diff) == names);
+  Require(PlistDiff(old, fresh).count() == 0);
+  Require(PlistPatch(old, fresh).empty());
+  Require(fresh.description() == freshText);
+
+  // Nothing that only the old tree had is lost, and nothing is there that neither had.
+  for (const auto& [name, section] : oldCopy.entries()) {
+    for (const auto& [key, value] : section.entries()) {
+      if (fresh.objectForKey(name).objectForKey(key).isNil())
+        Require(old.objectForKey(name).objectForKey(key) == value);
+    }
+  }
+  for (const auto& [name, section] : old.entries()) {
+    for (const auto& [key, value] : section.entries()) {
+      const Plist& mine = oldCopy.objectForKey(name).objectForKey(key);
+      const Plist& theirs = fresh.objectForKey(name).objectForKey(key);
+      Require(value == (theirs.isNil() ? mine : theirs));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace zekara
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  zekara::Choices choices({reinterpret_cast<const char*>(data), size});
+  zekara::CheckEquality(choices);
+  zekara::CheckLaw(choices);
+  return 0;
+}
