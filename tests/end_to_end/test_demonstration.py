@@ -20,7 +20,7 @@ class Demonstration(ToolTestCase):
             check=False,
         )
         self.assertEqual(ended.returncode, 0, ended.stdout + ended.stderr)
-        for line in ("unexpected token", "got SIGTERM", "    -Interval = 43200", "    +IsActive = Yes", "Running on pipe"):
+        for line in ("Running on pipe", "unexpected token", "got SIGTERM", "-Interval = 43200", "+IsActive = Yes"):
             self.assertIn(line, ended.stdout)
 
     def test_a_program_that_is_not_the_tool_is_not_passed_off_as_it(self):

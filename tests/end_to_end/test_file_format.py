@@ -28,7 +28,10 @@ READ = {
     "the last byte of a number is never read": (b"[A]\nx = 125", b"[A]\nx = 12\n\n"),
     "the last byte of a closing quote is never read": (b'[A]\nx = "abc"', b"[A]\nx = abc\n\n"),
     "a header as the last line without its bracket": (b"[A]\nx = 1\n[B]", SYNTAX_ERROR),
-    "blanks around names and values are insignificant": (b"  [ A ] \n\t key \t=\t value \t\n\n", b"[A]\nkey = value\n\n"),
+    "blanks around names and values are insignificant": (
+        b"  [ A ] \n\t key \t=\t value \t\n\n",
+        b"[A]\nkey = value\n\n",
+    ),
     "blanks inside names and values are kept": (b"[A b]\nc  d = e\tf\n\n", b'[A b]\nc  d = "e\tf"\n\n'),
     "carriage returns and line feeds in any mixture end a line": (
         b"[A]\r\nx = 1\n\ry = 2\r\r\nz = 3\r\n\r\n",
@@ -112,7 +115,10 @@ READ = {
     "a byte of 0xff ends the file": (b"[A]\nk = 1\n\xff\nm = 2\n\n", b"[A]\nk = 1\n\n"),
     "an accented letter at the start of a value is a missing value": ("[A]\nk = é\n\n".encode(), SYNTAX_ERROR),
     "an accented letter in a word ends it and the file": ("[A]\nk = abé\nm = 2\n\n".encode(), b"[A]\nk = ab\n\n"),
-    "an accented letter in quotes ends them and the file": ('[A]\nk = "Grüße"\nm = 2\n\n'.encode(), b"[A]\nk = Gr\n\n"),
+    "an accented letter in quotes ends them and the file": (
+        '[A]\nk = "Grüße"\nm = 2\n\n'.encode(),
+        b"[A]\nk = Gr\n\n",
+    ),
     "an accented letter in a comment ends the file": ("[A]\nk = 1\n; é\nm = 2\n\n".encode(), b"[A]\nk = 1\n\n"),
     "an accented letter in a header": ("[Aé]\nk = 1\n\n".encode(), SYNTAX_ERROR),
     "a byte order mark ends the file at once": (b"\xef\xbb\xbf[A]\nk = 1\n\n", b""),
@@ -124,7 +130,10 @@ READ = {
         b"[A]\na = /var/log\nb = x_y\nc = a.b\nd = a-b\ne = a:b\nf = *\n\n",
         b'[A]\na = "/var/log"\nb = "x_y"\nc = "a.b"\nd = "a-b"\ne = "a:b"\nf = "*"\n\n',
     ),
-    "letters and digits are bare": (b'[A]\na = "abc"\nb = "ABC123"\nc = "1a"\n\n', b"[A]\na = abc\nb = ABC123\nc = 1a\n\n"),
+    "letters and digits are bare": (
+        b'[A]\na = "abc"\nb = "ABC123"\nc = "1a"\n\n',
+        b"[A]\na = abc\nb = ABC123\nc = 1a\n\n",
+    ),
     "elements of a list are quoted one by one": (b'[A]\na = "a b", c, 2\n\n', b'[A]\na = "a b", c, 2\n\n'),
     "an empty element of a list is lost in the next reading": (b'[A]\na = "", b\n\n', b"[A]\na = , b\n\n"),
     "sections and keys keep their order": (

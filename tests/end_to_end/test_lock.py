@@ -150,7 +150,7 @@ class Lock(ToolTestCase):
                 os.close(writer)
                 process.stdin.write(tool.encode(tool.request(settings)))
                 process.stdin.flush()
-                tool.wait_until(lambda: self._blocked_in_write(process.pid), "the tool waits to write its reply", process)
+                tool.wait_until(lambda: self._blocked_in_write(process.pid), "the reply waits for its reader", process)
                 with open(tool.CONFIG, "rb") as file:
                     fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
                 self.assertIsNone(process.poll())

@@ -213,6 +213,16 @@ class MessagesThatDoNotParse(ToolTestCase):
         self.assertEqual(result.reply["number"], 1)
         self.assertEqual(len(result.log), 3, result.log)
 
+    def test_a_message_of_512_nested_collections_is_answered_and_a_deeper_one_is_dropped(self):
+        for depth, answers in ((512, 1), (513, 0)):
+            with self.subTest(depth=depth):
+                inner = depth - 1
+                nested = b"<array>" * inner + b"<string>x</string>" + b"</array>" * inner
+                result = tool.run_pipe(tool.raw_message(b"<dict><key>nested</key>" + nested + b"</dict>"))
+                self.assertEqual(result.status, 0)
+                self.assertEqual(result.output.count(b"<string>not a command</string>"), answers)
+                self.assertEqual(result.output.count(b"<array>"), answers * inner)
+
     def test_many_broken_messages_are_all_dropped_before_the_good_one(self):
         result = tool.run_pipe(b"x</plist>" * 1000 + numbered(1))
         self.assertEqual(result.reply["number"], 1)

@@ -40,8 +40,9 @@ class Generator:
         content = b"".join(self._section() for _ in range(self._random.randrange(4)))
         if choice < 0.35:
             for _ in range(self._random.randrange(1, 3)):
-                position = self._random.randrange(len(content) + 1)
-                content = content[:position] + self._random.choice(PIECES) + content[position + self._random.randrange(2) :]
+                start = self._random.randrange(len(content) + 1)
+                end = start + self._random.randrange(2)
+                content = content[:start] + self._random.choice(PIECES) + content[end:]
         return content
 
     def change(self):

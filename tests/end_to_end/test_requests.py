@@ -147,7 +147,8 @@ class RequestsThatAreRefused(ToolTestCase):
                 self.assertNotIn("unknown command", self.assert_refused(message))
 
     def test_settings_that_are_no_dictionary_fail_before_the_file_is_touched(self):
-        for settings in ("", "UpdateD", 0, 1, 2.5, True, [], ["UpdateD"], [{}], b"", b"x", datetime.datetime(2000, 1, 1)):
+        date = datetime.datetime(2000, 1, 1)
+        for settings in ("", "UpdateD", 0, 1, 2.5, True, [], ["UpdateD"], [{}], b"", b"x", date):
             with self.subTest(settings=settings):
                 self.assert_refused(tool.request(settings))
 

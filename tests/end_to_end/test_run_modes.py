@@ -1,6 +1,7 @@
 """How the tool chooses what to do, and the exit status that it ends with."""
 
 import os
+import resource
 import subprocess
 
 from support import sandbox, standins, tool
@@ -19,7 +20,7 @@ class RunModes(ToolTestCase):
 
     def test_a_single_argument_other_than_pipe_ends_with_status_1_after_the_self_check_alone(self):
         tool.write_config(CONTENT)
-        for word in ("", "pip", "pipes", "pipe ", " pipe", "pipe\n", "-pipe", "--pipe", "post-install", "%s%n", "pìpe"):
+        for word in ("", "pip", "pipes", "pipe ", " pipe", "pipe\n", "-pipe", "--pipe", "install", "%s%n", "pìpe"):
             with self.subTest(word=word):
                 result = tool.run(word, data=tool.encode(tool.request({"A": {"k": "v"}})))
                 self.assertEqual((result.status, result.output), (1, b""))
@@ -96,6 +97,18 @@ class RunModes(ToolTestCase):
         )
         self.assert_succeeds(result)
         self.assert_config(b"[A]\nk = v\n\n")
+
+    def test_memory_that_does_not_suffice_for_a_request_ends_with_status_2_and_no_reply(self):
+        tool.write_config(CONTENT)
+
+        def limit_memory():
+            resource.setrlimit(resource.RLIMIT_AS, (32 << 20, 32 << 20))
+
+        request = tool.encode(tool.request({"A": {"k": "x" * (64 << 20)}}))
+        result = tool.run_pipe(request, preexec_fn=limit_memory)
+        self.assertEqual((result.status, result.output), (2, b""))
+        self.assertEqual(result.log, ["Self-check passed", "Running on pipe", "Terminated with error"])
+        self.assert_config(CONTENT)
 
     def test_post_install_reads_nothing_from_standard_input(self):
         self.start_filed()

@@ -110,7 +110,8 @@ class SelfCheck(ToolTestCase):
 
     def test_a_shell_that_finds_the_tool_through_its_search_path_gets_status_2(self):
         script = "cd /; PATH=$1:$PATH; Zekara4MacTool pipe"
-        ended = subprocess.run(["sh", "-c", script, "sh", sandbox.TOOL_DIRECTORY], capture_output=True, timeout=tool.PATIENCE, check=False)
+        command = ["sh", "-c", script, "sh", sandbox.TOOL_DIRECTORY]
+        ended = subprocess.run(command, capture_output=True, timeout=tool.PATIENCE, check=False)
         self.assertEqual((ended.returncode, ended.stdout), (2, b""))
 
     def test_a_bare_name_from_the_tools_own_directory_names_the_file(self):

@@ -11,6 +11,11 @@ from support.case import ToolTestCase
 CONTENT = b"[MacOSWardex]\nIsActive = No\nFileTimeout = 30\n\n[UpdateD]\nMode = Auto\nInterval = 43200\n\n"
 
 
+def positions(lines, beginning, part=""):
+    """Where the traced lines stand that begin so and hold the part."""
+    return [number for number, line in enumerate(lines) if line.startswith(beginning) and part in line]
+
+
 class Merging(ToolTestCase):
     def setUp(self):
         super().setUp()
@@ -290,8 +295,8 @@ class WhoIsSignalled(ToolTestCase):
             with self.subTest(settings=settings):
                 result = tool.change(settings)
                 self.assert_succeeds(result)
-                expected = [f"Can't signal 1 to {path}" for path in (standins.FILED_PID_FILE, standins.UPDATED_PID_FILE)]
-                self.assertEqual(result.log[2:], expected)
+                paths = (standins.FILED_PID_FILE, standins.UPDATED_PID_FILE)
+                self.assertEqual(result.log[2:], [f"Can't signal 1 to {path}" for path in paths])
 
     @tracing.requires_strace
     def test_the_signals_are_sent_in_order_after_the_file_is_closed_and_before_the_reply(self):
@@ -299,13 +304,13 @@ class WhoIsSignalled(ToolTestCase):
         message = tool.encode(tool.request({"UpdateD": {"Mode": "x"}, "MacOSWardex": {"IsActive": "x"}}))
         result, lines = tracing.run("pipe", calls="openat,open,flock,fcntl,close,kill,write,writev", data=message)
         self.assert_succeeds(result)
-        closed = max(number for number, line in enumerate(lines) if line.startswith("close(") and "zekara32.ini" in line)
-        kills = [number for number, line in enumerate(lines) if line.startswith("kill(")]
-        replied = [number for number, line in enumerate(lines) if line.startswith("write") and tool.MARKER.decode() in line]
-        self.assertEqual([lines[number].split(",")[0] for number in kills], [f"kill({filed.pid}", f"kill({updated.pid}"])
-        self.assertLess(closed, kills[0])
-        self.assertEqual(len(replied), 1)
-        self.assertLess(kills[1], replied[0])
+        (closed,) = positions(lines, "close(", "zekara32.ini")
+        (told_filed,) = positions(lines, f"kill({filed.pid}, SIGHUP)")
+        (told_updated,) = positions(lines, f"kill({updated.pid}, SIGHUP)")
+        (replied,) = positions(lines, "write", tool.MARKER.decode())
+        self.assertEqual(len(positions(lines, "kill(")), 2)
+        order = [closed, told_filed, told_updated, replied]
+        self.assertEqual(order, sorted(order))
 
     @tracing.requires_strace
     def test_nothing_is_logged_or_replied_between_the_opening_of_the_file_and_its_closing(self):
@@ -315,10 +320,8 @@ class WhoIsSignalled(ToolTestCase):
                 message = tool.encode(tool.request({"UpdateD": {"Mode": "x"}, "MacOSWardex": {"IsActive": "x"}}))
                 result, lines = tracing.run("pipe", calls="openat,open,close,write,writev,sendto,sendmsg", data=message)
                 self.assertEqual(result.status, 0)
-                opened = min(number for number, line in enumerate(lines) if line.startswith("open") and "zekara32.ini" in line)
-                closed = max(
-                    number for number, line in enumerate(lines) if line.startswith("close(") and "zekara32.ini" in line
-                )
+                opened = positions(lines, "open", "zekara32.ini")[0]
+                closed = positions(lines, "close(", "zekara32.ini")[-1]
                 between = [line for line in lines[opened + 1 : closed] if line.startswith(("write", "send"))]
                 self.assertTrue(all("zekara32.ini" in line for line in between), between)
                 self.assertTrue(any(tool.MARKER.decode() in line for line in lines[closed:]), lines)

@@ -43,7 +43,11 @@ SuspiciousFiles = Report
 """
 
 SETTINGS = {
-    "MacOSWardex": {"FileTimeout": 60, "InfectedFiles": "Quarantine", "ExcludedPaths": ["/dev", "/Network", "/opt/build"]},
+    "MacOSWardex": {
+        "FileTimeout": 60,
+        "InfectedFiles": "Quarantine",
+        "ExcludedPaths": ["/dev", "/Network", "/opt/build"],
+    },
     "UpdateD": {"Interval": 3600},
 }
 

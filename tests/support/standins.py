@@ -48,7 +48,7 @@ class StandInDaemon:
         return records
 
     def signals(self):
-        """Ends the process; returns the numbers of the signals that it was sent, lowest first where two were pending."""
+        """Ends the process; returns the signals that it was sent, lowest number first where two were pending."""
         return [record[0] for record in self.stop()]
 
 

@@ -115,7 +115,7 @@ def start(*arguments, name=TOOL, program=None, **options):
 
 
 def finish(process, data=None):
-    """Feeds the rest of the input, waits for the end and returns the Result; a tool that hangs is killed and an error."""
+    """Feeds the rest of the input and returns the Result; a tool that hangs is killed, and an error."""
     try:
         output, errors = process.communicate(data, timeout=PATIENCE)
     except subprocess.TimeoutExpired:
@@ -175,7 +175,7 @@ def read_config():
 
 
 def wait_until(condition, what, process):
-    """Waits for a condition; gives up, with an error, when the tool ends before or long after it should have come true."""
+    """Waits for a condition; an error when the tool ends before it comes true, or when it never does."""
     deadline = time.monotonic() + PATIENCE
     while not condition():
         if process.poll() is not None:

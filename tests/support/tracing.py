@@ -22,9 +22,9 @@ def run(*arguments, calls, data=b"", options=(), name=tool.TOOL):
 
 def start(*arguments, calls, options=(), name=tool.TOOL):
     """Starts the tool under strace; the process is strace, which ends as the tool does."""
-    command = ["strace", "-y", "-s", "65536", "-e", "signal=none", "-o", _trace_file(), "-e", f"trace={calls}", *options]
+    command = ["strace", "-y", "-s", "65536", "-e", "signal=none", "-o", _trace_file(), "-e", f"trace={calls}"]
     return subprocess.Popen(
-        [*command, name, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE
+        [*command, *options, name, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE
     )
 
 
