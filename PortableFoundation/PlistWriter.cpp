@@ -39,7 +39,8 @@ std::uint64_t SortingStart(std::string_view key) noexcept {
   return start;
 }
 
-// Characters that are written as they are without a look at what follows: all of ASCII but NUL and the four below.
+// Characters that are written as they are without a look at what follows: all of ASCII but NUL and the four
+// below.
 constexpr auto kIsPlain = [] {
   std::array<bool, 256> isPlain{};
   for (std::size_t c = 1; c < 128; ++c) isPlain[c] = c != '&' && c != '<' && c != '>' && c != '\r';
@@ -161,21 +162,26 @@ bool PlistWriter::writeEntries(const Plist& dictionary, int depth) {
     return SortsBefore(right.key.string(), left.key.string());
   };
   if (std::ranges::adjacent_find(entries, isDisordered) != entries.end())
-    return writeSortedEntries(dictionary, depth);
+    return writeSortedEntries(entries, depth);
   return std::ranges::all_of(entries, [&](const Plist::Entry& entry) { return writeEntry(entry, depth); });
 }
 
-bool PlistWriter::writeSortedEntries(const Plist& dictionary, int depth) {
+bool PlistWriter::writeSortedEntries(std::span<const Plist::Entry> entries, int depth) {
+  constexpr std::size_t kAhead = 16;
   const std::size_t first = sorted_.size();
-  for (const Plist::Entry& entry : dictionary.entries())
-    sorted_.push_back({SortingStart(entry.key.string()), &entry});
-  std::sort(sorted_.begin() + static_cast<std::ptrdiff_t>(first), sorted_.end(),
-            [](const SortedEntry& left, const SortedEntry& right) {
-              if (left.keyStart != right.keyStart) return left.keyStart < right.keyStart;
-              return SortsBefore(left.entry->key.string(), right.entry->key.string());
-            });
-  const std::size_t end = sorted_.size();
+  const std::size_t end = first + entries.size();
+  sorted_.resize(end);
+  const auto begin = sorted_.begin() + static_cast<std::ptrdiff_t>(first);
+  std::ranges::transform(entries, begin, [](const Plist::Entry& entry) {
+    return SortedEntry{SortingStart(entry.key.string()), &entry};
+  });
+  std::sort(begin, sorted_.end(), [](const SortedEntry& left, const SortedEntry& right) {
+    if (left.keyStart != right.keyStart) return left.keyStart < right.keyStart;
+    return SortsBefore(left.entry->key.string(), right.entry->key.string());
+  });
   for (std::size_t i = first; i < end; ++i) {
+    // Of a million entries, those that come next in order are not in the processor's caches.
+    if (i + kAhead < end) __builtin_prefetch(sorted_[i + kAhead].entry);
     if (!writeEntry(*sorted_[i].entry, depth)) return false;
   }
   sorted_.resize(first);

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,7 +36,7 @@ class PlistWriter {
   bool writeContainer(const Plist& value, int depth);
   bool writeElements(const Plist& array, int depth);
   bool writeEntries(const Plist& dictionary, int depth);
-  bool writeSortedEntries(const Plist& dictionary, int depth);
+  bool writeSortedEntries(std::span<const Plist::Entry> entries, int depth);
   bool writeEntry(const Plist::Entry& entry, int depth);
   bool writeText(std::string_view text);
   bool writeDate(const Plist& date);

@@ -108,12 +108,13 @@ TEST(PlistKinds, RaiseWithASentenceThatNamesTheKindAndWhatWasAsked) {
                                                  {Plist::date(0), "a date"},
                                                  {Plist::array(), "an array"},
                                                  {Plist::dictionary(), "a dictionary"}};
-  for (const auto& [value, kind] : kinds) {
+  for (const auto& row : kinds) {
+    const Plist& plist = row.first;
+    const std::string& kind = row.second;
     const auto reason = [](auto operation) { return ReasonOf(operation); };
     const auto expected = [&kind](bool answers, const char* asked) {
       return answers ? "" : kind + " was asked for " + asked;
     };
-    const Plist& plist = value;
     const bool isData = plist.kind() == Plist::Kind::Data;
     const bool isDate = plist.kind() == Plist::Kind::Date;
     EXPECT_EQ(plist.kindName(), kind);
