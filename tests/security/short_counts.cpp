@@ -42,8 +42,10 @@ void Shorten(pid_t process, long call, unsigned long long count) {
 [[noreturn]] void Start(char* argv[]) {
   const auto user = static_cast<uid_t>(std::strtoul(argv[3], nullptr, 10));
   const auto group = static_cast<gid_t>(std::strtoul(argv[4], nullptr, 10));
+  // As root, so that the tracer's rights count and not the caller's.
+  if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(127);
   if (setgroups(0, nullptr) != 0 || setresgid(group, group, group) != 0) _exit(127);
-  if (setresuid(user, user, user) != 0 || ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(127);
+  if (setresuid(user, user, user) != 0) _exit(127);
   execv(argv[5], argv + 6);
   _exit(124);
 }

@@ -103,6 +103,24 @@ class Descriptors(StartUpCase):
                 process = tool.start("pipe", preexec_fn=hamper, close_fds=False, **options)
                 self.assert_done(tool.finish(process, REQUEST))
 
+    @tracing.requires_strace
+    def test_where_the_system_cannot_close_them_all_at_once_each_is_closed(self):
+        trace = ["-f", "--seccomp-bpf", "-e", "trace=close_range", "-e", "inject=close_range:error=ENOSYS"]
+
+        def inherit():
+            with open(tool.CONFIG, "rb") as file:
+                fcntl.flock(file, fcntl.LOCK_EX)
+                os.dup2(file.fileno(), 1000)
+
+        command = ["strace", "-o", "/dev/null", *trace, *hostile.caller_command(tool.TOOL, "pipe")]
+        streams = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
+        process = subprocess.Popen(command, preexec_fn=inherit, close_fds=False, **streams)
+        # strace keeps the descriptor too, and with it the lock: what counts is whether the tool has it.
+        tool_pid = _wait_for_child(process.pid)
+        hostile.wait_until(lambda: set(os.listdir(f"/proc/{tool_pid}/fd")) == {"0", "1", "2"}, "all others are closed")
+        process.kill()
+        self._end(process)
+
     def test_descriptors_that_cannot_be_read_or_written_cost_input_and_output_only(self):
         for who, options in CALLERS:
             with self.subTest(caller=who):
@@ -402,6 +420,20 @@ class WhereTheFileShouldBe(StartUpCase):
                 self.assertEqual(process.returncode, 0)
                 self.assertIn(b"Can't signal 1 to " + standins.FILED_PID_FILE.encode(), errors)
                 self.assertLess(usage.ru_maxrss, 32 << 10)
+
+
+def _wait_for_child(pid):
+    """The process id of the tool, once a child of that process has become it."""
+
+    def find():
+        with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as children:
+            found = children.read().split()
+        with contextlib.suppress(FileNotFoundError):  # a passing child of strace's own
+            return next((int(child) for child in found if os.readlink(f"/proc/{child}/exe") == tool.TOOL), None)
+        return None
+
+    hostile.wait_until(find, "strace has started the tool")
+    return find()
 
 
 def _unshare_mounts():
