@@ -1,0 +1,32 @@
+# Where the tests' packages come from when they are built for the C++ library of macOS: Debian's are built for another one.
+# Given to CMake as CMAKE_PROJECT_TOP_LEVEL_INCLUDES by scripts/test-libcxx.
+
+macro(zekara_provide method package)
+  if("${package}" STREQUAL "GTest")
+    # From Debian's sources (package googletest), with the project's own compiler.
+    set(INSTALL_GTEST OFF)
+    set(CMAKE_POLICY_DEFAULT_CMP0077 NEW)
+    add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
+    set(GTest_FOUND TRUE)
+  elseif("${package}" STREQUAL "EXPAT")
+    # Left out: what needs a library that is linked, see ZEKARA_LEFT_OUT.
+    add_library(EXPAT::EXPAT INTERFACE IMPORTED)
+    set(EXPAT_FOUND TRUE)
+  elseif("${package}" STREQUAL "PkgConfig")
+    function(pkg_check_modules name)
+      add_library(PkgConfig::${name} INTERFACE IMPORTED GLOBAL)
+      set(${name}_FOUND TRUE PARENT_SCOPE)
+    endfunction()
+    set(PkgConfig_FOUND TRUE)
+  endif()
+endmacro()
+cmake_language(SET_DEPENDENCY_PROVIDER zekara_provide SUPPORTED_METHODS FIND_PACKAGE)
+
+# Tests that link libraries which Debian has for its own C library only.
+set(ZEKARA_LEFT_OUT PlistPeerTest)  # libplist, expat
+function(zekara_leave_out)
+  foreach(target IN LISTS ZEKARA_LEFT_OUT)
+    set_target_properties(${target} PROPERTIES EXCLUDE_FROM_ALL ON)
+  endforeach()
+endfunction()
+cmake_language(DEFER DIRECTORY "${CMAKE_SOURCE_DIR}" CALL zekara_leave_out)
