@@ -56,9 +56,8 @@ Plist FileForm(const Plist& value, bool keepsStrings) {
   return list;
 }
 
-// What a person may call yes or no; nil for anything else.
+// What a person may call yes or no; nil for anything else. Numbers need no word.
 Plist TruthOf(const Plist& value) {
-  if (value.isNumber()) return value == Plist(0) || value == Plist(1) ? Plist(value.boolValue()) : Plist();
   if (!value.isString()) return {};
   const std::string word(value.string());
   const auto isAnyOf = [&](std::initializer_list<const char*> words) {

@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include "PortableFoundation/NSPropertyListSerialization.h"
+#include "zkaconfig/Report.h"
+
+namespace zekara {
+namespace {
+
+Plist Tree(const char* section, const Plist& values) {
+  return Plist::dictionary({{section, values}});
+}
+
+class Reports : public testing::Test {
+ protected:
+  const KnownSections known_;
+  const Settings settings_{Tree("UpdateD", Plist::dictionary({{"Mode", "By hand"}})), known_, true};
+  const Plist old_ = Tree("A", Plist::dictionary({{"x", 1}, {"same", 2}}));
+  const Plist difference_ =
+      Tree("A", Plist::dictionary({{"x", Plist::array({"a", "b c"})}, {"new", "\x1b"}}));
+};
+
+TEST_F(Reports, SettingsForPeopleAreAnIniFileInWhichDefaultsAreCommentedUpon) {
+  EXPECT_EQ(SettingsReport(settings_, "UpdateD", OutputForm::People),
+            "[UpdateD]\n"
+            "Mode = \"By hand\"\n"
+            "Interval = 43200                        ; default\n"
+            "\n");
+}
+
+TEST_F(Reports, SettingsForProgramsCarryTheirOrigin) {
+  EXPECT_EQ(SettingsReport(settings_, "UpdateD", OutputForm::Json),
+            "{\n  \"UpdateD\": {\n"
+            "    \"Mode\": {\n      \"value\": \"By hand\",\n      \"default\": false\n    },\n"
+            "    \"Interval\": {\n      \"value\": 43200,\n      \"default\": true\n    }\n"
+            "  }\n}\n");
+}
+
+TEST_F(Reports, WithoutASectionAllAreThereTheFilesFirst) {
+  const std::string text = SettingsReport(settings_, {}, OutputForm::People);
+  EXPECT_EQ(text.find("[UpdateD]\n"), 0U);
+  EXPECT_NE(text.find("\n\n[MacOSWardex]\n"), std::string::npos);
+}
+
+TEST_F(Reports, AListTakesOneLineAnElement) {
+  const Settings settings(Tree("A", Plist::dictionary({{"k", Plist::array({"x y", 2, "\x07"})}})), known_,
+                          true);
+  EXPECT_EQ(ValueReport(settings, "A", "k", OutputForm::People), "x y\n2\n\\x07\n");
+}
+
+TEST_F(Reports, AValueAsAPropertyListReadsBack) {
+  std::string error;
+  const std::string text = ValueReport(settings_, "UpdateD", "Interval", OutputForm::Plist);
+  EXPECT_EQ(
+      NSPropertyListSerialization::propertyListFromData(text, error),
+      Plist::dictionary({{"section", "UpdateD"}, {"key", "Interval"}, {"value", 43200}, {"default", true}}));
+}
+
+TEST_F(Reports, ADifferenceForPeopleShowsOldAndNewLines) {
+  EXPECT_EQ(DifferenceReport(old_, difference_, true, OutputForm::People),
+            "[A]\n"
+            "-x = 1\n"
+            "+x = a, \"b c\"\n"
+            "+new = \"\\x1b\"\n");
+}
+
+TEST_F(Reports, ADifferenceForProgramsHasNoOldValueWhereThereWasNone) {
+  EXPECT_EQ(DifferenceReport(old_, Tree("A", Plist::dictionary({{"x", 2}, {"new", true}})), false,
+                             OutputForm::Json),
+            "{\n  \"changes\": {\n    \"A\": {\n"
+            "      \"x\": {\n        \"new\": 2,\n        \"old\": 1\n      },\n"
+            "      \"new\": {\n        \"new\": true\n      }\n"
+            "    }\n  },\n  \"sent\": false\n}\n");
+}
+
+TEST_F(Reports, NoDifferenceIsAnEmptyTextForPeople) {
+  EXPECT_EQ(DifferenceReport(old_, Plist::dictionary(), false, OutputForm::People), "");
+}
+
+TEST_F(Reports, NamesAreLinesForPeopleAndAnArrayForPrograms) {
+  EXPECT_EQ(NamesReport(Plist::array({"a", "b"}), OutputForm::People), "a\nb\n");
+  EXPECT_EQ(NamesReport(Plist::array({"a", "b"}), OutputForm::Json), "[\n  \"a\",\n  \"b\"\n]\n");
+}
+
+}  // namespace
+}  // namespace zekara

@@ -1,0 +1,46 @@
+#include <gtest/gtest.h>
+
+#include "zkaconfig/Text.h"
+
+namespace zekara {
+namespace {
+
+TEST(Printable, ShowsControlCharactersAsTheirCodesAndLeavesTheRest) {
+  EXPECT_EQ(Printable("plain \"text\" \\x"), "plain \"text\" \\x");
+  EXPECT_EQ(Printable("\x1b[31m\x07\x7f"), "\\x1b[31m\\x07\\x7f");
+  EXPECT_EQ(Printable(std::string("a\0b", 3)), "a\\x00b");
+  EXPECT_EQ(Printable("gr\xC3\xBCn"), "gr\xC3\xBCn");
+  EXPECT_EQ(Printable("a\n\tb\r"), "a\\x0a\\x09b\\x0d");
+  EXPECT_EQ(Printable("a\n\tb\r", true), "a\n\tb\\x0d");
+}
+
+TEST(Described, TellsTheKindAndTheValue) {
+  EXPECT_EQ(Described(42), "the number 42");
+  EXPECT_EQ(Described("o\x1bn"), "the text \"o\\x1bn\"");
+  EXPECT_EQ(Described(Plist::array()), "an empty list");
+  EXPECT_EQ(Described(Plist::array({1, 2})), "the list (1 2)");
+  EXPECT_EQ(Described(Plist::dictionary()), "a dictionary");
+}
+
+TEST(SettingLine, IsTheLineAsItStandsInTheFile) {
+  EXPECT_EQ(SettingLine("Mode", "Auto"), "Mode = Auto");
+  EXPECT_EQ(SettingLine("Path", "/dev"), "Path = \"/dev\"");
+  EXPECT_EQ(SettingLine("List", Plist::array({"a b", 2})), "List = \"a b\", 2");
+  EXPECT_EQ(SettingLine("Empty", ""), "Empty = ");
+  EXPECT_EQ(SettingLine("Nothing", Plist::array()), "Nothing = ");
+}
+
+TEST(LineAt, CountsTheLineEndsBeforeTheOffset) {
+  EXPECT_EQ(LineAt("", 0), 1U);
+  EXPECT_EQ(LineAt("a\nb\nc", 2), 2U);
+  EXPECT_EQ(LineAt("a\nb\nc", 5), 3U);
+}
+
+TEST(FindForeignByte, FindsTheFirstByteThatEndsReading) {
+  EXPECT_EQ(FindForeignByte("all of it is ASCII\x7f\t\n"), std::string_view::npos);
+  EXPECT_EQ(FindForeignByte("ab\xC3\xBC"), 2U);
+  EXPECT_EQ(FindForeignByte(std::string_view("a\0b", 3)), 1U);
+}
+
+}  // namespace
+}  // namespace zekara

@@ -1,0 +1,78 @@
+"""Starts zkaconfig as its users do and reads what it says."""
+
+import json
+import os
+import plistlib
+import subprocess
+
+from support import tool
+from support.case import ToolTestCase
+
+# The copy that the tests start.
+PROGRAM = os.path.dirname(tool.TOOL) + "/zkaconfig"
+DONE, DIFFERS, USAGE, UNREADABLE, REFUSED, NO_ANSWER = range(6)
+REPOSITORY = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
+
+CONTENT = b"""[MacOSWardex]
+IsActive = No
+ExcludedPaths = "/dev", "/Network"
+
+[Other]
+name = "a b"
+
+[UpdateD]
+Interval = 3600
+
+"""
+
+
+class Result:
+    """How a run of zkaconfig ended and what it wrote."""
+
+    def __init__(self, status, output, errors):
+        self.status = status
+        self.output = output.decode("utf-8")
+        self.errors = errors.decode("utf-8", "surrogateescape")
+
+    @property
+    def json(self):
+        return json.loads(self.output)
+
+    @property
+    def plist(self):
+        return plistlib.loads(self.output.encode("utf-8"))
+
+
+def run(*arguments, data=b"", tool_path=tool.TOOL, **options):
+    """Runs zkaconfig to its end with the tool under test."""
+    command = [PROGRAM, *arguments]
+    if tool_path is not None:
+        command.insert(1, f"--tool={tool_path}")
+    process = subprocess.run(command, input=data, capture_output=True, timeout=4 * tool.PATIENCE, check=False, **options)
+    return Result(process.returncode, process.stdout, process.stderr)
+
+
+class FrontEndTestCase(ToolTestCase):
+    def setUp(self):
+        super().setUp()
+        tool.write_config(CONTENT)
+
+    def assert_status(self, result, status):
+        self.assertEqual(result.status, status, (result.output, result.errors))
+
+    def assert_done(self, *arguments, **options):
+        """Runs zkaconfig, which must succeed without a remark; returns the Result."""
+        result = run(*arguments, **options)
+        self.assert_status(result, DONE)
+        self.assertEqual(result.errors, "")
+        return result
+
+    def assert_fails(self, status, message, *arguments, **options):
+        """Runs zkaconfig, which must fail with this status and message and leave the file as it is."""
+        before = tool.read_config()
+        result = run(*arguments, **options)
+        self.assert_status(result, status)
+        self.assertIn(message, result.errors)
+        self.assertRegex(result.errors, "(?m)^zkaconfig: ")
+        self.assert_config(before)
+        return result

@@ -1,0 +1,143 @@
+"""show, get and list."""
+
+import fcntl
+import os
+
+from support import sandbox, tool
+
+from front_end import CONTENT, DIFFERS, DONE, PROGRAM, UNREADABLE, FrontEndTestCase, run
+
+
+class Show(FrontEndTestCase):
+    def test_the_files_settings_come_first_and_what_it_lacks_is_marked_as_default(self):
+        self.assertEqual(
+            self.assert_done("show", "UpdateD").output,
+            "[UpdateD]\nInterval = 3600\nMode = Auto                             ; default\n\n",
+        )
+
+    def test_without_a_section_all_are_shown_unknown_ones_as_they_are(self):
+        output = self.assert_done("show").output
+        headers = [line for line in output.splitlines() if line.startswith("[")]
+        self.assertEqual(headers, ["[MacOSWardex]", "[Other]", "[UpdateD]"])
+        self.assertIn('[Other]\nname = "a b"\n\n', output)
+
+    def test_without_defaults_only_the_file_is_shown(self):
+        self.assertEqual(self.assert_done("show", "--no-defaults").output, CONTENT.decode())
+
+    def test_what_is_shown_can_be_applied_and_changes_nothing_but_the_defaults(self):
+        self.start_filed()
+        self.start_updated()
+        shown = self.assert_done("show").output.encode()
+        self.assert_done("apply", "-", data=shown)
+        settings = run("show", "--json").json
+        self.assertFalse(any(key["default"] for section in settings.values() for key in section.values()))
+        self.assertEqual(self.assert_done("diff", "-", data=shown).output, "")
+
+    def test_programs_get_booleans_numbers_and_the_origin_of_each_value(self):
+        for form in ("json", "plist"):
+            with self.subTest(form=form):
+                settings = getattr(self.assert_done("show", f"--{form}", "MacOSWardex"), form)["MacOSWardex"]
+                self.assertIs(settings["IsActive"]["value"], False)
+                self.assertIs(settings["IsActive"]["default"], False)
+                self.assertEqual(settings["SkipArchives"], {"value": True, "default": True})
+                self.assertEqual(settings["FileTimeout"], {"value": 30, "default": True})
+                self.assertEqual(settings["ExcludedPaths"], {"value": ["/dev", "/Network"], "default": False})
+
+    def test_a_boolean_that_the_file_holds_as_a_number_is_shown_as_what_it_means(self):
+        tool.write_config(b"[MacOSWardex]\nIsActive = 1\n\n")
+        self.assertIn("\nIsActive = Yes\n", self.assert_done("show").output)
+        self.assertIs(run("show", "--json").json["MacOSWardex"]["IsActive"]["value"], True)
+
+    def test_actions_are_shown_as_codes_on_request(self):
+        settings = self.assert_done("show", "--action-codes", "--json", "MacOSWardex").json["MacOSWardex"]
+        self.assertEqual(settings["InfectedFiles"]["value"], 2)
+        self.assertEqual(settings["IncurableFiles"]["value"], 4)
+        self.assertEqual(settings["SuspiciousFiles"]["value"], 32)
+
+    def test_the_scanning_daemons_section_has_defaults_once_it_is_named(self):
+        self.assertNotIn("Scan", run("show", "--json").json)
+        settings = self.assert_done("show", "--json", "--daemon-section=Scan").json
+        self.assertEqual(settings["Scan"]["MaxChildren"], {"value": 16, "default": True})
+        self.assertIs(settings["Scan"]["RunForeground"]["value"], True)
+        self.assertEqual(settings["Scan"]["PreFork"]["value"], "No")
+
+    def test_an_unknown_section_is_told_with_the_one_that_was_probably_meant(self):
+        result = self.assert_fails(DIFFERS, "there is no section updated; did you mean UpdateD?", "show", "updated")
+        self.assertEqual(result.output, "")
+
+    def test_control_characters_do_not_reach_the_terminal(self):
+        tool.write_config(b'[Other]\nk = "\x1b]0;title\x07"\n\n')
+        self.assertEqual(self.assert_done("show", "Other").output, '[Other]\nk = "\\x1b]0;title\\x07"\n\n')
+        self.assertEqual(run("show", "Other", "--json").json["Other"]["k"]["value"], "\x1b]0;title\x07")
+
+    def test_another_file_is_read_on_request(self):
+        path = os.path.join(sandbox.SCRATCH_DIRECTORY, "other.ini")
+        with open(path, "wb") as file:
+            file.write(b"[UpdateD]\nMode = Manual\n\n")
+        self.assertEqual(self.assert_done("--config", path, "get", "UpdateD", "Mode").output, "Manual\n")
+
+
+class Get(FrontEndTestCase):
+    def test_a_value_is_written_plainly_and_a_list_on_lines(self):
+        self.assertEqual(self.assert_done("get", "UpdateD", "Interval").output, "3600\n")
+        self.assertEqual(self.assert_done("get", "Other", "name").output, "a b\n")
+        self.assertEqual(self.assert_done("get", "MacOSWardex", "ExcludedPaths").output, "/dev\n/Network\n")
+
+    def test_a_default_is_marked_for_programs(self):
+        expected = {"section": "UpdateD", "key": "Mode", "value": "Auto", "default": True}
+        self.assertEqual(self.assert_done("get", "UpdateD", "Mode", "--json").json, expected)
+        self.assertEqual(self.assert_done("get", "UpdateD", "Mode", "--plist").plist, expected)
+        self.assertIs(run("get", "UpdateD", "Interval", "--json").json["default"], False)
+
+    def test_an_unset_key_is_told_by_the_exit_status(self):
+        self.assertEqual(self.assert_fails(DIFFERS, "did you mean Mode?", "get", "UpdateD", "mode").output, "")
+        self.assert_fails(DIFFERS, "Mode is unset", "get", "UpdateD", "Mode", "--no-defaults")
+        self.assert_fails(DIFFERS, "there is no section", "get", "Nowhere", "Mode")
+
+
+class List(FrontEndTestCase):
+    def test_sections_keys_and_words_are_listed_one_a_line(self):
+        self.assertEqual(self.assert_done("list").output, "MacOSWardex\nOther\nUpdateD\n")
+        self.assertEqual(self.assert_done("list", "UpdateD").output, "Interval\nMode\n")
+        self.assertEqual(self.assert_done("list", "MacOSWardex", "IsActive").output, "Yes\nNo\n")
+        self.assertEqual(self.assert_done("list", "UpdateD", "Mode").output, "")
+        self.assertEqual(self.assert_done("list", "Nowhere").output, "")
+
+    def test_a_file_that_cannot_be_read_is_passed_over(self):
+        tool.write_config(b"]\n\n")
+        self.assertEqual(self.assert_done("list").output, "MacOSWardex\nUpdateD\n")
+
+
+class FilesThatCannotBeRead(FrontEndTestCase):
+    def test_a_missing_configuration_file_leaves_the_defaults_with_a_remark(self):
+        os.unlink(tool.CONFIG)
+        result = run("show", "UpdateD")
+        self.assertEqual(result.status, DONE)
+        self.assertIn("zekara32.ini does not exist; all settings are the defaults", result.errors)
+        self.assertIn("Mode = Auto", result.output)
+
+    def test_another_file_that_is_missing_is_an_error(self):
+        self.assert_fails(UNREADABLE, "/nowhere.ini does not exist", "show", "--config", "/nowhere.ini")
+
+    def test_a_syntax_error_is_told_with_its_line(self):
+        tool.write_config(b"[A]\nx = 1\ny\nz = 2\n\n")
+        self.assert_fails(UNREADABLE, "on or just after line 3: unexpected token", "show")
+
+    def test_a_byte_beyond_ascii_is_warned_of(self):
+        tool.write_config("[A]\nx = 1\n; für\ny = 2\n\n".encode())
+        result = run("show", "A")
+        self.assertEqual((result.status, result.output), (DONE, "[A]\nx = 1\n\n"))
+        self.assertIn("holds a byte on line 3 that is not 7-bit ASCII", result.errors)
+
+    def test_a_locked_file_is_waited_for_only_so_long_and_read_without_the_lock_on_request(self):
+        with open(tool.CONFIG, "rb") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            self.assert_fails(UNREADABLE, "keeps it locked", "show", "--timeout=1")
+            self.assert_done("show", "--no-lock")
+
+    def test_output_that_cannot_be_written_is_an_error(self):
+        with open("/dev/full", "wb") as full:
+            process = tool.start("show", name=PROGRAM, stdout=full)
+            result = tool.finish(process)
+        self.assertEqual(result.status, UNREADABLE)
+        self.assertIn(b"cannot write the output: No space left on device", result.errors)
