@@ -1,4 +1,5 @@
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <vector>
 

@@ -1,6 +1,7 @@
 #include <cstdint>
+#include <functional>
 #include <limits>
-#include <memory>
+#include <ostream>
 #include <string>
 
 #include "PortableFoundation/NSException.h"

@@ -1,4 +1,6 @@
 #include <cstdint>
+#include <iterator>
+#include <ostream>
 #include <string>
 #include <string_view>
 

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <iterator>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>

@@ -1,5 +1,8 @@
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
+#include <ostream>
 #include <string>
 
 #include "PortableFoundation/NSException.h"
