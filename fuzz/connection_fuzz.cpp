@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::size_t kCuts = 16;
 constexpr std::size_t kLongestStream =
-    32768;  // fits a socket's buffer, so that one thread can write and read it
+    4096;  // fits a socket's buffer, so that one thread can write and read it
 
 class Recorder : public ZKAXMLConnectionDelegating {
  public:
