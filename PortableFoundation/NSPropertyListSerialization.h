@@ -22,8 +22,9 @@ class NSPropertyListSerialization {
 
   // Appends `plist` to `bytes` as the platform writes it: UTF-8, keys sorted by their UTF-16 code units, one
   // TAB per depth, a line end after the last tag. Returns true. Where a value cannot be written (nil, a key
-  // that is no string, text that is not UTF-8 or holds a NUL, containers too deep or inside themselves),
-  // returns false with a sentence in `error` and leaves `bytes` as they were.
+  // that is no string, text that is not UTF-8 or holds a NUL, a date whose year has more than nine digits,
+  // containers too deep or inside themselves), returns false with a sentence in `error` and leaves `bytes` as
+  // they were.
   //
   // Every value that was written reads back equal through any conforming reader: minus zero is written "-0.0"
   // and a carriage return "&#13;", where the platform's own writer would lose them.

@@ -342,7 +342,7 @@ std::int64_t Plist::longLongValue() const {
   if (isNil()) return 0;
   if (!isNumber()) raise("its number");
   if (kind_ != Kind::Real) return isBeyondSigned() ? kHighest : payload<std::int64_t>();
-  const double real = payload<double>();
+  const auto real = payload<double>();
   if (std::isnan(real)) return 0;
   if (real >= 0x1p63) return kHighest;
   return real <= -0x1p63 ? std::numeric_limits<std::int64_t>::min() : static_cast<std::int64_t>(real);
@@ -351,7 +351,7 @@ std::int64_t Plist::longLongValue() const {
 std::uint64_t Plist::unsignedLongLongValue() const {
   if (isBeyondSigned()) return payload<std::uint64_t>();
   if (kind_ == Kind::Real && payload<double>() >= 0x1p63) {
-    const double real = payload<double>();
+    const auto real = payload<double>();
     return real >= 0x1p64 ? std::numeric_limits<std::uint64_t>::max() : static_cast<std::uint64_t>(real);
   }
   return static_cast<std::uint64_t>(std::max<std::int64_t>(longLongValue(), 0));
@@ -492,9 +492,9 @@ bool Plist::areEqualNumbers(const Plist& left, const Plist& right) noexcept {
            left.payload<std::uint64_t>() == right.payload<std::uint64_t>();
   }
   if (left.kind_ != Kind::Real) return areEqualNumbers(right, left);
-  const double real = left.payload<double>();
+  const auto real = left.payload<double>();
   if (right.kind_ == Kind::Real) {
-    const double other = right.payload<double>();
+    const auto other = right.payload<double>();
     return real == other || (std::isnan(real) && std::isnan(other));
   }
   if (real != std::trunc(real)) return false;  // NaN included

@@ -52,7 +52,7 @@ std::int64_t PlistDate::toSeconds() const noexcept {
   const int dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
   const std::int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
   const std::int64_t days = era * kDaysPerEra + dayOfEra - 719468;
-  return days * kSecondsPerDay + hour * 3600 + minute * 60 + second;
+  return days * kSecondsPerDay + std::int64_t{hour} * 3600 + std::int64_t{minute} * 60 + second;
 }
 
 bool PlistDate::isValid() const noexcept {

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// An element's name as one number, so that names are told apart by one comparison. All have less than eight letters;
-// a longer name is no other's number, because it leaves the uppermost byte in use.
+// An element's name as one number, so that names are told apart by one comparison. All have less than eight
+// letters; a longer name is no other's number, because it leaves the uppermost byte in use.
 constexpr std::uint64_t Packed(std::uint64_t name, char letter) noexcept {
   return name << 8 | static_cast<unsigned char>(letter);
 }
@@ -309,9 +309,8 @@ bool PlistReader::readValue(int depth) {
     case Element::Data:
       return readData(tag);
     case Element::Array:
-      return readArray(tag, depth);
     case Element::Dictionary:
-      return readDictionary(tag, depth);
+      return readContainer(tag, depth);
     default:
       return fail("unexpected element where a value belongs");
   }
@@ -356,33 +355,21 @@ bool PlistReader::readScalar(Tag tag, Plist (*parse)(std::string_view) noexcept,
   return true;
 }
 
-bool PlistReader::readArray(Tag tag, int depth) {
+bool PlistReader::readContainer(Tag tag, int depth) {
   if (depth == kMaximumPlistDepth) return fail("containers nested too deeply");
+  const bool isArray = tag.element == Element::Array;
   const std::size_t first = pending_.size();
   while (!tag.isEmpty) {
     if (!skipInterspace()) return false;
     if (atEndTag()) break;
+    if (!isArray && (!readKey() || !skipInterspace())) return false;
     if (!readValue(depth + 1)) return false;
   }
   if (!tag.isEmpty && !readEndTag(tag.element)) return false;
-  Plist array = Plist::frozenArray(std::span(pending_).subspan(first));
+  const std::span<Plist> content = std::span(pending_).subspan(first);
+  Plist container = isArray ? Plist::frozenArray(content) : Plist::frozenDictionary(content);
   pending_.resize(first);
-  pending_.push_back(std::move(array));
-  return true;
-}
-
-bool PlistReader::readDictionary(Tag tag, int depth) {
-  if (depth == kMaximumPlistDepth) return fail("containers nested too deeply");
-  const std::size_t first = pending_.size();
-  while (!tag.isEmpty) {
-    if (!skipInterspace()) return false;
-    if (atEndTag()) break;
-    if (!readKey() || !skipInterspace() || !readValue(depth + 1)) return false;
-  }
-  if (!tag.isEmpty && !readEndTag(tag.element)) return false;
-  Plist dictionary = Plist::frozenDictionary(std::span(pending_).subspan(first));
-  pending_.resize(first);
-  pending_.push_back(std::move(dictionary));
+  pending_.push_back(std::move(container));
   return true;
 }
 

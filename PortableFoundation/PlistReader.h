@@ -74,8 +74,7 @@ class PlistReader {
   bool readBoolean(Tag tag);
   bool readData(Tag tag);
   bool readScalar(Tag tag, Plist (*parse)(std::string_view) noexcept, const char* problem);
-  bool readArray(Tag tag, int depth);
-  bool readDictionary(Tag tag, int depth);
+  bool readContainer(Tag tag, int depth);
 
   const char* const begin_;
   const char* at_;

@@ -45,7 +45,7 @@ class PlistWriter {
 
   std::string& bytes_;
   const char* problem_ = nullptr;
-  std::array<const Plist*, kMaximumPlistDepth> openContainers_;
+  std::array<const Plist*, kMaximumPlistDepth> openContainers_{};
   // Of all dictionaries that are being written, the innermost last.
   std::vector<SortedEntry> sorted_;
 };
