@@ -59,6 +59,7 @@ WaitingChild::~WaitingChild() {
 
 // The lowest pending signal is delivered first, so the real-time signal that ends the wait hides no other.
 int WaitingChild::takeSignal() {
+  if (pid_ <= 0) throw std::logic_error("the child has ended already");  // -1 would be every process
   const int last = SIGRTMAX;
   kill(pid_, last);
   int status = 0;
@@ -71,6 +72,7 @@ int WaitingChild::takeSignal() {
 pid_t ExitedProcess() {
   const pid_t pid = fork();
   if (pid == 0) _exit(0);
+  if (pid < 0) throw std::runtime_error("cannot fork");
   waitpid(pid, nullptr, 0);
   return pid;
 }
