@@ -97,6 +97,21 @@ TEST_F(ChangeConfigCmdTest, DaemonThatCannotBeSignalledIsLoggedAndTheOtherStillT
   });
 }
 
+// The tool's own id stands in the file monitor's pid file: the signal ends it, but not before the updater is
+// told.
+TEST_F(ChangeConfigCmdTest, SignalToTheToolItselfWaitsUntilEveryDaemonIsTold) {
+  inside([] {
+    StandIn updateD(kUpdateDPidFile);
+    const pid_t tool = StartChild([] {
+      WriteFile(kFileDPidFile, std::to_string(getpid()));
+      ChangeConfigCmd(BothSections());
+      return 0;
+    });
+    EXPECT_EQ(WaitForChild(tool), 128 + SIGHUP);
+    EXPECT_EQ(updateD.signals(), std::set{SIGHUP});
+  });
+}
+
 TEST_F(ChangeConfigCmdTest, MissingFileIsMadeReadOnly) {
   inside([] {
     CapturedLog log;

@@ -6,6 +6,7 @@
 
 #include "PortableFoundation/NSException.h"
 #include "Zekara4MacTool/IniFileTools.h"
+#include "Zekara4MacTool/ProcessState.h"
 #include "tests/support/ChildProcess.h"
 
 namespace zekara::test {
@@ -454,6 +455,33 @@ TEST_F(PatchIniFileFault, FileThatIsRemovedMeanwhileIsMadeAnew) {
   holder.release();
   EXPECT_EQ(WaitForChild(patcher), 0);
   EXPECT_EQ(text(), kNew);
+}
+
+TEST_F(PatchIniFileTest, SignalsAreBlockedOnceTheFileIsLockedUntilTheTransactionEnds) {
+  RunInChild([&] {
+    const auto isBlocked = [] {
+      sigset_t blocked;
+      sigemptyset(&blocked);
+      pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+      return sigismember(&blocked, SIGTERM) == 1;
+    };
+    {
+      const Transaction transaction;
+      PatchIniFile(path_, Patch("A", "b", 1));
+      EXPECT_TRUE(isBlocked());
+    }
+    EXPECT_FALSE(isBlocked());
+    {
+      const Transaction transaction;
+      EXPECT_NE(failure(Plist::dictionary({{"A", 1}})), "");
+      EXPECT_TRUE(isBlocked());
+    }
+    {
+      const Transaction transaction;
+      EXPECT_EQ(failure(directory_ / "missing/file", Plist()), kCannotOpen);
+      EXPECT_FALSE(isBlocked());
+    }
+  });
 }
 
 TEST_F(PatchIniFileTest, ConcurrentPatchesAreAllKept) {

@@ -120,7 +120,8 @@ inline std::string ReadToEnd(int descriptor) {
 inline pid_t StartChild(const std::function<int()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
-  if (child != 0) return child;
+  if (child < 0) std::abort();  // -1 would name every process to kill()
+  if (child > 0) return child;
   signal(SIGALRM, SIG_DFL);
   alarm(kPatienceSeconds);
   int status = 99;
