@@ -6,8 +6,11 @@ of the machine is mounted where it always is, except /Library and /var/zekara, w
 The machine's own files are never touched, nothing is left behind when the process ends, and neither
 directory has to exist on the machine.
 
-Root needs nothing more than a mount namespace; anybody else gets a user namespace as well, in which his own
-account appears as root.
+The processes are in a namespace of their own too: a tool that went wrong could signal whatever it likes and
+reach none of the machine's, and none of them outlives the tests.
+
+Root needs nothing more than that; anybody else gets a user namespace as well, in which his own account
+appears as root.
 """
 
 import ctypes
@@ -26,7 +29,8 @@ SCRATCH_DIRECTORY = "/zekara-tests/scratch"
 _OWNED = ("/Library", "/var/zekara", "/zekara-tests")
 # Directories that every machine has and that hold nothing a test needs: one of them becomes the mount point.
 _MOUNT_POINTS = ("/mnt", "/media", "/srv", "/opt")
-_MARKER = "ZKA_PRIVATE_NAMESPACE"
+# Holds the mount namespace that was left, on the way into the new one.
+_MARKER = "ZKA_NAMESPACE_LEFT"
 
 _MS_RDONLY = 1
 _MS_REMOUNT = 32
@@ -74,9 +78,10 @@ def enter(needed_paths):
     needed_paths are the files outside /Library and /var/zekara that the caller wants to see afterwards.
     Raises Unavailable where no namespace can be had.
     """
-    if os.environ.get(_MARKER) != str(os.getpid()):
+    here = os.readlink("/proc/self/ns/mnt")
+    if os.environ.pop(_MARKER, here) == here:
         command = _namespace_command()
-        os.environ[_MARKER] = str(os.getpid())
+        os.environ[_MARKER] = here
         sys.stdout.flush()
         os.execvp(command[0], [*command, sys.executable, *sys.argv])
     try:
@@ -101,9 +106,10 @@ def clear():
 
 
 def _namespace_command():
-    attempts = [["unshare", "--user", "--map-root-user", "--mount", "--propagation", "private"]]
+    private = ["--mount", "--propagation", "private", "--pid", "--fork", "--kill-child", "--mount-proc"]
+    attempts = [["unshare", "--user", "--map-root-user", *private]]
     if os.geteuid() == 0:
-        attempts.insert(0, ["unshare", "--mount", "--propagation", "private"])
+        attempts.insert(0, ["unshare", *private])
     reasons = []
     for command in attempts:
         try:
