@@ -4,6 +4,7 @@ import contextlib
 import ctypes
 import fcntl
 import os
+import signal
 import stat
 import subprocess
 import time
@@ -41,6 +42,9 @@ def why_not_here():
             return "set-user-id programs have no effect here: the no-new-privileges flag is set"
     if sandbox.in_user_namespace():
         return "this needs root: a user namespace has one account only"
+    if os.readlink("/proc/self") != str(os.getpid()):
+        # The tests send signals to what they find there.
+        raise RuntimeError("/proc shows the processes of another namespace")
     if CALLER is None:
         return "the helper program SecurityCaller has not been built"
     return None
@@ -145,6 +149,30 @@ def signal_as_user(pid, number, user=USER):
     if status not in (0, 1, 3):
         raise AssertionError(f"the signal could not be sent: {status}")
     return status == 0
+
+
+class Pestering:
+    """Sends a process the same signal over and over, as that account; begins at once, or `after` so many seconds."""
+
+    def __init__(self, pid, number, after=0.0, user=USER):
+        self._child = os.fork()
+        if self._child == 0:
+            try:
+                os.closerange(3, 1024)  # the lock may be among them
+                become(user)
+                time.sleep(after)
+                while True:
+                    with contextlib.suppress(PermissionError, ProcessLookupError):
+                        os.kill(pid, number)
+            finally:
+                os._exit(1)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        os.kill(self._child, signal.SIGKILL)
+        os.waitpid(self._child, 0)
 
 
 def process_state(pid):
