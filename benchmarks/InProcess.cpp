@@ -1,0 +1,234 @@
+// Measures jobs inside a process, against the libraries that do the same.
+//
+//   in-process [TEXT]           every row whose name holds TEXT: one line of TAB-separated fields a subject
+//   in-process --loop TEXT      runs the first subject of the first such row for ten seconds, for a profiler
+//   in-process --input TEXT FILE  writes the input of the first such row
+//
+// Each measurement has a process of its own, forked for it, so that no subject inherits another's heap, and
+// the subjects of a row take turns. The fields: job, size, subject, bytes of input, nanoseconds of CPU time
+// for one run (median, first and third quartile), and peak memory in bytes, the input included.
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string_view>
+
+#include "benchmarks/Subjects.h"
+#include "benchmarks/Workloads.h"
+
+namespace zekara::benchmarks {
+
+void Expect(bool isDone, const char* job) {
+  if (isDone) return;
+  std::fprintf(stderr, "in-process: %s has failed\n", job);
+  std::_Exit(1);
+}
+
+namespace {
+
+constexpr std::size_t kKilobyte = 1000;
+constexpr std::size_t kMegabyte = 1000 * kKilobyte;
+constexpr std::size_t kSmall = 100 * kKilobyte;  // below this a run is repeated more often, in more rounds
+
+double CpuNanoseconds() {
+  timespec now = {};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
+}
+
+// A size of the memory of this process, in bytes: "VmRSS:" now, "VmHWM:" at most so far.
+double MemoryNow(std::string_view field) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(field)) return std::strtod(line.c_str() + field.size(), nullptr) * 1024;
+  }
+  return 0;
+}
+
+struct Measurement {
+  double nanoseconds = 0;
+  double peak = 0;
+};
+
+// The first run brings caches and heap up and shows the peak of memory; the others are timed. Growth is timed
+// in the first run, which is the only one that the tool ever makes: later ones would find small inputs'
+// memory ready, and large ones' not.
+Measurement Measure(const Row& row, const Subject& subject, const std::string& input) {
+  const double leastTime = input.size() < kSmall ? 20e6 : 40e6;
+  const Subject::Work work = subject.prepare(input);
+  const double before = MemoryNow("VmRSS:");
+  std::ofstream("/proc/self/clear_refs") << 5;  // the peak begins anew
+  const double firstStart = CpuNanoseconds();
+  work();
+  Measurement result = {.nanoseconds = CpuNanoseconds() - firstStart};
+  result.peak = MemoryNow("VmHWM:") - before + static_cast<double>(input.size());
+  if (row.isGrowth) return result;
+  const double start = CpuNanoseconds();
+  double spent = 0;
+  int runs = 0;
+  do {
+    work();
+    ++runs;
+    spent = CpuNanoseconds() - start;
+  } while (spent < leastTime);
+  result.nanoseconds = spent / runs;
+  return result;
+}
+
+Measurement MeasureInChild(const Row& row, const Subject& subject, const std::string& input) {
+  int ends[2];
+  Expect(pipe(ends) == 0, "pipe");
+  const pid_t child = fork();
+  if (child == 0) {
+    const Measurement measured = Measure(row, subject, input);
+    Expect(write(ends[1], &measured, sizeof measured) == sizeof measured, "write");
+    std::_Exit(0);
+  }
+  close(ends[1]);
+  Measurement measured;
+  Expect(child > 0 && read(ends[0], &measured, sizeof measured) == sizeof measured, "measurement");
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  return measured;
+}
+
+double Quantile(std::vector<double> values, double part) {
+  std::sort(values.begin(), values.end());
+  const double place = part * static_cast<double>(values.size() - 1);
+  const auto below = static_cast<std::size_t>(place);
+  const std::size_t above = std::min(below + 1, values.size() - 1);
+  return values[below] + (place - static_cast<double>(below)) * (values[above] - values[below]);
+}
+
+void MeasureRow(const Row& row) {
+  const std::string input = row.input();
+  const int rounds = input.size() < kSmall || (row.isGrowth && input.size() < 2 * kMegabyte) ? 15 : 5;
+  std::vector<std::vector<double>> times(row.subjects.size());
+  std::vector<std::vector<double>> peaks(row.subjects.size());
+  for (int round = 0; round < rounds; ++round) {
+    for (std::size_t i = 0; i < row.subjects.size(); ++i) {
+      const Measurement measured = MeasureInChild(row, row.subjects[i], input);
+      times[i].push_back(measured.nanoseconds);
+      peaks[i].push_back(measured.peak);
+    }
+  }
+  for (std::size_t i = 0; i < row.subjects.size(); ++i) {
+    std::printf("%s\t%s\t%s\t%zu\t%.0f\t%.0f\t%.0f\t%.0f\n", row.job.c_str(), row.size.c_str(),
+                row.subjects[i].name.c_str(), input.size(), Quantile(times[i], 0.5), Quantile(times[i], 0.25),
+                Quantile(times[i], 0.75), Quantile(peaks[i], 0.5));
+  }
+  std::fflush(stdout);
+}
+
+using Generator = std::string (*)(std::size_t);
+
+Row MakeRow(const char* job, const char* sizeName, Generator generate, std::size_t size,
+            std::vector<Subject> subjects) {
+  return {job, sizeName, [generate, size] { return generate(size); }, std::move(subjects)};
+}
+
+std::vector<Row> ComparedRows() {
+  std::vector<Row> rows;
+  constexpr std::pair<const char*, std::size_t> kIniSizes[] = {
+      {"4 KB", 4 * kKilobyte}, {"1 MB", kMegabyte}, {"32 MB", 32 * kMegabyte}};
+  constexpr std::pair<const char*, std::size_t> kPlistSizes[] = {
+      {"1 KB", kKilobyte}, {"1 MB", kMegabyte}, {"32 MB", 32 * kMegabyte}};
+  for (const auto& [name, size] : kIniSizes) {
+    rows.push_back(MakeRow("INI load", name, IniOfSections, size,
+                           {ZekaraIniLoad(), SimpleIniLoad(), GKeyFileLoad(), BoostLoad(), InihLoad()}));
+    rows.push_back(MakeRow("INI load, patch, write", name, IniOfSections, size,
+                           {ZekaraIniPatch(), SimpleIniPatch(), GKeyFilePatch()}));
+  }
+  const std::size_t large = 32 * kMegabyte;
+  rows.push_back(MakeRow("INI load, one section", "32 MB", IniOfOneSection, large,
+                         {ZekaraIniLoad(), SimpleIniLoad(), GKeyFileLoad()}));
+  rows.push_back(MakeRow("INI load, patch, write, one section", "32 MB", IniOfOneSection, large,
+                         {ZekaraIniPatch(), SimpleIniPatch(), GKeyFilePatch()}));
+  rows.push_back(
+      MakeRow("INI load, one list", "32 MB", IniOfOneList, large, {ZekaraIniLoad(), GKeyFileLoadList()}));
+  rows.push_back(MakeRow("INI load, patch, write, one list", "32 MB", IniOfOneList, large,
+                         {ZekaraIniPatch(), GKeyFilePatchList()}));
+  for (const auto& [name, size] : kPlistSizes) {
+    rows.push_back(MakeRow("property list parse", name, PlistOfSections, size,
+                           {ZekaraPlistParse(), LibplistParse(), ExpatParse(), PugixmlParse()}));
+    rows.push_back(
+        MakeRow("property list write", name, PlistOfSections, size, {ZekaraPlistWrite(), LibplistWrite()}));
+    rows.push_back(
+        MakeRow("property list both", name, PlistOfSections, size, {ZekaraPlistBoth(), LibplistBoth()}));
+  }
+  rows.push_back(MakeRow("framing, one message in 64 KiB blocks", "33 MiB", PlistOfOneString,
+                         std::size_t{33} << 20, {ZekaraFramingInBlocks(), ZekaraParseOfEveryMessage()}));
+  rows.push_back(MakeRow("framing, small messages in 64 KiB blocks", "16 MB", SmallMessages, 16 * kMegabyte,
+                         {ZekaraFramingInBlocks(), ZekaraParseOfEveryMessage()}));
+  rows.push_back(MakeRow("framing, small messages in one block", "16 MB", SmallMessages, 16 * kMegabyte,
+                         {ZekaraFramingInOneBlock(), ZekaraParseOfEveryMessage()}));
+  return rows;
+}
+
+// What could be made to cost more a byte the more there is of it, each at two sizes.
+std::vector<Row> GrowthRows() {
+  const struct {
+    const char* job;
+    Generator generate;
+    Subject subject;
+  } kinds[] = {
+      {"growth: keys in one section", IniOfOneSection, ZekaraIniPatch()},
+      {"growth: sections", IniOfSmallSections, ZekaraIniPatch()},
+      {"growth: elements of one list", IniOfOneList, ZekaraIniPatch()},
+      {"growth: continuation lines", IniOfContinuations, ZekaraIniPatch()},
+      {"growth: one long word", IniOfOneWord, ZekaraIniPatch()},
+      {"growth: one long comment", IniOfOneComment, ZekaraIniLoad()},
+      {"growth: keys of one dictionary, ascending", PlistOfOneDictionary, ZekaraPlistBoth()},
+      {"growth: keys of one dictionary, shuffled", PlistOfOneShuffledDictionary, ZekaraPlistBoth()},
+      {"growth: elements of one array", PlistOfOneArray, ZekaraPlistBoth()},
+      {"growth: containers nested to the limit", PlistOfTowers, ZekaraPlistParse()},
+      {"growth: one long string", PlistOfOneString, ZekaraPlistBoth()},
+      {"growth: references in one string", PlistOfReferences, ZekaraPlistBoth()},
+      {"growth: one message in 64 KiB blocks", PlistOfOneString, ZekaraFramingInBlocks()},
+      {"growth: small messages in one block", SmallMessages, ZekaraFramingInOneBlock()},
+  };
+  std::vector<Row> rows;
+  for (const auto& kind : kinds) {
+    rows.push_back(MakeRow(kind.job, "1 MB", kind.generate, kMegabyte, {kind.subject}));
+    rows.push_back(MakeRow(kind.job, "32 MB", kind.generate, 32 * kMegabyte, {kind.subject}));
+  }
+  for (Row& row : rows) row.isGrowth = true;
+  return rows;
+}
+
+int WriteInput(const Row& row, const char* path) {
+  std::ofstream(path, std::ios::binary) << row.input();
+  return 0;
+}
+
+[[noreturn]] void Loop(const Row& row) {
+  const std::string input = row.input();
+  const Subject::Work work = row.subjects.front().prepare(input);
+  while (CpuNanoseconds() < 10e9) work();
+  std::_Exit(0);
+}
+
+}  // namespace
+}  // namespace zekara::benchmarks
+
+int main(int argc, char* argv[]) {
+  using namespace zekara::benchmarks;
+  const std::string_view option = argc > 1 && argv[1][0] == '-' ? argv[1] : "";
+  const int first = option.empty() ? 1 : 2;
+  const std::string_view wanted = argc > first ? argv[first] : "";
+  std::vector<Row> rows = ComparedRows();
+  for (Row& row : GrowthRows()) rows.push_back(std::move(row));
+  for (const Row& row : rows) {
+    if ((row.job + ", " + row.size).find(wanted) == std::string::npos) continue;
+    if (option == "--loop") Loop(row);
+    if (option == "--input") return WriteInput(row, argv[argc - 1]);
+    MeasureRow(row);
+  }
+}

@@ -1,0 +1,12 @@
+// Sets one key in a configuration file with SimpleIni: the INI part of a request alone, without lock, log,
+// message or signal.
+
+#include <SimpleIni.h>
+
+int main(int argc, char* argv[]) {
+  if (argc != 5) return 1;
+  CSimpleIniA ini(true, true, false);
+  if (ini.LoadFile(argv[1]) != SI_OK) return 1;
+  ini.SetValue(argv[2], argv[3], argv[4], nullptr, true);
+  return ini.SaveFile(argv[1], false) == SI_OK ? 0 : 1;
+}
