@@ -316,6 +316,16 @@ TEST(Reading, FaultIsFoundOnItsLine) {
   EXPECT_EQ(ErrorOf(std::string_view("<plist>\n\0", 9)), "NUL character on line 2");
 }
 
+TEST(Reading, DocumentTypeEndsBehindItsQuotedTextsAndDefinesNothing) {
+  const std::string root = "<plist><true/></plist>";
+  EXPECT_EQ(Notation(Read("<!DOCTYPE plist SYSTEM \"a'>b\" '\">'>" + root)), "true");
+  for (const char* type :
+       {"<!DOCTYPE plist []>", "<!DOCTYPE plist SYSTEM \"[\">", "<!DOCTYPE [>", "<!DOCTYPE plist 'x' [ ]>"}) {
+    EXPECT_EQ(ErrorOf(type + root), "unexpected definitions in the document type on line 1");
+  }
+  EXPECT_EQ(ErrorOf("<!DOCTYPE plist \">" + root), "unexpected end of the text on line 1");
+}
+
 TEST(Reading, ContainersAreReadUpToTheLimitOfDepth) {
   for (const char* name : {"array", "dict"}) {
     SCOPED_TRACE(name);

@@ -421,6 +421,24 @@ TEST(PlistDictionary, KeyThatIsNoStringMayFollowManyAscendingOnes) {
   EXPECT_EQ(dictionary.objectForKey("149").longLongValue(), 149);
 }
 
+TEST(PlistDictionary, CopyFindsAndReplacesTheKeysOfItsOriginal) {
+  for (const int count : {2, 16, 17, 100}) {
+    for (const bool isAscending : {true, false}) {
+      const Plist original = Plist::dictionary();
+      const auto key = [&](int i) { return std::to_string(isAscending ? 100 + i : 200 - i); };
+      for (int i = 0; i < count; ++i) original.setObject_forKey(i, key(i));
+      const Plist copy = original.mutableCopy();
+      for (int i = 0; i < count; ++i) EXPECT_EQ(copy.objectForKey(key(i)).longLongValue(), i);
+      copy.setObject_forKey("last", "999");
+      for (int i = 0; i < count; ++i) copy.setObject_forKey(-i, key(i));
+      EXPECT_EQ(copy.count(), static_cast<std::size_t>(count) + 1);
+      for (int i = 0; i < count; ++i) EXPECT_EQ(copy.objectForKey(key(i)).longLongValue(), -i);
+      for (int i = 0; i < count; ++i) EXPECT_EQ(original.objectForKey(key(i)).longLongValue(), i);
+      EXPECT_TRUE(copy.objectForKey("999").isEqualToString("last"));
+    }
+  }
+}
+
 // ---- Text
 
 TEST(PlistDescription, OfEveryKind) {
