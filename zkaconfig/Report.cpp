@@ -52,9 +52,10 @@ Plist Changes(const Plist& old, const Plist& difference) {
     const Plist changedKeys = Plist::dictionary();
     changes.setObject_forKey(changedKeys, name);
     for (const auto& [key, value] : section.entries()) {
-      const Plist change = Plist::dictionary({{"new", value}});
+      const Plist change = Plist::dictionary();
       const Plist& before = old.objectForKey(name).objectForKey(key);
       if (!before.isNil()) change.setObject_forKey(before, "old");
+      change.setObject_forKey(value, "new");
       changedKeys.setObject_forKey(change, key);
     }
   }

@@ -67,7 +67,7 @@ TEST_F(Reports, ADifferenceForProgramsHasNoOldValueWhereThereWasNone) {
   EXPECT_EQ(DifferenceReport(old_, Tree("A", Plist::dictionary({{"x", 2}, {"new", true}})), false,
                              OutputForm::Json),
             "{\n  \"changes\": {\n    \"A\": {\n"
-            "      \"x\": {\n        \"new\": 2,\n        \"old\": 1\n      },\n"
+            "      \"x\": {\n        \"old\": 1,\n        \"new\": 2\n      },\n"
             "      \"new\": {\n        \"new\": true\n      }\n"
             "    }\n  },\n  \"sent\": false\n}\n");
 }
