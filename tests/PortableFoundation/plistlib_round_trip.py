@@ -92,7 +92,7 @@ class Echo:
 def main():
     program = sys.argv[1]
     seed = int(sys.argv[2]) if len(sys.argv) > 2 else 1
-    count = int(sys.argv[3]) if len(sys.argv) > 3 else 1500
+    count = int(sys.argv[3]) if len(sys.argv) > 3 else 500
     echo = Echo(program)
     for number in range(seed, seed + count):
         for plain in (True, False):
