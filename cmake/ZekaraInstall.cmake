@@ -1,17 +1,7 @@
 # What is installed, and where. Components: Tool (the privileged tool and its directories), Library (archives, headers, and
-# what other projects find them by), FrontEnd (zkaconfig, manual pages, completions).
+# what other projects find them by), FrontEnd (zkaconfig, manual pages, completions). The tool's own rule stands with it
+# (Zekara4MacTool/CMakeLists.txt), because it comes first.
 include(CMakePackageConfigHelpers)
-
-# The tool first: where it cannot be installed as it must be, nothing is. Its place has no prefix; only DESTDIR goes before it.
-set(ZEKARA_INSTALL_SCRIPT "${PROJECT_SOURCE_DIR}/packaging/install-tool")
-install(CODE "
-  execute_process(COMMAND sh \"${ZEKARA_INSTALL_SCRIPT}\" \"$<TARGET_FILE:Zekara4MacTool>\" \"${ZEKARA_TOOL_DIRECTORY}\"
-                  RESULT_VARIABLE result)
-  if(NOT result EQUAL 0)
-    message(FATAL_ERROR \"The tool cannot be installed; the lines above say why.\")
-  endif()
-  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"${ZEKARA_TOOL_DIRECTORY}/Zekara4MacTool\")"
-  COMPONENT Tool)
 
 # The library. Includes are written as in the tree, from include/Zekara4Mac on.
 set(ZEKARA_INCLUDE_DIRECTORY "${CMAKE_INSTALL_INCLUDEDIR}/Zekara4Mac")
@@ -55,11 +45,10 @@ foreach(section IN ITEMS 1 5 8)
 endforeach()
 set(ZEKARA_ZSH_DIRECTORY "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr" AND EXISTS /etc/debian_version)
-  set(ZEKARA_ZSH_DIRECTORY "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
+  set(ZEKARA_ZSH_DIRECTORY "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")  # there alone its zsh looks, below /usr
 endif()
-set(ZEKARA_COMPLETIONS "${PROJECT_SOURCE_DIR}/completions")
 if(TARGET zkaconfig)
-  install(FILES "${ZEKARA_COMPLETIONS}/zkaconfig.bash" RENAME zkaconfig
+  install(FILES "${PROJECT_SOURCE_DIR}/completions/zkaconfig.bash" RENAME zkaconfig
           DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT FrontEnd)
-  install(FILES "${ZEKARA_COMPLETIONS}/_zkaconfig" DESTINATION "${ZEKARA_ZSH_DIRECTORY}" COMPONENT FrontEnd)
+  install(FILES "${PROJECT_SOURCE_DIR}/completions/_zkaconfig" DESTINATION "${ZEKARA_ZSH_DIRECTORY}" COMPONENT FrontEnd)
 endif()

@@ -9,7 +9,7 @@ macro(zekara_provide method package)
     add_subdirectory(/usr/src/googletest "${CMAKE_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
     set(GTest_FOUND TRUE)
   elseif("${package}" STREQUAL "EXPAT")
-    # Left out: what needs a library that is linked, see ZEKARA_LEFT_OUT.
+    # Left out: what needs a library that is linked, see below.
     add_library(EXPAT::EXPAT INTERFACE IMPORTED)
     set(EXPAT_FOUND TRUE)
   elseif("${package}" STREQUAL "PkgConfig")
@@ -22,11 +22,18 @@ macro(zekara_provide method package)
 endmacro()
 cmake_language(SET_DEPENDENCY_PROVIDER zekara_provide SUPPORTED_METHODS FIND_PACKAGE)
 
-# Tests that link libraries which Debian has for its own C library only.
+# The target libcxx_tests: the unit tests of the trees, without those that link what Debian has for its own C library only.
 set(ZEKARA_LEFT_OUT PlistPeerTest)  # libplist, expat
-function(zekara_leave_out)
-  foreach(target IN LISTS ZEKARA_LEFT_OUT)
-    set_target_properties(${target} PROPERTIES EXCLUDE_FROM_ALL ON)
+function(zekara_collect_tests)
+  add_custom_target(libcxx_tests)
+  foreach(tree IN ITEMS PortableFoundation Zekara4MacLibrary Zekara4MacTool)
+    get_property(targets DIRECTORY "${CMAKE_SOURCE_DIR}/tests/${tree}" PROPERTY BUILDSYSTEM_TARGETS)
+    foreach(target IN LISTS targets)
+      get_target_property(type ${target} TYPE)
+      if(type STREQUAL "EXECUTABLE" AND NOT target IN_LIST ZEKARA_LEFT_OUT)
+        add_dependencies(libcxx_tests ${target})
+      endif()
+    endforeach()
   endforeach()
 endfunction()
-cmake_language(DEFER DIRECTORY "${CMAKE_SOURCE_DIR}" CALL zekara_leave_out)
+cmake_language(DEFER DIRECTORY "${CMAKE_SOURCE_DIR}" CALL zekara_collect_tests)
