@@ -61,7 +61,7 @@ bool IsIni(const std::string& text) {
 // The line before which everything can be read. The reader itself tells no position, so it is asked about
 // ever shorter beginnings of the file; 0 where that would take too long.
 std::size_t LineOfSyntaxError(const std::string& text) {
-  constexpr std::size_t kMaximumSize = 65536;
+  constexpr std::size_t kMaximumSize = 16384;
   if (text.size() > kMaximumSize) return 0;
   std::size_t line = LineAt(text, text.size());
   for (std::size_t end = text.size(); end > 0 && end != std::string::npos; --line) {

@@ -218,5 +218,6 @@ class ToolsThatFail(FrontEndTestCase):
 
     def test_closed_standard_streams_do_no_harm(self):
         command = f'exec {PROGRAM} --tool={tool.TOOL} set Other name=x <&- >&- 2>&-'
-        subprocess.run(["sh", "-c", command], timeout=4 * tool.PATIENCE, check=False)
+        process = subprocess.run(["sh", "-c", command], timeout=4 * tool.PATIENCE, check=False)
+        self.assertEqual(process.returncode, DONE)
         self.assert_config(CONTENT.replace(b'"a b"', b"x"))
