@@ -550,27 +550,27 @@ bool IsPlainWord(std::string_view text) {
   });
 }
 
-// A string inside a container's text: whatever could end a word of a configuration file is escaped, byte by
-// byte.
+// A string inside a container's text. Whatever could end a word of a configuration file is escaped, byte by
+// byte, and so is the double quote: the text may come to stand between two of them.
 void AppendQuoted(std::string& text, std::string_view string) {
   if (IsPlainWord(string)) {
     text += string;
     return;
   }
-  text += '"';
+  text += '\'';
   for (const char c : string) {
-    if (c == '"' || c == '\\') {
+    if (c == '\'' || c == '\\') {
       text += '\\';
       text += c;
     } else if (static_cast<signed char>(c) < ' ' || c == 127 ||
-               std::string_view("[]=,;#").find(c) != std::string_view::npos) {
+               std::string_view("[]=,;#\"").find(c) != std::string_view::npos) {
       text += "\\x";
       AppendHexadecimal(text, {&c, 1});
     } else {
       text += c;
     }
   }
-  text += '"';
+  text += '\'';
 }
 
 }  // namespace

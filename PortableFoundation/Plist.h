@@ -165,8 +165,8 @@ class Plist {
 
   // The text that "%@" shows: a string itself, "(null)" for nil, a boolean as 1 or 0, an integer in decimal,
   // a real in its shortest form that reads back the same, a date as "2009-02-13 23:31:30 +0000". Data and
-  // containers give one line of printable ASCII without any of [ ] = , ; # or a leading double quote:
-  // <00010203 04>, (1 "a b"), {key: value}. Raises beyond kMaximumPlistDepth.
+  // containers give one line of printable ASCII without any of [ ] = , ; # or double quotes:
+  // <00010203 04>, (1 'a b'), {key: value}. Raises beyond kMaximumPlistDepth.
   std::string description() const;
   void appendDescriptionTo(std::string& text) const;
 

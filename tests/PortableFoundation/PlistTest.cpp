@@ -459,9 +459,9 @@ TEST(PlistDescription, OfEveryKind) {
       {Plist::data(std::string("\x00\x01\x02\x03\xFF", 5)), "<00010203 ff>"},
       {Plist::array(), "()"},
       {Plist::dictionary(), "{}"},
-      {Plist::array({1, "a b", "a", ""}), "(1 \"a b\" a \"\")"},
+      {Plist::array({1, "a b", "a", ""}), "(1 'a b' a '')"},
       {Plist::dictionary({{"key", "value"}, {1, Plist::array({true})}}), "{key: value 1: (1)}"},
-      {Plist::array({"[]=,;#\"\\\n\xC3\xA9"}), R"(("\x5b\x5d\x3d\x2c\x3b\x23\"\\\x0a\xc3\xa9"))"},
+      {Plist::array({"[]=,;#\"\\\n\xC3\xA9"}), R"(('\x5b\x5d\x3d\x2c\x3b\x23\x22\\\x0a\xc3\xa9'))"},
   };
   for (const auto& [value, text] : rows) EXPECT_EQ(value.description(), text);
 }
@@ -472,7 +472,7 @@ TEST(PlistDescription, OfAContainerIsOneLineThatAConfigurationFileCanHold) {
   const Plist plist =
       Plist::dictionary({{every, Plist::array({every, Plist::data(every), Plist::date(0), -1.5})}});
   const std::string text = plist.description();
-  EXPECT_EQ(text.find_first_of("[]=,;#"), std::string::npos);
+  EXPECT_EQ(text.find_first_of("[]=,;#\""), std::string::npos);
   EXPECT_NE(text.front(), '"');
   EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; }));
 }
