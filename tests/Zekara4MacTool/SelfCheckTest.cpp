@@ -152,14 +152,17 @@ TEST_F(SelfCheckAsRoot, LinksTargetIsExaminedAndRepairedAndTheLinkStays) {
 }
 
 TEST_F(SelfCheckTest, PathThatNamesNothingFailsAtTheOwnerChange) {
-  ASSERT_EQ(symlink("nowhere", (directory_ / "dangling").c_str()), 0);
-  for (const std::string& path :
-       {directory_ / "missing", directory_ / "dangling", std::string("Zekara4MacTool"), std::string(),
-        directory_ / "%s%n", std::string(100'000, 'x')}) {
-    CapturedLog log;
-    EXPECT_EQ(Outcome(path), RequestedIds());
-    EXPECT_THAT(log.messages(), ElementsAre("Can't change owner on " + path));
-  }
+  RunInChild([&] {
+    ASSERT_EQ(chdir(directory_.path().c_str()), 0);
+    ASSERT_EQ(symlink("nowhere", "dangling"), 0);
+    for (const std::string& path :
+         {directory_ / "missing", std::string("dangling"), std::string("Zekara4MacTool"), std::string(),
+          directory_ / "%s%n", std::string(100'000, 'x')}) {
+      CapturedLog log;
+      EXPECT_EQ(Outcome(path), RequestedIds());
+      EXPECT_THAT(log.messages(), ElementsAre("Can't change owner on " + path));
+    }
+  });
 }
 
 TEST_F(SelfCheckAsRoot, UserWithoutRightsFailsAtTheOwnerChange) {
