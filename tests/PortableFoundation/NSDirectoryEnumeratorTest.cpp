@@ -260,20 +260,30 @@ TEST(NSDirectoryEnumerator, DirectoryReplacedByALinkIsNotEnteredAndNotEmptied) {
   }
 }
 
+// The way up leads to a directory that holds entries of the same names.
 TEST(NSDirectoryEnumerator, WalkEndsWhereItsDirectoryHasBeenMovedElsewhere) {
   const TemporaryDirectory directory;
   const TemporaryDirectory elsewhere;
-  fs::create_directories(directory / "a/b");
-  WriteFile(directory / "a/b/file", "");
-  WriteFile(elsewhere / "secret", "");
+  for (const char* name : {"b", "c"}) {
+    fs::create_directories(directory / "a/" + name);
+    WriteFile(directory / "a/" + name + "/file", "");
+  }
   NSDirectoryEnumerator entries = NSDirectoryEnumerator::enumeratorAtPath(directory.path());
-  AdvanceTo(entries, "a/b/file");
-  fs::rename(directory / "a/b", elsewhere / "b");
-  WriteFile(directory / "a/later", "");
-  EXPECT_FALSE(entries.nextObject().has_value());
-  EXPECT_FALSE(entries.nextObject().has_value());
+  std::string entered;
+  while (!entered.ends_with("/file")) {
+    const auto entry = entries.nextObject();
+    ASSERT_TRUE(entry.has_value());
+    entered = *entry;
+  }
+  const bool isInB = entered == "a/b/file";
+  const std::string sibling = elsewhere / (isInB ? "c" : "b");
+  fs::create_directory(sibling);
+  WriteFile(sibling + "/secret", "");
+  fs::rename(directory / (isInB ? "a/b" : "a/c"), elsewhere / "moved");
+  EXPECT_EQ(entries.nextObject(), std::nullopt);
+  EXPECT_EQ(entries.nextObject(), std::nullopt);
   EXPECT_FALSE(entries.removeLastObject());
-  EXPECT_TRUE(fs::exists(elsewhere / "secret"));
+  EXPECT_TRUE(fs::exists(sibling + "/secret"));
 }
 
 // Whatever is renamed at whatever moment, nothing outside the tree is touched.
