@@ -67,7 +67,8 @@ struct Plist::DictionaryNode : Node {
 
   // The place of `key` in entries, or entries.size().
   std::size_t find(const Plist& key) const;
-  void store(Plist key, Plist value);
+  // Stores the value unless there is one under that key: then returns that entry, and takes neither.
+  Entry* storeIfAbsent(Plist&& key, Plist&& value);
   // A key that will be stored soon: of a million keys, none has its slot in the processor's caches.
   void expect(const Plist& key) const noexcept {
     if (!slots_.empty()) __builtin_prefetch(&slots_[hashOf(key) & (slots_.size() - 1)]);
@@ -90,8 +91,8 @@ struct Plist::DictionaryNode : Node {
   bool comesLast(const Plist& key) const noexcept;
   std::size_t findByHalving(const Plist& key) const noexcept;
   std::size_t slotFor(const Plist& key, std::uint32_t hash) const;
-  void append(Plist key, Plist value);
-  void storeIndexed(Plist key, Plist value);
+  void append(Plist&& key, Plist&& value);
+  Entry* storeIndexed(Plist&& key, Plist&& value);
   void makeRoom();
 
   bool isAscending_ = true;  // all keys are strings, each greater than the one before, by their bytes
@@ -133,7 +134,7 @@ std::size_t Plist::DictionaryNode::find(const Plist& key) const {
   return static_cast<std::size_t>(found - entries.begin());
 }
 
-void Plist::DictionaryNode::store(Plist key, Plist value) {
+Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Plist&& key, Plist&& value) {
   if (key.isNil()) throw NSException(NSInvalidArgumentException, "a value was stored under no key");
   if (key.isContainer()) {
     throw NSException(NSInvalidArgumentException, std::string(key.kindName()) + " cannot be a key");
@@ -141,32 +142,29 @@ void Plist::DictionaryNode::store(Plist key, Plist value) {
   if (value.isNil()) {
     throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
   }
-  if (comesLast(key)) return append(std::move(key), std::move(value));
   if (!slots_.empty()) return storeIndexed(std::move(key), std::move(value));
-  if (const std::size_t place = find(key); place != entries.size()) {
-    entries[place].value = std::move(value);
-    return;
+  if (!comesLast(key)) {
+    if (const std::size_t place = find(key); place != entries.size()) return &entries[place];
+    isAscending_ = false;
+    if (entries.size() >= kUnindexedEntries) return storeIndexed(std::move(key), std::move(value));
   }
-  isAscending_ = false;
-  if (entries.size() < kUnindexedEntries) return append(std::move(key), std::move(value));
-  storeIndexed(std::move(key), std::move(value));
+  append(std::move(key), std::move(value));
+  return nullptr;
 }
 
-void Plist::DictionaryNode::append(Plist key, Plist value) {
+void Plist::DictionaryNode::append(Plist&& key, Plist&& value) {
   if (entries.size() >= std::numeric_limits<std::uint32_t>::max() - 1) throw std::bad_alloc();
   entries.push_back({std::move(key), std::move(value)});
 }
 
-void Plist::DictionaryNode::storeIndexed(Plist key, Plist value) {
+Plist::Entry* Plist::DictionaryNode::storeIndexed(Plist&& key, Plist&& value) {
   makeRoom();
   const std::uint32_t hash = hashOf(key);
   Slot& slot = slots_[slotFor(key, hash)];
-  if (slot.place != 0) {
-    entries[slot.place - 1].value = std::move(value);
-    return;
-  }
+  if (slot.place != 0) return &entries[slot.place - 1];
   append(std::move(key), std::move(value));
   slot = {hash, static_cast<std::uint32_t>(entries.size())};
+  return nullptr;
 }
 
 // Sees to it that all keys have their slots, and that there is one more.
@@ -244,7 +242,10 @@ Plist Plist::frozenDictionary(std::span<Plist> keysAndValues) {
   constexpr std::size_t kAhead = 32;
   for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
     if (i + kAhead < keysAndValues.size()) node.expect(keysAndValues[i + kAhead]);
-    node.store(std::move(keysAndValues[i]), std::move(keysAndValues[i + 1]));
+    Plist& value = keysAndValues[i + 1];
+    if (Entry* const present = node.storeIfAbsent(std::move(keysAndValues[i]), std::move(value))) {
+      present->value = std::move(value);
+    }
   }
   dictionary.freeze();
   return dictionary;
@@ -400,7 +401,13 @@ const Plist& Plist::objectForKey(std::string_view key) const {
 }
 
 void Plist::setObject_forKey(Plist value, Plist key) const {
-  dictionaryToChange().store(std::move(key), std::move(value));
+  Entry* const present = dictionaryToChange().storeIfAbsent(std::move(key), std::move(value));
+  if (present != nullptr) present->value = std::move(value);
+}
+
+const Plist& Plist::setObject_forKeyIfAbsent(Plist value, Plist key) const {
+  Entry* const present = dictionaryToChange().storeIfAbsent(std::move(key), std::move(value));
+  return present != nullptr ? present->value : kNil;
 }
 
 Plist Plist::copy() const {

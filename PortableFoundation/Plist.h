@@ -150,6 +150,9 @@ class Plist {
   // Stores `value` under `key`, replacing an earlier value in its place. A key is any value but nil and
   // containers; only string keys can be written as a property list.
   void setObject_forKey(Plist value, Plist key) const;
+  // The same, but leaves an earlier value alone. Returns that one, as objectForKey() does; nil when `value`
+  // was stored.
+  const Plist& setObject_forKeyIfAbsent(Plist value, Plist key) const;
 
   // An unmodifiable copy: containers are copied one level deep and share their elements; scalars are
   // themselves.

@@ -8,14 +8,6 @@
 namespace zekara {
 namespace {
 
-Plist ModifiableSection(const Plist& tree, const Plist& name) {
-  const Plist& existing = tree.objectForKey(name);
-  if (!existing.isNil()) return existing;
-  Plist made = Plist::dictionary();
-  tree.setObject_forKey(made, name);
-  return made;
-}
-
 // Deliberate: nothing inside the quotes is escaped.
 void AppendTerm(std::string& text, const Plist& value) {
   if (!value.isString()) {
@@ -53,20 +45,29 @@ void AppendKey(std::string& text, const Plist::Entry& entry) {
 
 }  // namespace
 
+// A file is read section by section: the one that was made last is looked at first.
+const Plist& ZKAIniData::modifiableSection(const Plist& name) {
+  const auto sections = plist_.entries();
+  if (lastMade_ < sections.size() && sections[lastMade_].key == name) return sections[lastMade_].value;
+  const Plist& existing = plist_.objectForKey(name);
+  if (!existing.isNil()) return existing;
+  plist_.setObject_forKey(Plist::dictionary(), name);
+  lastMade_ = plist_.count() - 1;
+  return plist_.entries().back().value;
+}
+
 void ZKAIniData::addObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {
-  const Plist target = ModifiableSection(plist_, section);
-  const Plist& existing = target.objectForKey(key);
-  if (existing.isNil()) {
-    target.setObject_forKey(std::move(object), key);
-  } else if (existing.isArray()) {
+  const Plist& target = modifiableSection(section);
+  const Plist& existing = target.setObject_forKeyIfAbsent(object, key);
+  if (existing.isArray()) {
     existing.addObject(std::move(object));
-  } else {
+  } else if (!existing.isNil()) {
     target.setObject_forKey(Plist::array({existing, std::move(object)}), key);
   }
 }
 
 void ZKAIniData::setObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {
-  ModifiableSection(plist_, section).setObject_forKey(std::move(object), key);
+  modifiableSection(section).setObject_forKey(std::move(object), key);
 }
 
 const Plist& ZKAIniData::objectForKey_inSection(const Plist& key, const Plist& section) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -51,7 +52,10 @@ class ZKAIniData {
  private:
   ZKAIniData() = default;
 
+  const Plist& modifiableSection(const Plist& name);
+
   Plist plist_ = Plist::dictionary();
+  std::size_t lastMade_ = 0;  // the place of the section that was made last
 };
 
 }  // namespace zekara

@@ -350,6 +350,19 @@ TEST(PlistDictionary, KeyStoredAgainKeepsItsPlaceAndTakesTheNewValue) {
   EXPECT_EQ(dictionary.objectForKey("a").longLongValue(), 5);
 }
 
+TEST(PlistDictionary, ValueStoredOnlyIfAbsentLeavesAnEarlierOneAlone) {
+  const Plist dictionary = Plist::dictionary();
+  for (int i = 0; i < 100; ++i) {
+    const std::string key = "key " + std::to_string(i * 37 % 100);  // in no order, so that there is an index
+    EXPECT_TRUE(dictionary.setObject_forKeyIfAbsent(i, key).isNil());
+    EXPECT_EQ(dictionary.setObject_forKeyIfAbsent(-1, key), Plist(i));
+    EXPECT_EQ(dictionary.objectForKey(key), Plist(i));
+  }
+  EXPECT_EQ(dictionary.count(), 100U);
+  EXPECT_THROW(dictionary.setObject_forKeyIfAbsent(Plist(), "nothing"), NSException);
+  EXPECT_THROW(dictionary.copy().setObject_forKeyIfAbsent(1, "key 1"), NSException);
+}
+
 TEST(PlistDictionary, ContainersAreNoKeysAndAreNeverFound) {
   const Plist dictionary = Plist::dictionary({{"a", 1}});
   EXPECT_EQ(ReasonOf([&] { dictionary.setObject_forKey(1, Plist::array()); }), "an array cannot be a key");
