@@ -10,8 +10,8 @@ namespace zekara {
 // no memory for it. May be called from any thread.
 [[gnu::format(printf, 1, 2)]] void NSLog(const char* format, ...) noexcept;
 
-// Keeps back the lines of the whole process while it lives, and writes them, one by one, at its end: nobody who
-// reads standard error slowly, or not at all, is waited for meanwhile. Lines that exceed a few kilobytes
+// Keeps back the lines of the whole process while it lives, and writes them, one by one, at its end: nobody
+// who reads standard error slowly, or not at all, is waited for meanwhile. Lines that exceed a few kilobytes
 // together are lost. At most one at a time, and in one thread.
 class NSLogHeldBack {
  public:

@@ -43,7 +43,9 @@ class PlistReader {
   bool fail(const char* problem) noexcept;
   std::string_view rest() const noexcept { return {at_, static_cast<std::size_t>(end_ - at_)}; }
   bool isAt(char c) const noexcept { return at_ != end_ && *at_ == c; }
-  bool isAt(char first, char second) const noexcept { return end_ - at_ >= 2 && at_[0] == first && at_[1] == second; }
+  bool isAt(char first, char second) const noexcept {
+    return end_ - at_ >= 2 && at_[0] == first && at_[1] == second;
+  }
   bool take(char c) noexcept;
   bool take(std::string_view text) noexcept;
 

@@ -86,10 +86,11 @@ struct Decimal {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-// The value of `text`, which is taken apart in `decimal`; what is beyond a double's range is infinity, or zero. False where
-// there is no memory.
+// The value of `text`, which is taken apart in `decimal`; what is beyond a double's range is infinity, or
+// zero. False where there is no memory.
 #ifdef __APPLE__
-// The C++ library there reads real numbers only from macOS 26 on. strtod_l() reads as C does when no locale is given.
+// The C++ library there reads real numbers only from macOS 26 on. strtod_l() reads as C does when no locale
+// is given.
 bool ReadMagnitude(std::string_view text, const Decimal&, double& magnitude) noexcept {
   const std::unique_ptr<char[]> terminated(new (std::nothrow) char[text.size() + 1]());
   if (!terminated) return false;

@@ -1,8 +1,8 @@
 // Measures jobs inside a process, against the libraries that do the same.
 //
 //   in-process [TEXT]           every row whose name holds TEXT: one line of TAB-separated fields a subject
-//   in-process --loop TEXT      runs the first subject of the first such row for two seconds; prints its speed
-//   in-process --input TEXT FILE  writes the input of the first such row
+//   in-process --loop TEXT      runs the first subject of the first such row for two seconds; prints its
+//   speed in-process --input TEXT FILE  writes the input of the first such row
 //
 // Each measurement has a process of its own, forked for it, so that no subject inherits another's heap, and
 // the subjects of a row take turns. The fields: job, size, subject, bytes of input, nanoseconds of CPU time

@@ -43,10 +43,12 @@ class Receiver : public ZKAXMLConnectionDelegating {
 void UseDocument() {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData("[UpdateD]\n");
   Expect(lexer.nextToken() == ZKAIniTokenOpenBracket, "a section begins with a bracket");
-  const std::shared_ptr<ZKAIniData> document = ZKAIniParser::initWithData("[UpdateD]\nInterval = 10\n\n").parse();
+  const std::shared_ptr<ZKAIniData> document =
+      ZKAIniParser::initWithData("[UpdateD]\nInterval = 10\n\n").parse();
   Expect(document->objectForKey_inSection("Interval", "UpdateD") == Plist(10), "digits are a number");
   document->supplimentDefaults_forSection(g_updated_defaults, "UpdateD");
-  Expect(document->objectForKey_inSection("Mode", "UpdateD").isEqualToString("Auto"), "a missing key is supplied");
+  Expect(document->objectForKey_inSection("Mode", "UpdateD").isEqualToString("Auto"),
+         "a missing key is supplied");
   const Plist patch = Plist::dictionary({{"UpdateD", Plist::dictionary({{"Interval", 20}})}});
   const Plist before = PlistDeepCopy(document->asDictionary());
   Expect(document->applyPatch(patch).contains("UpdateD"), "a change is told");
@@ -59,7 +61,8 @@ void UseTables() {
   SectionBooleansToNumbers(section, g_filed_defaults);
   Expect(section.objectForKey("IsActive") == Plist(1), "\"Yes\" becomes a number");
   Expect(std::string(g_daemon_defaults[0].key) == "RunForeground", "the tables are there");
-  Expect(target2string(0) != nullptr && string2action("Report") == string2action("report"), "names have codes");
+  Expect(target2string(0) != nullptr && string2action("Report") == string2action("report"),
+         "names have codes");
   Expect(!ZKASendSignal("/nonexistent/pid", 0), "nobody is signalled through a missing pid file");
 }
 

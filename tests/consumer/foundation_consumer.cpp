@@ -38,8 +38,10 @@ void UseValues() {
   const Plist message = Plist::dictionary({{"tag", "cmd"}, {"number", 7}});
   std::string error;
   std::string bytes;
-  Expect(NSPropertyListSerialization::appendDataFromPropertyList(message, bytes, error), "a dictionary is written");
-  Expect(NSPropertyListSerialization::propertyListFromData(bytes, error) == message, "it is read back as it was");
+  Expect(NSPropertyListSerialization::appendDataFromPropertyList(message, bytes, error),
+         "a dictionary is written");
+  Expect(NSPropertyListSerialization::propertyListFromData(bytes, error) == message,
+         "it is read back as it was");
   Expect(NSStringIntValue(" -12x") == -12, "a number ends where its digits do");
   Expect(IsAlphanumericText("a1") && !IsAlphanumericText("a 1"), "a blank is not alphanumeric");
   const NSError failure("xx", 123, message);
@@ -60,11 +62,13 @@ void UseFiles(const std::string& directory) {
   const auto file = NSFileHandle::initWithFileDescriptor_closeOnDealloc(made.release(), true);
   file->writeData("text");
   file->synchronizeFile();
-  Expect(lseek(file->fileDescriptor(), 0, SEEK_SET) == 0 && file->readDataToEndOfFile() == "text", "a file is read");
+  Expect(lseek(file->fileDescriptor(), 0, SEEK_SET) == 0 && file->readDataToEndOfFile() == "text",
+         "a file is read");
   const auto attributes = NSFileManager::defaultManager().fileAttributesAtPath_traverseLink(path, true);
   Expect(attributes && attributes->posixPermissions == 0600, "its mode is known");
   NSDirectoryEnumerator names = NSDirectoryEnumerator::enumeratorAtPath(directory);
-  Expect(names.nextObject() == "file" && names.removeLastObject() && !names.nextObject(), "a directory is walked");
+  Expect(names.nextObject() == "file" && names.removeLastObject() && !names.nextObject(),
+         "a directory is walked");
 }
 
 void UseRunLoop() {

@@ -2,9 +2,10 @@
 //
 //   SecurityCaller UID GID [--terminal | --alarm | --measure] PROGRAM ARGV0 ARGUMENT...
 //
-// --terminal makes standard error, which must be a terminal, the controlling terminal of a new session first. --alarm leaves a
-// timer behind that rings after 0.6 seconds and then ten times a second. --measure waits for the program's end, writes its peak
-// memory in kilobytes to descriptor 9, which the program does not get, and ends as it did.
+// --terminal makes standard error, which must be a terminal, the controlling terminal of a new session first.
+// --alarm leaves a timer behind that rings after 0.6 seconds and then ten times a second. --measure waits for
+// the program's end, writes its peak memory in kilobytes to descriptor 9, which the program does not get, and
+// ends as it did.
 
 #include <grp.h>
 #include <sys/ioctl.h>

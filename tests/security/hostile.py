@@ -175,6 +175,15 @@ class Pestering:
         os.waitpid(self._child, 0)
 
 
+def child_of(pid, program=tool.TOOL):
+    """The process id of the only child of that process, which must be running the program."""
+    with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as children:
+        (child,) = children.read().split()
+    if os.readlink(f"/proc/{child}/exe") != program:
+        raise AssertionError(f"the child of {pid} is not {program}")
+    return int(child)
+
+
 def process_state(pid):
     """The letter that the system gives the process's state; None when it has gone."""
     try:

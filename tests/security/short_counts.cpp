@@ -2,8 +2,9 @@
 //
 //   SecurityShortCounts read|write COUNT UID GID PROGRAM ARGV0 ARGUMENT...
 //
-// Every call of the kind moves at most COUNT bytes, as the kernel may do at any time. UID and GID are the caller's; set-user-id
-// programs keep their rights, as this one, which traces them, is root's. Ends as the program does.
+// Every call of the kind moves at most COUNT bytes, as the kernel may do at any time. UID and GID are the
+// caller's; set-user-id programs keep their rights, as this one, which traces them, is root's. Ends as the
+// program does.
 
 #include <elf.h>
 #include <grp.h>
@@ -21,11 +22,19 @@
 namespace {
 
 #if defined(__x86_64__)
-long CallNumber(const user_regs_struct& registers) { return static_cast<long>(registers.orig_rax); }
-unsigned long long& Count(user_regs_struct& registers) { return registers.rdx; }
+long CallNumber(const user_regs_struct& registers) {
+  return static_cast<long>(registers.orig_rax);
+}
+unsigned long long& Count(user_regs_struct& registers) {
+  return registers.rdx;
+}
 #elif defined(__aarch64__)
-long CallNumber(const user_regs_struct& registers) { return static_cast<long>(registers.regs[8]); }
-unsigned long long& Count(user_regs_struct& registers) { return registers.regs[2]; }
+long CallNumber(const user_regs_struct& registers) {
+  return static_cast<long>(registers.regs[8]);
+}
+unsigned long long& Count(user_regs_struct& registers) {
+  return registers.regs[2];
+}
 #else
 #error "the registers of a system call are not known for this processor"
 #endif

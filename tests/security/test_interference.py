@@ -62,7 +62,7 @@ class Killed(ToolTestCase):
         process.stdin.flush()
         hostile.wait_until(lambda: tool.read_config() == b"", "the file is cut")
         self.assertTrue(hostile.is_locked())
-        os.kill(_child(process.pid), signal.SIGKILL)
+        os.kill(hostile.child_of(process.pid), signal.SIGKILL)
         process.wait(tool.PATIENCE)
         self.assertFalse(hostile.is_locked())
         self.assert_config(b"")
@@ -137,7 +137,7 @@ class InTheWindow(ToolTestCase):
                 process.stdin.write(REQUEST)
                 process.stdin.flush()
                 self.wait_for_the_window()
-                pid = _child(process.pid)
+                pid = hostile.child_of(process.pid)
                 delivered = [number for number in self.SIGNALS if hostile.signal_as_user(pid, number)]
                 self.assertTrue(hostile.is_locked(), "the window was too short")
                 self.assertEqual(delivered, [])
@@ -155,7 +155,7 @@ class InTheWindow(ToolTestCase):
                 process.stdin.write(tool.encode(tool.request({**SETTINGS, "UpdateD": {"Mode": "x"}})))
                 process.stdin.flush()
                 hostile.wait_until(lambda: tool.read_config() == b"", "the file is cut")
-                os.kill(_child(process.pid), number)
+                os.kill(hostile.child_of(process.pid), number)
                 tool.finish(process)
                 self.assert_config(NEW + b"[UpdateD]\nMode = x\n\n")
                 self.assertEqual(updated.signals(), [signal.SIGHUP])
@@ -258,11 +258,3 @@ def _start(command, **streams):
         streams.setdefault(stream, subprocess.PIPE)
     # In a session of its own: what a terminal sends its foreground processes is not for the tracer.
     return subprocess.Popen(command, start_new_session=True, **streams)
-
-
-def _child(pid):
-    with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as children:
-        (child,) = children.read().split()
-    if os.readlink(f"/proc/{child}/exe") != tool.TOOL:
-        raise AssertionError("the tracer has not started the tool")
-    return int(child)

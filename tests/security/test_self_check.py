@@ -4,9 +4,10 @@ import ctypes
 import os
 import shutil
 import stat
+import subprocess
 
 import hostile
-from support import sandbox, tool
+from support import sandbox, tool, tracing
 from support.case import ToolTestCase
 
 HIS = sandbox.SCRATCH_DIRECTORY + "/his"
@@ -252,14 +253,21 @@ class SwitchedLinks(ToolTestCase):
             self.assertEqual(hostile.attributes(private), (0, 0, 0o600))
 
 
-class KilledRepair(ToolTestCase):
-    def test_the_callers_kill_never_leaves_the_tool_without_its_set_user_id_bit(self):
+@tracing.requires_strace
+class InterruptedRepair(ToolTestCase):
+    def test_the_callers_signals_do_not_come_between_the_change_of_owner_and_that_of_the_mode(self):
+        """The change of owner takes the set-user-id bit away: ended there, the tool could not even repair itself again."""
         tool.copy_tool(COPY, mode=0o4711)
-        for _ in range(hostile.scaled(150, 5_000)):
-            os.chmod(COPY, 0o4711)
-            process = tool.start("pipe", name=COPY, **hostile.as_user())
-            while process.poll() is None and hostile.attributes(COPY)[2] == 0o4711:
-                pass  # the moment that matters is right after the first change
-            hostile.signal_as_user(process.pid, 9)
-            tool.finish(process)
-            self.assertIn(hostile.attributes(COPY), ((0, 0, 0o4711), (0, 0, 0o4755)))
+        options = ["-e", "trace=fchmod", "-e", "inject=fchmod:delay_enter=700000", "-e", "signal=none"]
+        command = ["strace", "-o", "/dev/null", *options, *hostile.caller_command(COPY, "pipe")]
+        streams = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
+        process = subprocess.Popen(command, start_new_session=True, **streams)
+        self.addCleanup(self._end, process)
+        hostile.wait_until(lambda: hostile.attributes(COPY)[2] == 0o711, "the owner is changed")
+        pid = hostile.child_of(process.pid, COPY)
+        delivered = [number for number in (9, 15, 19, 1, 2, 14) if hostile.signal_as_user(pid, number)]
+        self.assertEqual(hostile.attributes(COPY)[2], 0o711, "the window was too short")
+        self.assertEqual(delivered, [])
+        result = tool.finish(process)
+        self.assertEqual((result.status, result.log), (0, REPAIRED))
+        self.assertEqual(hostile.attributes(COPY), (0, 0, 0o4755))
