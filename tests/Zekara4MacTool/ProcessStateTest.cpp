@@ -23,13 +23,13 @@ bool IsIgnored(int signal) {
 
 rlimit LimitOf(int resource) {
   rlimit limit = {};
-  EXPECT_EQ(getrlimit(static_cast<__rlimit_resource>(resource), &limit), 0);
+  EXPECT_EQ(getrlimit(resource, &limit), 0);
   return limit;
 }
 
 void SetLimit(int resource, rlim_t soft, rlim_t hard) {
   const rlimit limit = {.rlim_cur = soft, .rlim_max = hard};
-  ASSERT_EQ(setrlimit(static_cast<__rlimit_resource>(resource), &limit), 0);
+  ASSERT_EQ(setrlimit(resource, &limit), 0);
 }
 
 TEST(PrepareProcess, SignalsThatWouldEndOrStopItAreIgnored) {
