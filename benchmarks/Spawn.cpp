@@ -19,6 +19,7 @@
 #include <spawn.h>
 #include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -28,6 +29,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -56,17 +58,24 @@ std::string ReadFile(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// In place, as the tool does it: the file stays the same file.
-void WriteFile(const std::string& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+// In place, as the tool does it: the file stays the same file. The content does not pass through this
+// process, whose own peak of memory its children inherit through posix_spawn().
+void CopyFile(const std::string& from, const std::string& to) {
+  const int source = Checked(open(from.c_str(), O_RDONLY | O_CLOEXEC), from);
+  const int target = Checked(open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644), to);
+  ssize_t count = 0;
+  while ((count = sendfile(target, source, nullptr, std::size_t{1} << 20)) > 0) {
+  }
+  Checked(static_cast<int>(count), to);
+  close(source);
+  close(target);
 }
 
 struct Subject {
   std::string name;
   std::string inputPath;
-  std::string input;
-  std::string reset;
-  bool isReset = false;
+  std::string input;      // empty where it is too large for a pipe
+  std::string resetPath;  // empty for none
   std::vector<std::string> arguments;
 };
 
@@ -75,15 +84,14 @@ std::vector<Subject> ReadPlan(const std::string& path) {
   std::istringstream plan(ReadFile(path));
   for (std::string line; std::getline(plan, line);) {
     std::istringstream fields(line);
-    std::string resetPath;
     Subject subject;
     std::getline(fields, subject.name, '\t');
     std::getline(fields, subject.inputPath, '\t');
-    std::getline(fields, resetPath, '\t');
+    std::getline(fields, subject.resetPath, '\t');
     for (std::string argument; std::getline(fields, argument, '\t');) subject.arguments.push_back(argument);
-    subject.input = ReadFile(subject.inputPath);
-    subject.isReset = resetPath != "-";
-    if (subject.isReset) subject.reset = ReadFile(resetPath);
+    if (std::filesystem::file_size(subject.inputPath) < kPipeCapacity)
+      subject.input = ReadFile(subject.inputPath);
+    if (subject.resetPath == "-") subject.resetPath.clear();
     subjects.push_back(subject);
   }
   return subjects;
@@ -116,14 +124,14 @@ struct Pipe {
 class Streams {
  public:
   explicit Streams(const Subject& subject) {
-    if (subject.input.size() < kPipeCapacity) {
+    if (!subject.input.empty()) {
       if (write(pipe_.writing, subject.input.data(), subject.input.size()) < 0) Fail("write to a pipe");
       pipe_.closeWriting();
       input_ = dup(pipe_.reading);
       output_ = dup(reply_.writing);
     } else {
       input_ = Checked(open(subject.inputPath.c_str(), O_RDONLY | O_CLOEXEC), subject.inputPath);
-      output_ = Checked(open("/scratch/reply", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), "reply");
+      output_ = Checked(open(".", O_WRONLY | O_TMPFILE | O_CLOEXEC, 0600), "reply");
     }
     fcntl(input_, F_SETFD, FD_CLOEXEC);
     fcntl(output_, F_SETFD, FD_CLOEXEC);
@@ -204,7 +212,7 @@ void Print(const std::string& name, const Series& series) {
 }
 
 void RunOnce(const Subject& subject, Series& series) {
-  if (subject.isReset) WriteFile(kConfigurationFile, subject.reset);
+  if (!subject.resetPath.empty()) CopyFile(subject.resetPath, kConfigurationFile);
   const Streams streams(subject);
   int status = 0;
   rusage usage = {};
@@ -244,7 +252,7 @@ std::size_t CountBlockedLocks() {
 
 // Starts all subjects; behind a held lock, the time counts from its release, when all of them wait for it.
 void ContendOnce(const std::vector<const Subject*>& subjects, bool isHeld, Series& series) {
-  if (subjects[0]->isReset) WriteFile(kConfigurationFile, subjects[0]->reset);
+  if (!subjects[0]->resetPath.empty()) CopyFile(subjects[0]->resetPath, kConfigurationFile);
   const int file = Checked(open(kConfigurationFile, O_RDWR | O_CLOEXEC), kConfigurationFile);
   if (isHeld) Checked(flock(file, LOCK_EX), "flock");
   std::vector<std::unique_ptr<Streams>> streams;

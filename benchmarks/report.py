@@ -10,15 +10,24 @@ class Report:
 
     def __init__(self):
         self._targets = []
+        self._lines = []
+
+    def text(self):
+        """All that has been printed."""
+        return "".join(f"{line}\n" for line in self._lines)
+
+    def line(self, line=""):
+        self._lines.append(line)
+        print(line, flush=True)
 
     def table(self, title, head, rows):
         """Prints a table; the first column is text, the others are numbers, or texts that stand for some."""
-        print(f"\n### {title}\n")
-        print("| " + " | ".join(head) + " |")
-        print("|---" * 1 + "|---:" * (len(head) - 1) + "|")
+        self.line(f"### {title}\n")
+        self.line("| " + " | ".join(head) + " |")
+        self.line("|---" + "|---:" * (len(head) - 1) + "|")
         for row in rows:
-            print("| " + " | ".join(number(cell) for cell in row) + " |")
-        print(flush=True)
+            self.line("| " + " | ".join(number(cell) for cell in row) + " |")
+        self.line()
 
     def at_most(self, quantity, value, due, beyond, unit=""):
         self._targets.append(Target(quantity, value, unit, due, beyond, True))
@@ -35,9 +44,9 @@ class Report:
             for target, verdict in verdicts])
         short = [target for target, verdict in verdicts if verdict == "short"]
         beyond = sum(1 for _, verdict in verdicts if verdict == "beyond")
-        print(f"{len(verdicts)} quantities: {len(short)} fall short of what is due, {beyond} go beyond it.")
+        self.line(f"{len(verdicts)} quantities: {len(short)} fall short of what is due, {beyond} go beyond it.\n")
         for target in short:
-            print(f"- falls short: {target.quantity}: {number(target.value)}{target.unit}, "
+            self.line(f"- falls short: {target.quantity}: {number(target.value)}{target.unit}, "
                   f"due {_limit(target, target.due)}")
         return len(short)
 

@@ -90,7 +90,9 @@ def spawn(mode, subjects, rounds):
     lines = ["\t".join([name, f"{SCRATCH}/{source}", reset if reset == "-" else f"{SCRATCH}/{reset}", *arguments])
              for name, source, reset, arguments in subjects]
     plan = write("plan", "".join(f"{line}\n" for line in lines))
-    output = subprocess.run([f"{SCRATCH}/spawn", mode, plan, str(rounds)], stdout=subprocess.PIPE, text=True, check=True)
+    # Large replies go to a file without a name in the working directory.
+    output = subprocess.run([f"{SCRATCH}/spawn", mode, plan, str(rounds)], cwd=SCRATCH, stdout=subprocess.PIPE,
+                            text=True, check=True)
     series = {}
     for line in output.stdout.splitlines():
         name, *values = line.split("\t")
