@@ -1,8 +1,11 @@
 #include <sys/file.h>
 #include <sys/sysmacros.h>
 
+#include <cerrno>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <string>
 
 #include "PortableFoundation/NSException.h"
 #include "Zekara4MacTool/IniFileTools.h"
@@ -302,7 +305,8 @@ TEST_F(PatchIniFileFault, FailureToLockIsCannotOpenAndLeavesTheFile) {
 TEST_F(PatchIniFileFault, FailureToReadIsPassedOnAndLeavesTheFile) {
   RunInChild([&] {
     ASSERT_TRUE(MakeSystemCallsFail({SYS_read, SYS_pread64}, EIO, FailingCalls::kAboveStandardError));
-    EXPECT_EQ(failure(Patch("A", "b", 2)), "NSFileHandleOperationException: cannot read: Input/output error");
+    EXPECT_EQ(failure(Patch("A", "b", 2)),
+              std::string("NSFileHandleOperationException: cannot read: ") + std::strerror(EIO));
   });
   EXPECT_EQ(text(), kOld);
 }
@@ -319,7 +323,8 @@ TEST_F(PatchIniFileFault, FailureToTruncateIsPassedOnAndLeavesTheFile) {
 TEST_F(PatchIniFileFault, FailureToSeekIsPassedOnAndLeavesTheFile) {
   RunInChild([&] {
     ASSERT_TRUE(MakeSystemCallsFail({SYS_lseek}, EIO, FailingCalls::kAboveStandardError));
-    EXPECT_EQ(failure(Patch("A", "b", 2)), "NSFileHandleOperationException: cannot seek: Input/output error");
+    EXPECT_EQ(failure(Patch("A", "b", 2)),
+              std::string("NSFileHandleOperationException: cannot seek: ") + std::strerror(EIO));
   });
   EXPECT_EQ(text(), kOld);
 }
@@ -337,7 +342,7 @@ TEST_F(PatchIniFileFault, FailureToFlushIsPassedOnAndLeavesTheNewFile) {
   RunInChild([&] {
     ASSERT_TRUE(MakeSystemCallsFail({SYS_fsync, SYS_fdatasync}, EIO));
     EXPECT_EQ(failure(Patch("A", "b", 2)),
-              "NSFileHandleOperationException: cannot flush: Input/output error");
+              std::string("NSFileHandleOperationException: cannot flush: ") + std::strerror(EIO));
   });
   EXPECT_EQ(text(), kNew);
 }
