@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
 
 namespace zekara {
 namespace {
@@ -36,15 +37,27 @@ void OpenStandardDescriptors() noexcept {
   }
 }
 
-// Raises the soft limit to `wanted`, and the hard limit with it where that is allowed.
-void RaiseLimit(int resource, rlim_t wanted) noexcept {
+constexpr rlim_t kStackSize = rlim_t{8} << 20;
+
+// Raises the soft limit to `wanted`, and the hard limit with it where that is allowed. Returns whether it is
+// as high now.
+bool RaiseLimit(int resource, rlim_t wanted) noexcept {
   rlimit limit = {};
   if (getrlimit(resource, &limit) != 0 || limit.rlim_cur >= wanted)
-    return;  // RLIM_INFINITY is the highest value
+    return true;  // RLIM_INFINITY is the highest value
   const rlimit raised = {.rlim_cur = wanted, .rlim_max = std::max(limit.rlim_max, wanted)};
-  if (setrlimit(resource, &raised) == 0) return;
+  if (setrlimit(resource, &raised) == 0) return true;
   limit.rlim_cur = std::min(limit.rlim_max, wanted);
   setrlimit(resource, &limit);
+  return limit.rlim_cur >= wanted;
+}
+
+// Takes as much of the stack as the rest of the program needs at most. Where there is not as much, the
+// process ends here, and not between the cut of the file and its writing.
+[[gnu::noinline]] void ProveStack() noexcept {
+  constexpr std::size_t kPage = 4096;
+  volatile char proof[64 * kPage];
+  for (std::size_t place = sizeof proof; place >= kPage; place -= kPage) proof[place - 1] = 0;
 }
 
 Transaction* g_transaction = nullptr;
@@ -60,7 +73,7 @@ void PrepareProcess() noexcept {
   NSProcessCloseDescriptorsFrom(STDERR_FILENO + 1);
   RaiseLimit(RLIMIT_FSIZE, RLIM_INFINITY);
   RaiseLimit(RLIMIT_CPU, RLIM_INFINITY);
-  RaiseLimit(RLIMIT_STACK, rlim_t{8} << 20);
+  RaiseLimit(RLIMIT_STACK, kStackSize);
   const rlimit none = {};
   setrlimit(RLIMIT_CORE, &none);
   if (isPrivileged) {
@@ -73,8 +86,10 @@ void PrepareProcess() noexcept {
 
 Transaction::Transaction() noexcept {
   g_transaction = this;
-  RaiseLimit(RLIMIT_AS, RLIM_INFINITY);
-  RaiseLimit(RLIMIT_DATA, RLIM_INFINITY);
+  const bool hasSpace = RaiseLimit(RLIMIT_AS, RLIM_INFINITY);
+  const bool hasData = RaiseLimit(RLIMIT_DATA, RLIM_INFINITY);
+  const bool hasStack = RaiseLimit(RLIMIT_STACK, kStackSize);
+  if (!hasSpace || !hasData || !hasStack) ProveStack();
 }
 
 Transaction::~Transaction() {

@@ -76,7 +76,10 @@ class Killed(ToolTestCase):
             process = self.start_tool("pipe", **hostile.as_user())
             with hostile.Pestering(process.pid, signal.SIGKILL, after=random.uniform(0, 3 * self.usual_time)):
                 with contextlib.suppress(BrokenPipeError):
-                    process.stdin.write(REQUEST)
+                    process.stdin.write(REQUEST[:-1000])
+                    process.stdin.flush()
+                    time.sleep(random.uniform(0, 3 * self.usual_time))
+                    process.stdin.write(REQUEST[-1000:])
                     process.stdin.flush()
                 process.wait(tool.PATIENCE)
             self._end(process)

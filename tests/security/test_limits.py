@@ -22,7 +22,7 @@ LIMITS = {
     "CPU": (0, 1),
     "AS": (0, 64 * KILO, MEGA, 2 * MEGA, 3 * MEGA, 4 * MEGA, 8 * MEGA, 64 * MEGA),
     "DATA": (0, 4 * KILO, 64 * KILO, 256 * KILO, MEGA, 4 * MEGA),
-    "STACK": (0, 4 * KILO, 16 * KILO, 64 * KILO, 128 * KILO, MEGA),
+    "STACK": (0, *range(4 * KILO, 64 * KILO, hostile.scaled(4 * KILO, 512)), 64 * KILO, 128 * KILO, MEGA),
     "NOFILE": (0, 1, 2, 3, 4, 5, 6, 64),
     "NPROC": (0, 1, 2),
     "MEMLOCK": (0,),
@@ -95,7 +95,7 @@ class Limits(ToolTestCase):
                                 self.assertTrue(is_done, result and result.errors)
 
     def test_a_soft_limit_that_can_be_raised_never_keeps_a_change_from_being_made(self):
-        for name, value in (("FSIZE", 0), ("NOFILE", 0), ("CPU", 1), ("STACK", 128 * KILO), ("AS", 16 * MEGA)):
+        for name, value in (("FSIZE", 0), ("NOFILE", 0), ("CPU", 1), ("STACK", 512 * KILO), ("AS", 16 * MEGA)):
             with self.subTest(limit=name):
                 tool.write_config(OLD)
                 hard = resource.getrlimit(NUMBERS[name])[1]
