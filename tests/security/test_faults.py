@@ -122,6 +122,18 @@ class Faults(ToolTestCase):
         self.assertIn(run.result.status, (0, 2), run.result.errors)
         self.assertEqual(hostile.attributes(tool.CONFIG), (0, 0, 0o444))
 
+    def test_without_a_fault_nothing_stands_between_the_cut_and_the_write_and_between_that_and_the_flush(self):
+        large = OLD + b"[Large]\n" + b"".join(b"key%d = %d\n" % (n, n) for n in range(20_000)) + b"\n"
+        for content in (OLD, large):
+            for request in (REQUEST, tool.encode(tool.request({"A": {"k": "x" * 200_000}}))):
+                tool.write_config(content)
+                result, lines = hostile.traced(hostile.caller_command(tool.TOOL, "pipe"), TRACE, ["trace=all"], request)
+                self.assert_succeeds(result)
+                calls = [line.partition("(")[0] for line in lines]
+                cut = calls.index("ftruncate")
+                self.assertEqual(calls[cut : cut + 4], ["ftruncate", "write", "fsync", "close"], lines[cut : cut + 4])
+                self.assertTrue(all("zekara32.ini" in line for line in lines[cut : cut + 4]))
+
     def test_an_interrupted_call_changes_no_outcome(self):
         def check(run):
             self.assertTrue(run.succeeded, run.result.errors)

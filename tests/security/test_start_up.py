@@ -52,6 +52,14 @@ class Descriptors(StartUpCase):
                 self.assertEqual(process.wait(tool.PATIENCE), 1)
                 self.assert_config(OLD.replace(b"IsActive = No", b"IsActive = Yes"))
 
+    @tracing.requires_strace
+    def test_the_file_is_never_opened_as_one_of_the_standard_descriptors(self):
+        command = ["sh", "-c", 'exec "$0" <&- >&- 2>&-', tool.TOOL]
+        _, lines = hostile.traced(command, sandbox.SCRATCH_DIRECTORY + "/trace", ["trace=openat"], b"")
+        opened = [int(line.rpartition("= ")[2].partition("<")[0]) for line in lines if "zekara32.ini" in line]
+        self.assertEqual(opened, [3])
+        self.assert_config(OLD.replace(b"IsActive = No", b"IsActive = Yes"))
+
     def test_closed_descriptors_and_no_room_for_new_ones_never_make_the_file_a_log(self):
         def hamper():
             resource.setrlimit(resource.RLIMIT_NOFILE, (0, 4096))
