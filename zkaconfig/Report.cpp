@@ -19,7 +19,7 @@ std::string ProgramText(const Plist& value, OutputForm form) {
 }
 
 std::string Header(const Plist& section) {
-  return "[" + Printable(section.description()) + "]\n";
+  return std::string("[").append(Printable(section.description())).append("]\n");
 }
 
 Plist WithOrigin(const Settings& settings, const Plist& section) {
@@ -100,8 +100,8 @@ std::string DifferenceReport(const Plist& old, const Plist& difference, bool isS
     text += Header(name);
     for (const auto& [key, value] : section.entries()) {
       const Plist& before = old.objectForKey(name).objectForKey(key);
-      if (!before.isNil()) text += "-" + Printable(SettingLine(key, before)) + "\n";
-      text += "+" + Printable(SettingLine(key, value)) + "\n";
+      if (!before.isNil()) text.append("-").append(Printable(SettingLine(key, before))).append("\n");
+      text.append("+").append(Printable(SettingLine(key, value))).append("\n");
     }
   }
   return text;
