@@ -78,6 +78,8 @@ void ZKAXMLConnection::dataArrived(std::string_view block) {
 // looked for.
 void ZKAXMLConnection::processChunk(std::string_view block) {
   const std::size_t known = assembly_.size();
+  // Memory that is not used is never touched; growing by less copies a large message more often.
+  if (known + block.size() > assembly_.capacity()) assembly_.reserve(4 * (known + block.size()));
   assembly_.append(block);
   std::size_t start = 0;
   std::size_t searchFrom = known - std::min(known, kMarker.size() - 1);
