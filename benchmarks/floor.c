@@ -138,6 +138,7 @@ int main(int argc, char* argv[]) {
     getgid();
     getegid();
     geteuid();
+    ask_limit(RLIMIT_FSIZE);
     ask_limit(RLIMIT_AS);
     ask_limit(RLIMIT_DATA);
   }
