@@ -109,16 +109,18 @@ class ToolSession final : private ZKAXMLConnectionDelegating {
     Pipe log = MakePipe();
     spawn(requests.reading, replies.writing, log.writing);
     log_ = std::make_unique<LogCollector>(std::move(log.reading));
+    requests_ = NSFileHandle::initWithFileDescriptor_closeOnDealloc(requests.writing.release(), true);
     connection_ = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
-        NSFileHandle::initWithFileDescriptor_closeOnDealloc(replies.reading.release(), true),
-        NSFileHandle::initWithFileDescriptor_closeOnDealloc(requests.writing.release(), true), this);
+        NSFileHandle::initWithFileDescriptor_closeOnDealloc(replies.reading.release(), true), requests_,
+        this);
   }
   ToolSession(const ToolSession&) = delete;
   ToolSession& operator=(const ToolSession&) = delete;
 
-  // The reply to the request; nil when none comes in time.
+  // The reply to the request, which is the only one; nil when none comes in time.
   Plist ask(const Plist& request) {
     connection_->sendMessage(request);
+    requests_->closeFile();
     runUntil([this] { return !reply_.isNil() || isClosed_; });
     return reply_;
   }
@@ -173,6 +175,7 @@ class ToolSession final : private ZKAXMLConnectionDelegating {
   Clock::time_point deadline_;
   pid_t process_ = 0;
   std::unique_ptr<LogCollector> log_;
+  std::shared_ptr<NSFileHandle> requests_;
   std::shared_ptr<ZKAXMLConnection> connection_;
   Plist reply_;
   bool isClosed_ = false;

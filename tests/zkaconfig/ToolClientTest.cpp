@@ -74,7 +74,7 @@ TEST_F(AnsweringTool, AnEndWithoutAReplyIsToldWithTheLog) {
 }
 
 TEST_F(AnsweringTool, ASilentToolIsGivenUpAfterTheLimit) {
-  expectFailure(toolThat("exec cat >/dev/null 2>&1"), ExitStatus::NoAnswer, "has not answered in time",
+  expectFailure(toolThat("exec >/dev/null 2>&1; cat; exec sleep 5"), ExitStatus::NoAnswer, "has not answered in time",
                 std::chrono::seconds(1));
 }
 
