@@ -131,7 +131,6 @@ bool PlistWriter::writeContainer(const Plist& value, int depth) {
     return fail(holdsItself ? "property lists cannot contain recursive container references"
                             : "property lists cannot contain containers nested so deeply");
   }
-  openContainers_[static_cast<std::size_t>(depth)] = &value;
   const std::string_view name = value.isArray() ? "array" : "dict";
   bytes_ += '<';
   bytes_ += name;
@@ -140,7 +139,9 @@ bool PlistWriter::writeContainer(const Plist& value, int depth) {
     return true;
   }
   bytes_ += ">\n";
+  openContainers_.push_back(&value);
   if (!(value.isArray() ? writeElements(value, depth + 1) : writeEntries(value, depth + 1))) return false;
+  openContainers_.pop_back();
   indent(depth);
   bytes_ += "</";
   bytes_ += name;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -45,7 +44,7 @@ class PlistWriter {
 
   std::string& bytes_;
   const char* problem_ = nullptr;
-  std::array<const Plist*, kMaximumPlistDepth> openContainers_{};
+  std::vector<const Plist*> openContainers_;
   // Of all dictionaries that are being written, the innermost last.
   std::vector<SortedEntry> sorted_;
 };

@@ -23,7 +23,7 @@ pid_t ReadPid(const std::string& path) {
   const Descriptor file = OpenRegularFile(path.c_str());
   if (!file.isOpen()) return 0;
   IntValueScanner scanner;
-  char block[4096];
+  char block[512];
   ssize_t count = 0;
   while ((count = ReadSome(file.get(), block, sizeof block)) > 0) {
     const std::string_view text(block, static_cast<std::size_t>(count));
