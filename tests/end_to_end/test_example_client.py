@@ -1,10 +1,11 @@
-"""The example client in Python, as a program and as a module."""
+"""The example clients: in Python, as a program and as a module, and in C++."""
 
 import contextlib
 import importlib.util
 import os
 import subprocess
 import sys
+import unittest
 
 from support import sandbox, tool
 from support.case import ToolTestCase, requires_set_user_id
@@ -105,3 +106,33 @@ class ExampleClient(ToolTestCase):
         )
         self.assertEqual(ended.returncode, 0, ended.stderr)
         self.assert_config(CONTENT + b"[A]\nk = v\n\n")
+
+
+CPP_CLIENT = os.environ.get("ZKA_CPP_CLIENT")
+
+
+@unittest.skipIf(CPP_CLIENT is None, "the example in C++ has not been built")
+class ExampleClientInCpp(ToolTestCase):
+    def run_client(self, *arguments):
+        return subprocess.run(
+            [CPP_CLIENT, tool.TOOL, *arguments], capture_output=True, text=True, timeout=tool.PATIENCE, check=False
+        )
+
+    def test_a_setting_is_changed_and_the_daemon_is_told(self):
+        tool.write_config(CONTENT)
+        filed = self.start_filed()
+        ended = self.run_client("MacOSWardex", "IsActive", "Yes")
+        self.assertEqual((ended.returncode, ended.stdout), (0, "done\n"), ended.stderr)
+        self.assertEqual(filed.signals(), [1])
+        self.assert_config(CONTENT.replace(b"No", b"Yes"))
+
+    def test_an_error_of_the_tool_is_told_and_gives_status_1(self):
+        tool.write_config(b"]\n\n")
+        ended = self.run_client("A", "k", "v")
+        self.assertEqual(ended.returncode, 1)
+        self.assertEqual(ended.stderr.splitlines()[-1], "the tool says: unexpected token")
+
+    def test_a_tool_that_gives_no_answer_is_told_and_gives_status_1(self):
+        ended = subprocess.run([CPP_CLIENT, "/bin/true", "A", "k", "v"], capture_output=True, text=True, check=False)
+        self.assertEqual(ended.returncode, 1)
+        self.assertIn("ended without a reply", ended.stderr)
