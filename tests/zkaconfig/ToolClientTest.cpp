@@ -74,8 +74,8 @@ TEST_F(AnsweringTool, AnEndWithoutAReplyIsToldWithTheLog) {
 }
 
 TEST_F(AnsweringTool, ASilentToolIsGivenUpAfterTheLimit) {
-  expectFailure(toolThat("exec >/dev/null 2>&1; cat; exec sleep 5"), ExitStatus::NoAnswer, "has not answered in time",
-                std::chrono::seconds(1));
+  expectFailure(toolThat("exec >/dev/null 2>&1; cat; exec sleep 5"), ExitStatus::NoAnswer,
+                "has not answered in time", std::chrono::seconds(1));
 }
 
 TEST_F(AnsweringTool, AToolThatIsNotThereIsTold) {
