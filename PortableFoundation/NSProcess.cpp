@@ -18,7 +18,7 @@
 #include <span>
 #include <utility>
 
-extern char** environ;
+extern char** environ;  // NOLINT(readability-redundant-declaration): POSIX has the program declare it
 
 namespace zekara {
 namespace {

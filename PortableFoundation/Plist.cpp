@@ -67,8 +67,9 @@ struct Plist::DictionaryNode : Node {
 
   // The place of `key` in entries, or entries.size().
   std::size_t find(const Plist& key) const;
-  // Stores the value unless there is one under that key: then returns that entry, and takes neither.
-  Entry* storeIfAbsent(Plist&& key, Plist&& value);
+  // Moves both into a new entry, unless there is one under that key: then returns that entry, and takes
+  // neither.
+  Entry* storeIfAbsent(Plist& key, Plist& value);
   // A key that will be stored soon: of a million keys, none has its slot in the processor's caches.
   void expect(const Plist& key) const noexcept {
     if (!slots_.empty()) __builtin_prefetch(&slots_[hashOf(key) & (slots_.size() - 1)]);
@@ -92,7 +93,7 @@ struct Plist::DictionaryNode : Node {
   std::size_t findByHalving(const Plist& key) const noexcept;
   std::size_t slotFor(const Plist& key, std::uint32_t hash) const;
   void append(Plist&& key, Plist&& value);
-  Entry* storeIndexed(Plist&& key, Plist&& value);
+  Entry* storeIndexed(Plist& key, Plist& value);
   void makeRoom();
 
   bool isAscending_ = true;  // all keys are strings, each greater than the one before, by their bytes
@@ -134,7 +135,7 @@ std::size_t Plist::DictionaryNode::find(const Plist& key) const {
   return static_cast<std::size_t>(found - entries.begin());
 }
 
-Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Plist&& key, Plist&& value) {
+Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Plist& key, Plist& value) {
   if (key.isNil()) throw NSException(NSInvalidArgumentException, "a value was stored under no key");
   if (key.isContainer()) {
     throw NSException(NSInvalidArgumentException, std::string(key.kindName()) + " cannot be a key");
@@ -142,11 +143,11 @@ Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Plist&& key, Plist&& value) {
   if (value.isNil()) {
     throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
   }
-  if (!slots_.empty()) return storeIndexed(std::move(key), std::move(value));
+  if (!slots_.empty()) return storeIndexed(key, value);
   if (!comesLast(key)) {
     if (const std::size_t place = find(key); place != entries.size()) return &entries[place];
     isAscending_ = false;
-    if (entries.size() >= kUnindexedEntries) return storeIndexed(std::move(key), std::move(value));
+    if (entries.size() >= kUnindexedEntries) return storeIndexed(key, value);
   }
   append(std::move(key), std::move(value));
   return nullptr;
@@ -157,7 +158,7 @@ void Plist::DictionaryNode::append(Plist&& key, Plist&& value) {
   entries.push_back({std::move(key), std::move(value)});
 }
 
-Plist::Entry* Plist::DictionaryNode::storeIndexed(Plist&& key, Plist&& value) {
+Plist::Entry* Plist::DictionaryNode::storeIndexed(Plist& key, Plist& value) {
   makeRoom();
   const std::uint32_t hash = hashOf(key);
   Slot& slot = slots_[slotFor(key, hash)];
@@ -243,7 +244,7 @@ Plist Plist::frozenDictionary(std::span<Plist> keysAndValues) {
   for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
     if (i + kAhead < keysAndValues.size()) node.expect(keysAndValues[i + kAhead]);
     Plist& value = keysAndValues[i + 1];
-    if (Entry* const present = node.storeIfAbsent(std::move(keysAndValues[i]), std::move(value))) {
+    if (Entry* const present = node.storeIfAbsent(keysAndValues[i], value)) {
       present->value = std::move(value);
     }
   }
@@ -401,12 +402,12 @@ const Plist& Plist::objectForKey(std::string_view key) const {
 }
 
 void Plist::setObject_forKey(Plist value, Plist key) const {
-  Entry* const present = dictionaryToChange().storeIfAbsent(std::move(key), std::move(value));
+  Entry* const present = dictionaryToChange().storeIfAbsent(key, value);
   if (present != nullptr) present->value = std::move(value);
 }
 
 const Plist& Plist::setObject_forKeyIfAbsent(Plist value, Plist key) const {
-  Entry* const present = dictionaryToChange().storeIfAbsent(std::move(key), std::move(value));
+  Entry* const present = dictionaryToChange().storeIfAbsent(key, value);
   return present != nullptr ? present->value : kNil;
 }
 
