@@ -38,11 +38,6 @@ class Killed(ToolTestCase):
         work is the least."""
         return self.usual_time * random.random() ** 4
 
-    def assert_has_been_seen(self, count):
-        """In a campaign; a few rounds may all come too late on a busy machine, which says nothing of the tool."""
-        if self.ROUNDS >= 1000:
-            self.assertGreater(count, 0)
-
     def start(self, **options):
         process = self.start_tool("pipe", **options)
         process.stdin.write(REQUEST)
@@ -61,7 +56,7 @@ class Killed(ToolTestCase):
             self.assertTrue(after == OLD_LARGE or NEW.startswith(after), f"{len(after)} bytes: {after[:80]}")
             outcomes["old" if after == OLD_LARGE else "new" if after == NEW else "cut"] += 1
             self.assertFalse(hostile.is_locked())
-        self.assert_has_been_seen(outcomes["old"])
+        self.assertGreater(outcomes["old"], 0, outcomes)
 
     def test_roots_kill_between_the_cut_and_the_write_leaves_an_empty_file_that_the_next_request_fills(self):
         command = _delayed("write", seconds=30)
@@ -97,7 +92,7 @@ class Killed(ToolTestCase):
             self.assertIn(after, (OLD_LARGE, NEW))
             outcomes["old" if after == OLD_LARGE else "new"] += 1
             self.assertFalse(hostile.is_locked())
-        self.assert_has_been_seen(outcomes["old"])
+        self.assertGreater(outcomes["old"], 0, outcomes)
 
     def test_the_callers_stop_never_keeps_the_lock(self):
         stopped = 0
@@ -113,7 +108,7 @@ class Killed(ToolTestCase):
                 process.send_signal(signal.SIGCONT)
             tool.finish(process)
             self.assert_config(NEW)
-        self.assert_has_been_seen(stopped)
+        self.assertGreater(stopped, 0)
 
 
 @tracing.requires_strace
