@@ -44,6 +44,12 @@ struct Plist::StringNode : Node {
   std::size_t length;
 };
 
+inline std::string_view Plist::view() const noexcept {
+  if (!holdsNode()) return {storage_, length_};
+  const auto* text = static_cast<const StringNode*>(node());
+  return {text->bytes(), text->length};
+}
+
 struct Plist::ArrayNode : Node {
   ArrayNode() noexcept : Node(Kind::Array) {}
 
@@ -67,9 +73,10 @@ struct Plist::DictionaryNode : Node {
 
   // The place of `key` in entries, or entries.size().
   std::size_t find(const Plist& key) const;
-  // Moves both into a new entry, unless there is one under that key: then returns that entry, and takes
-  // neither.
-  Entry* storeIfAbsent(Plist& key, Plist& value);
+  // Puts both into a new entry, and moves from `value`, unless there is one under that key: then returns that
+  // entry.
+  template <class Key>
+  Entry* storeIfAbsent(Key&& key, Plist& value);
   // A key that will be stored soon: of a million keys, none has its slot in the processor's caches.
   void expect(const Plist& key) const noexcept {
     if (!slots_.empty()) __builtin_prefetch(&slots_[hashOf(key) & (slots_.size() - 1)]);
@@ -89,20 +96,26 @@ struct Plist::DictionaryNode : Node {
   };
 
   static std::uint32_t hashOf(const Plist& key) noexcept { return static_cast<std::uint32_t>(key.keyHash()); }
-  bool comesLast(const Plist& key) const noexcept;
+  bool comesLast(const Plist& key) const noexcept {
+    return isAscending_ && key.isString() && (entries.empty() || entries.back().key.view() < key.view());
+  }
   std::size_t findByHalving(const Plist& key) const noexcept;
   std::size_t slotFor(const Plist& key, std::uint32_t hash) const;
-  void append(Plist&& key, Plist&& value);
-  Entry* storeIndexed(Plist& key, Plist& value);
+  void append(Plist&& key, Plist& value) {
+    constexpr std::size_t kFirstCapacity = 8;
+    if (entries.size() >= std::numeric_limits<std::uint32_t>::max() - 1) throw std::bad_alloc();
+    if (entries.capacity() == 0) entries.reserve(kFirstCapacity);
+    Entry& entry = entries.emplace_back();
+    entry.key.takeFrom(key);
+    entry.value.takeFrom(value);
+  }
+  template <class Key>
+  Entry* storeIndexed(Key&& key, Plist& value);
   void makeRoom();
 
   bool isAscending_ = true;  // all keys are strings, each greater than the one before, by their bytes
   std::vector<Slot> slots_;  // none, or a power of two of them, at most three quarters in use
 };
-
-bool Plist::DictionaryNode::comesLast(const Plist& key) const noexcept {
-  return isAscending_ && key.isString() && (entries.empty() || entries.back().key.view() < key.view());
-}
 
 std::size_t Plist::DictionaryNode::findByHalving(const Plist& key) const noexcept {
   if (!key.isString()) return entries.size();
@@ -127,15 +140,15 @@ std::size_t Plist::DictionaryNode::find(const Plist& key) const {
     return slot.place != 0 ? slot.place - 1 : entries.size();
   }
   if (entries.size() > kUnindexedEntries) return findByHalving(key);
-  const auto found = key.isString()
-                         ? std::find_if(entries.begin(), entries.end(),
-                                        [&](const Entry& entry) { return entry.key.hasSameText(key); })
-                         : std::find_if(entries.begin(), entries.end(),
-                                        [&](const Entry& entry) { return entry.key == key; });
+  const bool isShortString = key.isString() && !key.holdsNode();
+  const auto found = std::ranges::find_if(entries, [&](const Entry& entry) {
+    return isShortString ? entry.key.isSameHandle(key) : entry.key == key;
+  });
   return static_cast<std::size_t>(found - entries.begin());
 }
 
-Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Plist& key, Plist& value) {
+template <class Key>
+Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Key&& key, Plist& value) {
   if (key.isNil()) throw NSException(NSInvalidArgumentException, "a value was stored under no key");
   if (key.isContainer()) {
     throw NSException(NSInvalidArgumentException, std::string(key.kindName()) + " cannot be a key");
@@ -143,27 +156,23 @@ Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Plist& key, Plist& value) {
   if (value.isNil()) {
     throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
   }
-  if (!slots_.empty()) return storeIndexed(key, value);
+  if (!slots_.empty()) return storeIndexed(std::forward<Key>(key), value);
   if (!comesLast(key)) {
     if (const std::size_t place = find(key); place != entries.size()) return &entries[place];
     isAscending_ = false;
-    if (entries.size() >= kUnindexedEntries) return storeIndexed(key, value);
+    if (entries.size() >= kUnindexedEntries) return storeIndexed(std::forward<Key>(key), value);
   }
-  append(std::move(key), std::move(value));
+  append(Plist(std::forward<Key>(key)), value);
   return nullptr;
 }
 
-void Plist::DictionaryNode::append(Plist&& key, Plist&& value) {
-  if (entries.size() >= std::numeric_limits<std::uint32_t>::max() - 1) throw std::bad_alloc();
-  entries.push_back({std::move(key), std::move(value)});
-}
-
-Plist::Entry* Plist::DictionaryNode::storeIndexed(Plist& key, Plist& value) {
+template <class Key>
+Plist::Entry* Plist::DictionaryNode::storeIndexed(Key&& key, Plist& value) {
   makeRoom();
   const std::uint32_t hash = hashOf(key);
   Slot& slot = slots_[slotFor(key, hash)];
   if (slot.place != 0) return &entries[slot.place - 1];
-  append(std::move(key), std::move(value));
+  append(Plist(std::forward<Key>(key)), value);
   slot = {hash, static_cast<std::uint32_t>(entries.size())};
   return nullptr;
 }
@@ -186,6 +195,14 @@ void Plist::DictionaryNode::makeRoom() {
     if (slot.place != 0) insert(slot);
   }
   slots_ = std::move(wider);
+}
+
+inline Plist::DictionaryNode& Plist::dictionaryToChange() const {
+  if (!isDictionary()) raise("a changed entry");
+  if (!node()->isMutable) {
+    throw NSException(NSInvalidArgumentException, "an unmodifiable dictionary was changed");
+  }
+  return *static_cast<DictionaryNode*>(node());
 }
 
 namespace {
@@ -244,7 +261,7 @@ Plist Plist::frozenDictionary(std::span<Plist> keysAndValues) {
   for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
     if (i + kAhead < keysAndValues.size()) node.expect(keysAndValues[i + kAhead]);
     Plist& value = keysAndValues[i + 1];
-    if (Entry* const present = node.storeIfAbsent(keysAndValues[i], value)) {
+    if (Entry* const present = node.storeIfAbsent(std::move(keysAndValues[i]), value)) {
       present->value = std::move(value);
     }
   }
@@ -301,17 +318,9 @@ bool Plist::isMutable() const noexcept {
   return isContainer() && node()->isMutable;
 }
 
-std::string_view Plist::view() const noexcept {
-  if (!holdsNode()) return {storage_, length_};
-  const auto* text = static_cast<const StringNode*>(node());
-  return {text->bytes(), text->length};
-}
-
 // Of two strings.
 bool Plist::hasSameText(const Plist& other) const noexcept {
-  if (std::memcmp(static_cast<const void*>(this), static_cast<const void*>(&other), sizeof other) == 0) {
-    return true;
-  }
+  if (isSameHandle(other)) return true;
   return holdsNode() && other.holdsNode() && kind_ == other.kind_ && view() == other.view();
 }
 
@@ -402,11 +411,11 @@ const Plist& Plist::objectForKey(std::string_view key) const {
 }
 
 void Plist::setObject_forKey(Plist value, Plist key) const {
-  Entry* const present = dictionaryToChange().storeIfAbsent(key, value);
+  Entry* const present = dictionaryToChange().storeIfAbsent(std::move(key), value);
   if (present != nullptr) present->value = std::move(value);
 }
 
-const Plist& Plist::setObject_forKeyIfAbsent(Plist value, Plist key) const {
+const Plist& Plist::setObject_forKeyIfAbsent(Plist&& value, const Plist& key) const {
   Entry* const present = dictionaryToChange().storeIfAbsent(key, value);
   return present != nullptr ? present->value : kNil;
 }
@@ -466,14 +475,6 @@ Plist::ArrayNode& Plist::arrayToChange() const {
   if (!isArray()) raise("an additional element");
   if (!node()->isMutable) throw NSException(NSInvalidArgumentException, "an unmodifiable array was changed");
   return *static_cast<ArrayNode*>(node());
-}
-
-Plist::DictionaryNode& Plist::dictionaryToChange() const {
-  if (!isDictionary()) raise("a changed entry");
-  if (!node()->isMutable) {
-    throw NSException(NSInvalidArgumentException, "an unmodifiable dictionary was changed");
-  }
-  return *static_cast<DictionaryNode*>(node());
 }
 
 const Plist::DictionaryNode* Plist::dictionaryAskedFor(const char* asked) const {
@@ -537,8 +538,8 @@ namespace {
 template <class Number>
 void AppendNumber(std::string& text, Number number) {
   char digits[32];
-  const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-  text.append(digits, end);
+  const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+  text.append(digits, static_cast<std::size_t>(end - digits));
 }
 
 // As it stands inside <...>: groups of four bytes.

@@ -151,8 +151,8 @@ class Plist {
   // containers; only string keys can be written as a property list.
   void setObject_forKey(Plist value, Plist key) const;
   // The same, but leaves an earlier value alone. Returns that one, as objectForKey() does; nil when `value`
-  // was stored.
-  const Plist& setObject_forKeyIfAbsent(Plist value, Plist key) const;
+  // was stored, and only then it has been moved from.
+  const Plist& setObject_forKeyIfAbsent(Plist&& value, const Plist& key) const;
 
   // An unmodifiable copy: containers are copied one level deep and share their elements; scalars are
   // themselves.
@@ -164,7 +164,9 @@ class Plist {
 
   // Property-list equality: same kind and same content. Numbers are equal when their values are, exactly and
   // whatever their width; a boolean is the number 1 or 0; NaN equals NaN. Raises beyond kMaximumPlistDepth.
-  friend bool operator==(const Plist& left, const Plist& right) { return isEqual(left, right, 0); }
+  friend bool operator==(const Plist& left, const Plist& right) {
+    return left.isSameHandle(right) || isEqual(left, right, 0);
+  }
 
   // The text that "%@" shows: a string itself, "(null)" for nil, a boolean as 1 or 0, an integer in decimal,
   // a real in its shortest form that reads back the same, a date as "2009-02-13 23:31:30 +0000". Data and
@@ -203,6 +205,9 @@ class Plist {
     std::memcpy(storage_, &value, sizeof value);
   }
   Node* node() const noexcept { return payload<Node*>(); }
+  bool isSameHandle(const Plist& other) const noexcept {
+    return std::memcmp(static_cast<const void*>(this), static_cast<const void*>(&other), sizeof other) == 0;
+  }
   void shareFrom(const Plist& other) noexcept;
   void takeFrom(Plist& other) noexcept {
     std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);

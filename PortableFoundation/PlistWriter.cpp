@@ -223,7 +223,7 @@ void PlistWriter::writeInteger(const Plist& integer) {
   const auto result = integer.isBeyondSigned() ? std::to_chars(digits, end, integer.unsignedLongLongValue())
                                                : std::to_chars(digits, end, integer.longLongValue());
   bytes_ += "<integer>";
-  bytes_.append(digits, result.ptr);
+  bytes_.append(digits, static_cast<std::size_t>(result.ptr - digits));
   bytes_ += "</integer>\n";
 }
 

@@ -32,8 +32,13 @@ void AppendList(std::string& text, const Plist& list) {
   if (list.count() > 0) text += '\n';
 }
 
+// Of a section or key; a patch may bring one that is no string.
+void AppendName(std::string& text, const Plist& name) {
+  name.isString() ? static_cast<void>(text += name.string()) : name.appendDescriptionTo(text);
+}
+
 void AppendKey(std::string& text, const Plist::Entry& entry) {
-  entry.key.appendDescriptionTo(text);
+  AppendName(text, entry.key);
   text += " = ";
   if (entry.value.isArray()) {
     AppendList(text, entry.value);
@@ -58,7 +63,7 @@ const Plist& ZKAIniData::modifiableSection(const Plist& name) {
 
 void ZKAIniData::addObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {
   const Plist& target = modifiableSection(section);
-  const Plist& existing = target.setObject_forKeyIfAbsent(object, key);
+  const Plist& existing = target.setObject_forKeyIfAbsent(std::move(object), key);
   if (existing.isArray()) {
     existing.addObject(std::move(object));
   } else if (!existing.isNil()) {
@@ -83,7 +88,7 @@ std::string ZKAIniData::asIni() const {
 void ZKAIniData::appendIniTo(std::string& text) const {
   for (const auto& [name, section] : plist_.entries()) {
     text += '[';
-    name.appendDescriptionTo(text);
+    AppendName(text, name);
     text += "]\n";
     for (const Plist::Entry& entry : section.entries()) AppendKey(text, entry);
     text += '\n';
