@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-
-#include "PortableFoundation/NSStringIntValue.h"
+#include <cstddef>
+#include <limits>
 
 namespace zekara {
 namespace {
@@ -19,22 +19,42 @@ constexpr bool IsEnd(std::int32_t c) {
   return c <= 0;
 }
 
-// Whether the character ends a word, by its byte.
-constexpr auto kEndsWord = [] {
+constexpr bool IsInComment(std::int32_t c) {
+  return !IsLineEnd(c) && !IsEnd(c);
+}
+constexpr bool IsInQuotes(std::int32_t c) {
+  return c != '"' && !IsEnd(c);
+}
+
+// Whether the character continues a word, by its byte.
+constexpr auto kIsInWord = [] {
   std::array<bool, 256> table = {};
-  for (const char c : {'[', ']', '=', ',', ';', '#', '\n', '\r'}) table[static_cast<unsigned char>(c)] = true;
-  for (std::size_t i = 0; i < table.size(); ++i) {
-    if (IsEnd(static_cast<signed char>(i))) table[i] = true;
-  }
+  for (std::size_t i = 0; i < table.size(); ++i) table[i] = !IsEnd(static_cast<signed char>(i));
+  for (const char c : {'[', ']', '=', ',', ';', '#', '\n', '\r'})
+    table[static_cast<unsigned char>(c)] = false;
   return table;
 }();
+bool IsInWord(std::int32_t c) {
+  return kIsInWord[static_cast<unsigned char>(c)];
+}
 
 }  // namespace
+
+// Takes characters as getc() does, up to the first one that is not such, which stays.
+template <class Predicate>
+void ZKAIniLexer::skipWhile(Predicate isSuch) noexcept {
+  const char* const data = data_.data();
+  const std::size_t end = data_.empty() ? 0 : data_.size() - 1;
+  std::size_t at = cpos_;
+  while (at < end && isSuch(static_cast<signed char>(data[at]))) ++at;
+  cpos_ = at;
+}
 
 std::int32_t ZKAIniLexer::nextToken() {
   textStart_ = textEnd_ = 0;
   for (;;) {
-    const std::int32_t c = skipBlanks();
+    skipWhile(IsBlank);
+    const std::int32_t c = getc();
     if (IsEnd(c)) return finish(ZKAIniTokenEnd);
     switch (c) {
       case '[':
@@ -47,11 +67,13 @@ std::int32_t ZKAIniLexer::nextToken() {
         return finish(ZKAIniTokenComma);
       case '\r':
       case '\n':
-        skipLineEnds();
+        skipWhile(IsLineEnd);
         return finish(ZKAIniTokenEndOfLine);
       case ';':
       case '#':
-        skipComment();
+        // Deliberate: the comment takes the line ends that close it along; no token remains of it.
+        skipWhile(IsInComment);
+        skipWhile(IsLineEnd);
         break;
       case '"':
         readQuotedString();
@@ -63,62 +85,43 @@ std::int32_t ZKAIniLexer::nextToken() {
   }
 }
 
-// The first character that is no blank.
-std::int32_t ZKAIniLexer::skipBlanks() noexcept {
-  std::int32_t c = getc();
-  while (IsBlank(c)) c = getc();
-  return c;
-}
-
-void ZKAIniLexer::skipLineEnds() noexcept {
-  while (IsLineEnd(getc())) {
-  }
-  ungetc();
-}
-
-// Deliberate: the comment takes the line ends that close it along; no token remains of it.
-void ZKAIniLexer::skipComment() noexcept {
-  std::int32_t c = getc();
-  while (!IsLineEnd(c) && !IsEnd(c)) c = getc();
-  ungetc();
-  skipLineEnds();
-}
-
 // Deliberate: there are no escapes, an end character closes the string as a quote does, and the line ends
 // that directly follow belong to it.
 void ZKAIniLexer::readQuotedString() noexcept {
   textStart_ = cpos_;
-  std::int32_t c = getc();
-  while (c != '"' && !IsEnd(c)) c = getc();
-  textEnd_ = std::min(cpos_, data_.size()) - 1;
-  skipLineEnds();
+  skipWhile(IsInQuotes);
+  textEnd_ = cpos_;
+  getc();
+  skipWhile(IsLineEnd);
 }
 
 // The word's first character has been taken. Deliberate: the line ends that directly follow belong to the
 // word.
 void ZKAIniLexer::readWord() noexcept {
   textStart_ = cpos_ - 1;
-  while (!kEndsWord[static_cast<unsigned char>(getc())]) {
-  }
-  ungetc();
+  skipWhile(IsInWord);
   textEnd_ = cpos_;
-  skipLineEnds();
+  skipWhile(IsLineEnd);
 }
 
 std::string_view ZKAIniLexer::string() const noexcept {
-  std::size_t start = textStart_;
-  std::size_t end = textEnd_;
-  while (start < end && IsBlank(data_[start])) ++start;
-  while (end > start && IsBlank(data_[end - 1])) --end;
-  return std::string_view(data_).substr(start, end - start);
+  const char* start = data_.data() + textStart_;
+  const char* end = data_.data() + textEnd_;
+  while (start != end && IsBlank(*start)) ++start;
+  while (end != start && IsBlank(end[-1])) --end;
+  return {start, static_cast<std::size_t>(end - start)};
 }
 
 Plist ZKAIniLexer::value() const {
+  constexpr std::int64_t kHighest = std::numeric_limits<std::int32_t>::max();
   const std::string_view text = string();
-  const bool isNumber =
-      !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
-  if (isNumber) return NSStringIntValue(text);
-  return text;
+  if (text.empty()) return text;
+  std::int64_t number = 0;
+  for (const char c : text) {
+    if (c < '0' || c > '9') return text;
+    number = std::min(number * 10 + (c - '0'), kHighest);
+  }
+  return number;
 }
 
 }  // namespace zekara

@@ -54,9 +54,8 @@ class ZKAIniLexer {
   explicit ZKAIniLexer(std::string data) : data_(std::move(data)) {}
 
   std::int32_t finish(std::int32_t token) noexcept { return token_ = token; }
-  std::int32_t skipBlanks() noexcept;
-  void skipLineEnds() noexcept;
-  void skipComment() noexcept;
+  template <class Predicate>
+  void skipWhile(Predicate isSuch) noexcept;
   void readQuotedString() noexcept;
   void readWord() noexcept;
 

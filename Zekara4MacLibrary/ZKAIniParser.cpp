@@ -5,8 +5,12 @@
 namespace zekara {
 namespace {
 
+[[noreturn]] void RaiseSyntaxError() {
+  throw NSException("ini-syntax", "unexpected token");
+}
+
 void Require(bool isExpected) {
-  if (!isExpected) throw NSException("ini-syntax", "unexpected token");
+  if (!isExpected) RaiseSyntaxError();
 }
 
 }  // namespace
@@ -29,7 +33,7 @@ std::shared_ptr<ZKAIniData> ZKAIniParser::parse() {
         parseSection();
         break;
       default:
-        Require(false);
+        RaiseSyntaxError();
     }
   }
   return ini_;
