@@ -129,12 +129,10 @@ AllSignalsBlocked::~AllSignalsBlocked() {
   if (isInEffect_) pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
 }
 
-FullyRoot::FullyRoot() noexcept
-    : user_(getuid()),
-      group_(getgid()),
-      effectiveGroup_(getegid()),
-      isBorrowed_(geteuid() == 0 && user_ != 0) {
+FullyRoot::FullyRoot() noexcept : user_(getuid()), isBorrowed_(user_ != 0 && geteuid() == 0) {
   if (!isBorrowed_) return;
+  group_ = getgid();
+  effectiveGroup_ = getegid();
   // These set the real id alone where the effective one is 0 already. One refused, the other is of use all
   // the same.
   const bool hasGroup = setregid(0, 0) == 0;

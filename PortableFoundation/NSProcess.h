@@ -49,9 +49,9 @@ class FullyRoot {
 
  private:
   uid_t user_;
-  gid_t group_;
-  gid_t effectiveGroup_;
   bool isBorrowed_;
+  gid_t group_ = 0;
+  gid_t effectiveGroup_ = 0;
 };
 
 // Leaves the environment empty.
