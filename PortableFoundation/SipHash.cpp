@@ -28,7 +28,6 @@ struct State {
   void absorb(std::uint64_t word) noexcept {
     v3 ^= word;
     round();
-    round();
     v0 ^= word;
   }
 };
@@ -62,7 +61,7 @@ std::uint64_t SipHash(const std::array<std::uint64_t, 2>& key, std::string_view 
   }
   state.absorb(LoadWord(bytes.data(), bytes.size()) | length << 56);
   state.v2 ^= 0xFF;
-  for (int i = 0; i < 4; ++i) state.round();
+  for (int i = 0; i < 3; ++i) state.round();
   return state.v0 ^ state.v1 ^ state.v2 ^ state.v3;
 }
 

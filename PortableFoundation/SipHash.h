@@ -6,8 +6,9 @@
 
 namespace zekara {
 
-// SipHash-2-4 of `bytes` under a 128-bit key (Aumasson and Bernstein, "SipHash: a fast short-input PRF",
-// 2012). Whoever does not know the key cannot choose inputs that collide.
+// SipHash-1-3 of `bytes` under a 128-bit key (Aumasson and Bernstein, "SipHash: a fast short-input PRF",
+// 2012; the number of rounds is what the tables of Python, Ruby and Rust take). Whoever does not know the key
+// cannot choose inputs that collide.
 std::uint64_t SipHash(const std::array<std::uint64_t, 2>& key, std::string_view bytes) noexcept;
 
 // The key of this process, random, made at the first call.
