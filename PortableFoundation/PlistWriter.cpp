@@ -32,6 +32,17 @@ bool SortsBefore(std::string_view left, std::string_view right) noexcept {
   return SortingByte(*l) < SortingByte(*r);
 }
 
+// How many bytes all keys have in common at their beginning.
+std::size_t CommonStart(std::span<const Plist::Entry> entries) {
+  std::string_view common = entries.front().key.string();
+  for (const Plist::Entry& entry : entries) {
+    const std::string_view key = entry.key.string();
+    const auto differing = std::mismatch(common.begin(), common.end(), key.begin(), key.end()).first;
+    common = common.substr(0, static_cast<std::size_t>(differing - common.begin()));
+  }
+  return common.size();
+}
+
 std::uint64_t SortingStart(std::string_view key) noexcept {
   std::uint64_t start = 0;
   for (std::size_t i = 0; i < sizeof start; ++i)
@@ -173,8 +184,9 @@ bool PlistWriter::writeSortedEntries(std::span<const Plist::Entry> entries, int 
   const std::size_t end = first + entries.size();
   sorted_.resize(end);
   const auto begin = sorted_.begin() + static_cast<std::ptrdiff_t>(first);
-  std::ranges::transform(entries, begin, [](const Plist::Entry& entry) {
-    return SortedEntry{SortingStart(entry.key.string()), &entry};
+  const std::size_t common = CommonStart(entries);
+  std::ranges::transform(entries, begin, [common](const Plist::Entry& entry) {
+    return SortedEntry{SortingStart(entry.key.string().substr(common)), &entry};
   });
   std::sort(begin, sorted_.end(), [](const SortedEntry& left, const SortedEntry& right) {
     if (left.keyStart != right.keyStart) return left.keyStart < right.keyStart;

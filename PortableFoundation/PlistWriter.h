@@ -22,7 +22,8 @@ class PlistWriter {
   const char* problem() const noexcept { return problem_; }
 
  private:
-  // An entry's place in its dictionary, and the beginning of its key as a number that sorts as the key does.
+  // An entry's place in its dictionary, and the beginning of its key, behind what all its keys have in
+  // common, as a number that sorts as the key does.
   struct SortedEntry {
     std::uint64_t keyStart;
     const Plist::Entry* entry;

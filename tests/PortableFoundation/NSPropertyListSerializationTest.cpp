@@ -532,15 +532,29 @@ TEST(Writing, KeysAreSortedByTheirUtf16CodeUnitsWhateverOrderTheyWereStoredIn) {
                                            "\xF4\x8F\xBF\xBF",
                                            "\xEE\x80\x80",
                                            "\xEF\xBF\xBD"};
-  std::vector<std::string> keys = sorted;
-  for (std::size_t turn = 0; turn < keys.size(); ++turn) {
-    std::rotate(keys.begin(), keys.begin() + 1, keys.end());
-    std::swap(keys[turn], keys[turn / 2]);
-    const Plist plist = Plist::dictionary();
-    for (const std::string& key : keys) plist.setObject_forKey(true, key);
+  for (const std::string beginning : {"", "S", "SettingName", "\xF0\x90\x80\x80"}) {
+    std::vector<std::string> keys = sorted;
+    for (std::string& key : keys) key.insert(0, beginning);
     std::string expected = "<dict>\n";
-    for (const std::string& key : sorted) expected += "\t<key>" + key + "</key>\n\t<true/>\n";
-    EXPECT_EQ(WrittenRoot(plist), expected + "</dict>\n");
+    for (const std::string& key : keys) expected += "\t<key>" + key + "</key>\n\t<true/>\n";
+    for (std::size_t turn = 0; turn < keys.size(); ++turn) {
+      std::rotate(keys.begin(), keys.begin() + 1, keys.end());
+      std::swap(keys[turn], keys[turn / 2]);
+      const Plist plist = Plist::dictionary();
+      for (const std::string& key : keys) plist.setObject_forKey(true, key);
+      EXPECT_EQ(WrittenRoot(plist), expected + "</dict>\n") << beginning;
+    }
+  }
+}
+
+TEST(Writing, KeysThatDifferWithinACharacterOnlyAreSorted) {
+  for (const auto& [first, second] :
+       {std::pair("\xC3\xA9", "\xC3\xAA"), std::pair("\xEE\x80\x80", "\xEF\x80\x80"),
+        std::pair("a\xF0\x90\x80\x80", "a\xF0\x90\x80\x81")}) {
+    const std::string expected = "<dict>\n\t<key>" + std::string(first) + "</key>\n\t<true/>\n\t<key>" +
+                                 second + "</key>\n\t<true/>\n</dict>\n";
+    EXPECT_EQ(WrittenRoot(Plist::dictionary({{second, true}, {first, true}})), expected);
+    EXPECT_EQ(WrittenRoot(Plist::dictionary({{first, true}, {second, true}})), expected);
   }
 }
 
