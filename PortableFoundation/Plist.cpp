@@ -101,10 +101,12 @@ struct Plist::DictionaryNode : Node {
   }
   std::size_t findByHalving(const Plist& key) const noexcept;
   std::size_t slotFor(const Plist& key, std::uint32_t hash) const;
+  // Room for more is taken threefold: memory that is not used is never touched, and entries are moved less
+  // often.
   void append(Plist&& key, Plist& value) {
     constexpr std::size_t kFirstCapacity = 8;
     if (entries.size() >= std::numeric_limits<std::uint32_t>::max() - 1) throw std::bad_alloc();
-    if (entries.capacity() == 0) entries.reserve(kFirstCapacity);
+    if (entries.size() == entries.capacity()) entries.reserve(std::max(kFirstCapacity, 3 * entries.size()));
     Entry& entry = entries.emplace_back();
     entry.key.takeFrom(key);
     entry.value.takeFrom(value);
