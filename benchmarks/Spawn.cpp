@@ -278,13 +278,12 @@ void ContendOnce(const std::vector<const Subject*>& subjects, bool isHeld, Serie
   close(file);
 }
 
-// Every instance sets a key of its own from 0 to 1: a 0 that is left is a lost update.
-std::size_t CountLostUpdates() {
+// Every instance adds a key of its own: one that is missing is a lost update.
+std::size_t CountLostUpdates(std::size_t instances) {
   std::istringstream text(ReadFile(kConfigurationFile));
   std::size_t count = 0;
-  for (std::string line; std::getline(text, line);)
-    count += line.starts_with("Key") && line.ends_with(" 0") ? 1 : 0;
-  return count;
+  for (std::string line; std::getline(text, line);) count += line.starts_with("Added") ? 1 : 0;
+  return instances - count;
 }
 
 void Contend(const std::vector<Subject>& subjects, int rounds) {
@@ -300,7 +299,7 @@ void Contend(const std::vector<Subject>& subjects, int rounds) {
     for (const bool isHeld : {false, true}) {
       for (const std::string& name : names) {
         ContendOnce(groups[name], isHeld, series[isHeld][name]);
-        lost[name] += CountLostUpdates();
+        lost[name] += CountLostUpdates(groups[name].size());
       }
     }
   }

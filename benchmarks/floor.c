@@ -135,9 +135,6 @@ int main(int argc, char* argv[]) {
   if (size == 0) return 1;
   if (ALL_CALLS) {
     getuid();
-    getgid();
-    getegid();
-    geteuid();
     ask_limit(RLIMIT_FSIZE);
     ask_limit(RLIMIT_AS);
     ask_limit(RLIMIT_DATA);

@@ -34,13 +34,11 @@ def lay_out(build_directory):
         if os.path.exists(f"{build_directory}/benchmarks/{name}"):
             shutil.copy(f"{build_directory}/benchmarks/{name}", SCRATCH)
     write("small.ini", small_configuration())
-    for count in (64, 256):
-        write(f"numbers-{count}.ini", "[Numbers]\n" + "".join(f"Key{i:03} = 0\n" for i in range(count)) + "\n")
     write("request", request({"MacOSWardex": {"IsActive": "No"}, "UpdateD": {"Interval": 3600}}))
     # A string where the file holds a section raises one exception, after the file has been read.
     write("failing", request({"MacOSWardex": {"IsActive": "No"}, "UpdateD": "Interval"}))
     for i in range(256):
-        write(f"set-{i}", request({"Numbers": {f"Key{i:03}": 1}}))
+        write(f"set-{i}", request({"MacOSWardex": {"IsActive": "No"}, "UpdateD": {f"Added{i:03}": 1}}))
 
 
 def small_configuration():
