@@ -417,7 +417,7 @@ void Plist::setObject_forKey(Plist value, Plist key) const {
   if (present != nullptr) present->value = std::move(value);
 }
 
-const Plist& Plist::setObject_forKeyIfAbsent(Plist&& value, const Plist& key) const {
+const Plist& Plist::setObject_forKeyIfAbsent(Plist value, const Plist& key) const {
   Entry* const present = dictionaryToChange().storeIfAbsent(key, value);
   return present != nullptr ? present->value : kNil;
 }

@@ -151,8 +151,8 @@ class Plist {
   // containers; only string keys can be written as a property list.
   void setObject_forKey(Plist value, Plist key) const;
   // The same, but leaves an earlier value alone. Returns that one, as objectForKey() does; nil when `value`
-  // was stored, and only then it has been moved from.
-  const Plist& setObject_forKeyIfAbsent(Plist&& value, const Plist& key) const;
+  // was stored.
+  const Plist& setObject_forKeyIfAbsent(Plist value, const Plist& key) const;
 
   // An unmodifiable copy: containers are copied one level deep and share their elements; scalars are
   // themselves.

@@ -63,7 +63,7 @@ const Plist& ZKAIniData::modifiableSection(const Plist& name) {
 
 void ZKAIniData::addObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {
   const Plist& target = modifiableSection(section);
-  const Plist& existing = target.setObject_forKeyIfAbsent(std::move(object), key);
+  const Plist& existing = target.setObject_forKeyIfAbsent(object, key);
   if (existing.isArray()) {
     existing.addObject(std::move(object));
   } else if (!existing.isNil()) {
