@@ -73,10 +73,9 @@ struct Plist::DictionaryNode : Node {
 
   // The place of `key` in entries, or entries.size().
   std::size_t find(const Plist& key) const;
-  // Puts both into a new entry, and moves from `value`, unless there is one under that key: then returns that
-  // entry.
-  template <class Key>
-  Entry* storeIfAbsent(Key&& key, Plist& value);
+  // Moves both into a new entry, unless there is one under that key: then returns that entry, and takes
+  // neither.
+  Entry* storeIfAbsent(Plist& key, Plist& value);
   // A key that will be stored soon: of a million keys, none has its slot in the processor's caches.
   void expect(const Plist& key) const noexcept {
     if (!slots_.empty()) __builtin_prefetch(&slots_[hashOf(key) & (slots_.size() - 1)]);
@@ -103,7 +102,7 @@ struct Plist::DictionaryNode : Node {
   std::size_t slotFor(const Plist& key, std::uint32_t hash) const;
   // Room for more is taken threefold: memory that is not used is never touched, and entries are moved less
   // often.
-  void append(Plist&& key, Plist& value) {
+  void append(Plist& key, Plist& value) {
     constexpr std::size_t kFirstCapacity = 8;
     if (entries.size() >= std::numeric_limits<std::uint32_t>::max() - 1) throw std::bad_alloc();
     if (entries.size() == entries.capacity()) entries.reserve(std::max(kFirstCapacity, 3 * entries.size()));
@@ -111,8 +110,7 @@ struct Plist::DictionaryNode : Node {
     entry.key.takeFrom(key);
     entry.value.takeFrom(value);
   }
-  template <class Key>
-  Entry* storeIndexed(Key&& key, Plist& value);
+  Entry* storeIndexed(Plist& key, Plist& value);
   void makeRoom();
 
   bool isAscending_ = true;  // all keys are strings, each greater than the one before, by their bytes
@@ -149,8 +147,7 @@ std::size_t Plist::DictionaryNode::find(const Plist& key) const {
   return static_cast<std::size_t>(found - entries.begin());
 }
 
-template <class Key>
-Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Key&& key, Plist& value) {
+Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Plist& key, Plist& value) {
   if (key.isNil()) throw NSException(NSInvalidArgumentException, "a value was stored under no key");
   if (key.isContainer()) {
     throw NSException(NSInvalidArgumentException, std::string(key.kindName()) + " cannot be a key");
@@ -158,23 +155,22 @@ Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Key&& key, Plist& value) {
   if (value.isNil()) {
     throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
   }
-  if (!slots_.empty()) return storeIndexed(std::forward<Key>(key), value);
+  if (!slots_.empty()) return storeIndexed(key, value);
   if (!comesLast(key)) {
     if (const std::size_t place = find(key); place != entries.size()) return &entries[place];
     isAscending_ = false;
-    if (entries.size() >= kUnindexedEntries) return storeIndexed(std::forward<Key>(key), value);
+    if (entries.size() >= kUnindexedEntries) return storeIndexed(key, value);
   }
-  append(Plist(std::forward<Key>(key)), value);
+  append(key, value);
   return nullptr;
 }
 
-template <class Key>
-Plist::Entry* Plist::DictionaryNode::storeIndexed(Key&& key, Plist& value) {
+Plist::Entry* Plist::DictionaryNode::storeIndexed(Plist& key, Plist& value) {
   makeRoom();
   const std::uint32_t hash = hashOf(key);
   Slot& slot = slots_[slotFor(key, hash)];
   if (slot.place != 0) return &entries[slot.place - 1];
-  append(Plist(std::forward<Key>(key)), value);
+  append(key, value);
   slot = {hash, static_cast<std::uint32_t>(entries.size())};
   return nullptr;
 }
@@ -263,7 +259,7 @@ Plist Plist::frozenDictionary(std::span<Plist> keysAndValues) {
   for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
     if (i + kAhead < keysAndValues.size()) node.expect(keysAndValues[i + kAhead]);
     Plist& value = keysAndValues[i + 1];
-    if (Entry* const present = node.storeIfAbsent(std::move(keysAndValues[i]), value)) {
+    if (Entry* const present = node.storeIfAbsent(keysAndValues[i], value)) {
       present->value = std::move(value);
     }
   }
@@ -413,11 +409,11 @@ const Plist& Plist::objectForKey(std::string_view key) const {
 }
 
 void Plist::setObject_forKey(Plist value, Plist key) const {
-  Entry* const present = dictionaryToChange().storeIfAbsent(std::move(key), value);
+  Entry* const present = dictionaryToChange().storeIfAbsent(key, value);
   if (present != nullptr) present->value = std::move(value);
 }
 
-const Plist& Plist::setObject_forKeyIfAbsent(Plist value, const Plist& key) const {
+const Plist& Plist::setObject_forKeyIfAbsent(Plist value, Plist key) const {
   Entry* const present = dictionaryToChange().storeIfAbsent(key, value);
   return present != nullptr ? present->value : kNil;
 }
@@ -592,11 +588,12 @@ std::string Plist::description() const {
   return text;
 }
 
+// Only inside a container is a string anything but itself.
 void Plist::appendDescriptionTo(std::string& text) const {
-  appendDescription(text, false, 0);
+  isString() ? static_cast<void>(text += view()) : appendDescription(text, 0);
 }
 
-void Plist::appendDescription(std::string& text, bool nested, int depth) const {
+void Plist::appendDescription(std::string& text, int depth) const {
   if (isContainer() && depth >= kMaximumPlistDepth) {
     throw NSException(NSInvalidArgumentException, "a value too deeply nested was asked for its text");
   }
@@ -606,7 +603,7 @@ void Plist::appendDescription(std::string& text, bool nested, int depth) const {
       text += "(null)";
       break;
     case Kind::String:
-      nested ? AppendQuoted(text, view()) : static_cast<void>(text += view());
+      AppendQuoted(text, view());
       break;
     case Kind::Integer:
     case Kind::Boolean:
@@ -628,7 +625,7 @@ void Plist::appendDescription(std::string& text, bool nested, int depth) const {
       text += '(';
       for (const Plist& element : elements()) {
         text += std::exchange(separator, " ");
-        element.appendDescription(text, true, depth + 1);
+        element.appendDescription(text, depth + 1);
       }
       text += ')';
       break;
@@ -636,9 +633,9 @@ void Plist::appendDescription(std::string& text, bool nested, int depth) const {
       text += '{';
       for (const Entry& entry : entries()) {
         text += std::exchange(separator, " ");
-        entry.key.appendDescription(text, true, depth + 1);
+        entry.key.appendDescription(text, depth + 1);
         text += ": ";
-        entry.value.appendDescription(text, true, depth + 1);
+        entry.value.appendDescription(text, depth + 1);
       }
       text += '}';
       break;

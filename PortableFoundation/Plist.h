@@ -152,7 +152,7 @@ class Plist {
   void setObject_forKey(Plist value, Plist key) const;
   // The same, but leaves an earlier value alone. Returns that one, as objectForKey() does; nil when `value`
   // was stored.
-  const Plist& setObject_forKeyIfAbsent(Plist value, const Plist& key) const;
+  const Plist& setObject_forKeyIfAbsent(Plist value, Plist key) const;
 
   // An unmodifiable copy: containers are copied one level deep and share their elements; scalars are
   // themselves.
@@ -221,7 +221,7 @@ class Plist {
   ArrayNode& arrayToChange() const;
   DictionaryNode& dictionaryToChange() const;
   const DictionaryNode* dictionaryAskedFor(const char* asked) const;
-  void appendDescription(std::string& text, bool nested, int depth) const;
+  void appendDescription(std::string& text, int depth) const;
 
   static void release(Node* node) noexcept;
   static bool isEqual(const Plist& left, const Plist& right, int depth);

@@ -32,13 +32,8 @@ void AppendList(std::string& text, const Plist& list) {
   if (list.count() > 0) text += '\n';
 }
 
-// Of a section or key; a patch may bring one that is no string.
-void AppendName(std::string& text, const Plist& name) {
-  name.isString() ? static_cast<void>(text += name.string()) : name.appendDescriptionTo(text);
-}
-
 void AppendKey(std::string& text, const Plist::Entry& entry) {
-  AppendName(text, entry.key);
+  entry.key.appendDescriptionTo(text);
   text += " = ";
   if (entry.value.isArray()) {
     AppendList(text, entry.value);
@@ -88,7 +83,7 @@ std::string ZKAIniData::asIni() const {
 void ZKAIniData::appendIniTo(std::string& text) const {
   for (const auto& [name, section] : plist_.entries()) {
     text += '[';
-    AppendName(text, name);
+    name.appendDescriptionTo(text);
     text += "]\n";
     for (const Plist::Entry& entry : section.entries()) AppendKey(text, entry);
     text += '\n';
