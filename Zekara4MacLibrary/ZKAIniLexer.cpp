@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <limits>
+
+#include "PortableFoundation/NSStringIntValue.h"
 
 namespace zekara {
 namespace {
@@ -113,15 +114,11 @@ std::string_view ZKAIniLexer::string() const noexcept {
 }
 
 Plist ZKAIniLexer::value() const {
-  constexpr std::int64_t kHighest = std::numeric_limits<std::int32_t>::max();
   const std::string_view text = string();
-  if (text.empty()) return text;
-  std::int64_t number = 0;
-  for (const char c : text) {
-    if (c < '0' || c > '9') return text;
-    number = std::min(number * 10 + (c - '0'), kHighest);
-  }
-  return number;
+  const bool isNumber =
+      !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+  if (isNumber) return NSStringIntValue(text);
+  return text;
 }
 
 }  // namespace zekara
