@@ -47,7 +47,7 @@ class Report:
         self.line(f"{len(verdicts)} quantities: {len(short)} fall short of what is due, {beyond} go beyond it.\n")
         for target in short:
             self.line(f"- falls short: {target.quantity}: {number(target.value)}{target.unit}, "
-                  f"due {_limit(target, target.due)}")
+                      f"due {_limit(target, target.due)}")
         return len(short)
 
 
