@@ -1,5 +1,6 @@
 /* The price of one request's system calls: makes those of the tool that serves a "ChangeConfig" request on standard input, in their
- * order, and does no other work. What it writes to the configuration file and as the reply is what it read.
+ * order, and does no other work. What it writes to the configuration file and as the reply is what it read; to the file, it adds the
+ * line that its second argument may be.
  *
  * Compiled twice. "floor-same" makes every call that the tool makes for a caller who is root; scripts/bench compares the two traces.
  * "floor-minimal" leaves out whatever protects the process and the file, and whatever a program could know without asking: what
@@ -75,7 +76,7 @@ static void log_line(const char* line, size_t length) {
   if (write(STDERR_FILENO, line, length) < 0) return;
 }
 
-static ssize_t patch_file(void) {
+static ssize_t patch_file(const char* added) {
   struct stat attributes;
   sigset_t all;
   const int file = open(kFile, O_RDWR | O_CREAT | O_NOCTTY | O_CLOEXEC, 0444);
@@ -87,12 +88,13 @@ static ssize_t patch_file(void) {
     sigprocmask(SIG_SETMASK, &all, NULL);
     fstat(file, &attributes);
   }
-  const ssize_t size = read(file, text, sizeof text);
+  ssize_t size = read(file, text, sizeof text);
   if (size < 0) return -1;
   if (ALL_CALLS) {
     if (read(file, text + size, 1) < 0) return -1;
     ask_limit(RLIMIT_FSIZE);
   }
+  if (added != NULL) size = stpcpy(stpcpy(text + size, added), "\n") - text;
   lseek(file, 0, SEEK_SET);
   if (ftruncate(file, 0) != 0) return -1;
   const ssize_t written = write(file, text, (size_t)size);
@@ -139,7 +141,7 @@ int main(int argc, char* argv[]) {
     ask_limit(RLIMIT_AS);
     ask_limit(RLIMIT_DATA);
   }
-  if (patch_file() < 0) return 1;
+  if (patch_file(argc > 2 ? argv[2] : NULL) < 0) return 1;
   signal_daemon("/var/zekara/run/FileD.pid");
   signal_daemon("/var/zekara/run/UpdateD.pid");
   if (ALL_CALLS) {

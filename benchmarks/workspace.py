@@ -38,7 +38,17 @@ def lay_out(build_directory):
     # A string where the file holds a section raises one exception, after the file has been read.
     write("failing", request({"MacOSWardex": {"IsActive": "No"}, "UpdateD": "Interval"}))
     for i in range(256):
-        write(f"set-{i}", request({"MacOSWardex": {"IsActive": "No"}, "UpdateD": {f"Added{i:03}": 1}}))
+        write(f"set-{i}", request({"MacOSWardex": {"IsActive": "No"}, "UpdateD": {added_key(i): 1}}))
+
+
+def added_key(i):
+    """The key that concurrent instance number i adds to the small configuration."""
+    return f"Added{i:03}"
+
+
+def added_line(i):
+    """The same as the line that comes to stand in the file."""
+    return f"{added_key(i)} = 1"
 
 
 def small_configuration():
