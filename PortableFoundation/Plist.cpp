@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "PortableFoundation/LoadBytes.h"
 #include "PortableFoundation/NSException.h"
 #include "PortableFoundation/PlistDate.h"
 #include "PortableFoundation/SipHash.h"
@@ -30,11 +31,10 @@ struct Plist::StringNode : Node {
   char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
   const char* bytes() const noexcept { return reinterpret_cast<const char*>(this + 1); }
 
-  static StringNode* make(Kind kind, std::string_view text) {
-    void* memory = ::operator new(sizeof(StringNode) + text.size());
-    auto* node = new (memory) StringNode(kind, text.size());
-    std::memcpy(node->bytes(), text.data(), text.size());
-    return node;
+  // The bytes are not set.
+  static StringNode* make(Kind kind, std::size_t size) {
+    void* memory = ::operator new(sizeof(StringNode) + size);
+    return new (memory) StringNode(kind, size);
   }
   static void free(StringNode* node) noexcept {
     node->~StringNode();
@@ -47,6 +47,7 @@ struct Plist::StringNode : Node {
 inline std::string_view Plist::view() const noexcept {
   if (!holdsNode()) return {storage_, length_};
   const auto* text = static_cast<const StringNode*>(node());
+  if (length_ == kHoldsPart) return {text->bytes() + extent().offset, extent().length};
   return {text->bytes(), text->length};
 }
 
@@ -73,9 +74,23 @@ struct Plist::DictionaryNode : Node {
 
   // The place of `key` in entries, or entries.size().
   std::size_t find(const Plist& key) const;
-  // Moves both into a new entry, unless there is one under that key: then returns that entry, and takes
-  // neither.
-  Entry* storeIfAbsent(Plist& key, Plist& value);
+  // The entry under `key`. If there was none it is new and holds neither key nor value: both have to be put
+  // in at once.
+  Entry& entryFor(const Plist& key);
+  static void require(const Plist& value, const Plist& key) {
+    if (value.isNil() || key.isNil() || key.isContainer()) raiseUnfit(key);
+  }
+  // Moves the value in, and the key if it is new.
+  void store(Plist& value, Plist& key) {
+    require(value, key);
+    Entry& entry = entryFor(key);
+    if (entry.key.isNil()) entry.key.takeFrom(key);
+    entry.value = std::move(value);
+  }
+  void reserve(std::size_t count) {
+    entries.reserve(count);
+    expected_ = count;
+  }
   // A key that will be stored soon: of a million keys, none has its slot in the processor's caches.
   void expect(const Plist& key) const noexcept {
     if (!slots_.empty()) __builtin_prefetch(&slots_[hashOf(key) & (slots_.size() - 1)]);
@@ -98,23 +113,22 @@ struct Plist::DictionaryNode : Node {
   bool comesLast(const Plist& key) const noexcept {
     return isAscending_ && key.isString() && (entries.empty() || entries.back().key.view() < key.view());
   }
+  [[noreturn]] static void raiseUnfit(const Plist& key);
   std::size_t findByHalving(const Plist& key) const noexcept;
   std::size_t slotFor(const Plist& key, std::uint32_t hash) const;
   // Room for more is taken threefold: memory that is not used is never touched, and entries are moved less
   // often.
-  void append(Plist& key, Plist& value) {
+  Entry& append() {
     constexpr std::size_t kFirstCapacity = 8;
     if (entries.size() >= std::numeric_limits<std::uint32_t>::max() - 1) throw std::bad_alloc();
     if (entries.size() == entries.capacity()) entries.reserve(std::max(kFirstCapacity, 3 * entries.size()));
-    Entry& entry = entries.emplace_back();
-    entry.key.takeFrom(key);
-    entry.value.takeFrom(value);
+    return entries.emplace_back();
   }
-  Entry* storeIndexed(Plist& key, Plist& value);
   void makeRoom();
 
-  bool isAscending_ = true;  // all keys are strings, each greater than the one before, by their bytes
-  std::vector<Slot> slots_;  // none, or a power of two of them, at most three quarters in use
+  std::size_t expected_ = 0;  // entries, as announced
+  bool isAscending_ = true;   // all keys are strings, each greater than the one before, by their bytes
+  std::vector<Slot> slots_;   // none, or a power of two of them, at most three quarters in use
 };
 
 std::size_t Plist::DictionaryNode::findByHalving(const Plist& key) const noexcept {
@@ -125,7 +139,7 @@ std::size_t Plist::DictionaryNode::findByHalving(const Plist& key) const noexcep
   return static_cast<std::size_t>(found - entries.begin());
 }
 
-std::size_t Plist::DictionaryNode::slotFor(const Plist& key, std::uint32_t hash) const {
+inline std::size_t Plist::DictionaryNode::slotFor(const Plist& key, std::uint32_t hash) const {
   const std::size_t mask = slots_.size() - 1;
   std::size_t at = hash & mask;
   while (slots_[at].place != 0 && (slots_[at].hash != hash || !(entries[slots_[at].place - 1].key == key))) {
@@ -147,39 +161,26 @@ std::size_t Plist::DictionaryNode::find(const Plist& key) const {
   return static_cast<std::size_t>(found - entries.begin());
 }
 
-Plist::Entry* Plist::DictionaryNode::storeIfAbsent(Plist& key, Plist& value) {
-  if (key.isNil()) throw NSException(NSInvalidArgumentException, "a value was stored under no key");
-  if (key.isContainer()) {
-    throw NSException(NSInvalidArgumentException, std::string(key.kindName()) + " cannot be a key");
-  }
-  if (value.isNil()) {
-    throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
-  }
-  if (!slots_.empty()) return storeIndexed(key, value);
-  if (!comesLast(key)) {
-    if (const std::size_t place = find(key); place != entries.size()) return &entries[place];
+Plist::Entry& Plist::DictionaryNode::entryFor(const Plist& key) {
+  if (slots_.empty()) {
+    if (comesLast(key)) return append();
+    if (const std::size_t place = find(key); place != entries.size()) return entries[place];
     isAscending_ = false;
-    if (entries.size() >= kUnindexedEntries) return storeIndexed(key, value);
+    if (entries.size() < kUnindexedEntries) return append();
   }
-  append(key, value);
-  return nullptr;
-}
-
-Plist::Entry* Plist::DictionaryNode::storeIndexed(Plist& key, Plist& value) {
-  makeRoom();
+  if ((entries.size() + 1) * 4 > slots_.size() * 3) makeRoom();
   const std::uint32_t hash = hashOf(key);
   Slot& slot = slots_[slotFor(key, hash)];
-  if (slot.place != 0) return &entries[slot.place - 1];
-  append(key, value);
+  if (slot.place != 0) return entries[slot.place - 1];
+  Entry& entry = append();
   slot = {hash, static_cast<std::uint32_t>(entries.size())};
-  return nullptr;
+  return entry;
 }
 
-// Sees to it that all keys have their slots, and that there is one more.
+// Gives all keys slots, and one more or as many as are expected.
 void Plist::DictionaryNode::makeRoom() {
-  const std::size_t needed = entries.size() + 1;
-  if (needed * 4 <= slots_.size() * 3) return;
-  std::vector<Slot> wider(std::bit_ceil(std::max(needed, entries.capacity()) / 3 * 4 + kUnindexedEntries));
+  const std::size_t needed = std::max(entries.size() + 1, expected_);
+  std::vector<Slot> wider(std::bit_ceil(needed / 3 * 4 + kUnindexedEntries));
   const auto insert = [&wider](Slot slot) {
     const std::size_t mask = wider.size() - 1;
     std::size_t at = slot.hash & mask;
@@ -193,6 +194,14 @@ void Plist::DictionaryNode::makeRoom() {
     if (slot.place != 0) insert(slot);
   }
   slots_ = std::move(wider);
+}
+
+[[gnu::cold]] void Plist::DictionaryNode::raiseUnfit(const Plist& key) {
+  if (key.isNil()) throw NSException(NSInvalidArgumentException, "a value was stored under no key");
+  if (key.isContainer()) {
+    throw NSException(NSInvalidArgumentException, std::string(key.kindName()) + " cannot be a key");
+  }
+  throw NSException(NSInvalidArgumentException, "no value was stored under the key " + key.description());
 }
 
 inline Plist::DictionaryNode& Plist::dictionaryToChange() const {
@@ -209,19 +218,23 @@ const Plist kNil;
 
 }  // namespace
 
-Plist::Plist(Kind kind, std::string_view bytes) : kind_(kind) {
-  if (bytes.size() <= kInlineCapacity) {
-    bytes.copy(storage_, bytes.size());
-    length_ = static_cast<std::uint8_t>(bytes.size());
-  } else {
-    setPayload<Node*>(StringNode::make(kind, bytes));
-    length_ = kHoldsNode;
+Plist::Plist(Kind kind, std::string_view bytes) {
+  constexpr std::size_t kWord = sizeof(std::uint64_t);
+  const std::size_t size = bytes.size();
+  if (size <= kInlineCapacity) {
+    const std::size_t first = std::min(size, kWord);
+    set(kind, static_cast<std::uint8_t>(size), LoadBytes(bytes.data(), first),
+        LoadBytes(bytes.data() + first, size - first));
+    return;
   }
+  StringNode* const text = StringNode::make(kind, size);
+  bytes.copy(text->bytes(), size);
+  set(kind, kHoldsNode, std::bit_cast<std::uint64_t>(text));
 }
 
 Plist Plist::date(std::int64_t seconds) noexcept {
-  Plist date(seconds);
-  date.kind_ = Kind::Date;
+  Plist date;
+  date.set(Kind::Date, 0, static_cast<std::uint64_t>(seconds));
   return date;
 }
 
@@ -239,7 +252,7 @@ Plist Plist::dictionary(std::initializer_list<Entry> entries) {
 
 Plist Plist::dictionaryWithCapacity(std::size_t capacity) {
   Plist dictionary = Plist::dictionary();
-  static_cast<DictionaryNode*>(dictionary.node())->entries.reserve(capacity);
+  static_cast<DictionaryNode*>(dictionary.node())->reserve(capacity);
   return dictionary;
 }
 
@@ -258,13 +271,39 @@ Plist Plist::frozenDictionary(std::span<Plist> keysAndValues) {
   constexpr std::size_t kAhead = 32;
   for (std::size_t i = 0; i + 1 < keysAndValues.size(); i += 2) {
     if (i + kAhead < keysAndValues.size()) node.expect(keysAndValues[i + kAhead]);
-    Plist& value = keysAndValues[i + 1];
-    if (Entry* const present = node.storeIfAbsent(keysAndValues[i], value)) {
-      present->value = std::move(value);
-    }
+    node.store(keysAndValues[i + 1], keysAndValues[i]);
   }
   dictionary.freeze();
   return dictionary;
+}
+
+Plist Plist::StringPool::string(std::string_view text) {
+  if (text.size() <= kInlineCapacity || text.size() > kLargestPart) return text;
+  if (size_ - used_ < text.size()) open(text.size());
+  const Extent extent = {static_cast<std::uint16_t>(used_), static_cast<std::uint16_t>(text.size())};
+  text.copy(block_->bytes() + used_, text.size());
+  used_ += text.size();
+  --unclaimed_;
+  return Plist(block_, extent);
+}
+
+// Counting references once a block instead of once a string is what makes a string cheap.
+void Plist::StringPool::open(std::size_t leastSize) {
+  const std::size_t size = std::clamp(2 * size_, std::max(kFirstBlock, leastSize), kLargestBlock);
+  StringNode* const block = StringNode::make(Kind::String, size);
+  close();
+  block_ = block;
+  size_ = size;
+  used_ = 0;
+  unclaimed_ = 1 + static_cast<std::uint32_t>(size / (kInlineCapacity + 1));
+  block->references.store(unclaimed_, std::memory_order_relaxed);
+}
+
+void Plist::StringPool::close() noexcept {
+  if (block_ == nullptr) return;
+  if (block_->references.fetch_sub(unclaimed_, std::memory_order_acq_rel) == unclaimed_) {
+    StringNode::free(block_);
+  }
 }
 
 void Plist::shareFrom(const Plist& other) noexcept {
@@ -409,13 +448,17 @@ const Plist& Plist::objectForKey(std::string_view key) const {
 }
 
 void Plist::setObject_forKey(Plist value, Plist key) const {
-  Entry* const present = dictionaryToChange().storeIfAbsent(key, value);
-  if (present != nullptr) present->value = std::move(value);
+  dictionaryToChange().store(value, key);
 }
 
-const Plist& Plist::setObject_forKeyIfAbsent(Plist value, Plist key) const {
-  Entry* const present = dictionaryToChange().storeIfAbsent(key, value);
-  return present != nullptr ? present->value : kNil;
+const Plist& Plist::setObject_forKeyIfAbsent(Plist& value, Plist key) const {
+  DictionaryNode& dictionary = dictionaryToChange();
+  DictionaryNode::require(value, key);
+  Entry& entry = dictionary.entryFor(key);
+  if (!entry.value.isNil()) return entry.value;
+  entry.key.takeFrom(key);
+  entry.value.takeFrom(value);
+  return kNil;
 }
 
 Plist Plist::copy() const {
@@ -482,7 +525,11 @@ const Plist::DictionaryNode* Plist::dictionaryAskedFor(const char* asked) const 
 
 // Equal keys have equal hashes; numbers of all widths that are equal convert to the same double.
 std::uint64_t Plist::keyHash() const noexcept {
-  if (isString() || kind_ == Kind::Data) return SipHash(ProcessHashKey(), view());
+  if (isString() || kind_ == Kind::Data) {
+    // Text in the handle is hashed with what is behind it, its length: always the same two words.
+    const auto* const handle = reinterpret_cast<const char*>(this);
+    return SipHash(ProcessHashKey(), holdsNode() ? view() : std::string_view(handle, kInlineCapacity + 1));
+  }
   double number = kind_ == Kind::Real ? payload<double>()
                   : isBeyondSigned()  ? static_cast<double>(payload<std::uint64_t>())
                                       : static_cast<double>(payload<std::int64_t>());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <concepts>
 #include <cstdint>
 #include <cstring>
@@ -38,6 +39,7 @@ class Plist {
  public:
   enum class Kind : std::uint8_t { Nil, String, Integer, Real, Boolean, Data, Date, Array, Dictionary };
   struct Entry;
+  class StringPool;
 
   Plist() noexcept = default;
   // Conversions are implicit, as literals in a tree are to read like the tree.
@@ -45,20 +47,14 @@ class Plist {
   Plist(std::string_view text) : Plist(Kind::String, text) {}
   Plist(const char* text) : Plist(std::string_view(text)) {}
   Plist(const std::string& text) : Plist(std::string_view(text)) {}
-  Plist(double real) noexcept : kind_(Kind::Real) { setPayload(real); }
+  Plist(double real) noexcept { set(Kind::Real, 0, std::bit_cast<std::uint64_t>(real)); }
   template <std::integral T>
   requires(!std::same_as<T, char>) Plist(T number)
   noexcept {
-    if constexpr (std::same_as<T, bool>) {
-      kind_ = Kind::Boolean;
-    } else {
-      kind_ = Kind::Integer;
-      if constexpr (std::is_unsigned_v<T>) {
-        length_ =
-            static_cast<std::uint8_t>(static_cast<std::uint64_t>(number) >> 63);  // see isBeyondSigned()
-      }
-    }
-    setPayload(static_cast<std::uint64_t>(number));
+    constexpr bool kIsBoolean = std::same_as<T, bool>;
+    const auto bits = static_cast<std::uint64_t>(number);
+    const bool isBeyondSigned = std::is_unsigned_v<T> && bits >> 63 != 0;
+    set(kIsBoolean ? Kind::Boolean : Kind::Integer, isBeyondSigned ? 1 : 0, bits);
   }
   // NOLINTEND(google-explicit-constructor)
 
@@ -150,9 +146,9 @@ class Plist {
   // Stores `value` under `key`, replacing an earlier value in its place. A key is any value but nil and
   // containers; only string keys can be written as a property list.
   void setObject_forKey(Plist value, Plist key) const;
-  // The same, but leaves an earlier value alone. Returns that one, as objectForKey() does; nil when `value`
-  // was stored.
-  const Plist& setObject_forKeyIfAbsent(Plist value, Plist key) const;
+  // The same, but leaves an earlier value alone, and `value` too. Returns the earlier one, as objectForKey()
+  // does; nil when `value` was moved in.
+  const Plist& setObject_forKeyIfAbsent(Plist& value, Plist key) const;
 
   // An unmodifiable copy: containers are copied one level deep and share their elements; scalars are
   // themselves.
@@ -188,23 +184,40 @@ class Plist {
   // are equal handles, bit for bit.
   static constexpr std::size_t kInlineCapacity = 14;
   static constexpr std::uint8_t kHoldsNode = 0xFF;
+  static constexpr std::uint8_t kHoldsPart = 0xFE;
+  // Where in its node the text of a part stands.
+  struct Extent {
+    std::uint16_t offset;
+    std::uint16_t length;
+  };
 
   Plist(Kind kind, std::string_view bytes);
-  Plist(Kind kind, Node* node) noexcept : length_(kHoldsNode), kind_(kind) { setPayload(node); }
+  Plist(Kind kind, Node* node) noexcept { set(kind, kHoldsNode, std::bit_cast<std::uint64_t>(node)); }
+  Plist(Node* node, Extent extent) noexcept {
+    set(Kind::String, kHoldsPart, std::bit_cast<std::uint64_t>(node), std::bit_cast<std::uint32_t>(extent));
+  }
+  // A handle is soon copied as a whole, which waits if its members were stored one by one (processors forward
+  // from one store to one load): so they are not.
+  void set(Kind kind, std::uint8_t length, std::uint64_t low, std::uint64_t high = 0) noexcept {
+    using Words [[gnu::vector_size(16)]] = std::uint64_t;
+    const Words words = {low, high | std::uint64_t{length} << 48 | static_cast<std::uint64_t>(kind) << 56};
+    std::memcpy(static_cast<void*>(this), &words, sizeof words);
+  }
 
   bool isContainer() const noexcept { return kind_ == Kind::Array || kind_ == Kind::Dictionary; }
-  bool holdsNode() const noexcept { return length_ == kHoldsNode; }
+  bool holdsNode() const noexcept { return length_ >= kHoldsPart; }
   template <class T>
   T payload() const noexcept {
     T value;
     std::memcpy(&value, storage_, sizeof value);
     return value;
   }
-  template <class T>
-  void setPayload(T value) noexcept {
-    std::memcpy(storage_, &value, sizeof value);
-  }
   Node* node() const noexcept { return payload<Node*>(); }
+  Extent extent() const noexcept {
+    Extent extent;
+    std::memcpy(&extent, storage_ + sizeof(Node*), sizeof extent);
+    return extent;
+  }
   bool isSameHandle(const Plist& other) const noexcept {
     return std::memcmp(static_cast<const void*>(this), static_cast<const void*>(&other), sizeof other) == 0;
   }
@@ -228,7 +241,7 @@ class Plist {
   static bool areEqualNumbers(const Plist& left, const Plist& right) noexcept;
 
   alignas(8) char storage_[kInlineCapacity] = {};
-  std::uint8_t length_ = 0;  // of inline text; kHoldsNode; 1 for integers beyond the signed range
+  std::uint8_t length_ = 0;  // of inline text; one of the above; 1 for integers beyond the signed range
   Kind kind_ = Kind::Nil;
 };
 
@@ -237,6 +250,32 @@ static_assert(sizeof(Plist) == 16);
 struct Plist::Entry {
   Plist key;
   Plist value;
+};
+
+// Makes strings whose texts stand together in blocks of memory, which costs whoever reads many of them less
+// than a block for each. A block, of at most 16 KiB, is freed when the pool has done with it and the last of
+// its strings is gone. For use by one thread at a time; the strings are like all others.
+class Plist::StringPool {
+ public:
+  StringPool() noexcept = default;
+  StringPool(const StringPool&) = delete;
+  StringPool& operator=(const StringPool&) = delete;
+  ~StringPool() { close(); }
+
+  Plist string(std::string_view text);
+
+ private:
+  static constexpr std::size_t kFirstBlock = 240;
+  static constexpr std::size_t kLargestBlock = 16 * 1024 - 32;
+  static constexpr std::size_t kLargestPart = 2048;
+
+  void open(std::size_t leastSize);
+  void close() noexcept;
+
+  StringNode* block_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t used_ = 0;
+  std::uint32_t unclaimed_ = 0;  // references to the block that no string has taken yet, and the pool's own
 };
 
 }  // namespace zekara

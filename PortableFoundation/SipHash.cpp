@@ -4,7 +4,8 @@
 #include <unistd.h>
 
 #include <bit>
-#include <cstring>
+
+#include "PortableFoundation/LoadBytes.h"
 
 namespace zekara {
 namespace {
@@ -32,15 +33,7 @@ struct State {
   }
 };
 
-// Little-endian, as the algorithm has it; so are all platforms of the suite.
-static_assert(std::endian::native == std::endian::little);
-std::uint64_t LoadWord(const char* bytes, std::size_t count) noexcept {
-  std::uint64_t word = 0;
-  std::memcpy(&word, bytes, count);
-  return word;
-}
-
-std::array<std::uint64_t, 2> MakeKey() noexcept {
+[[gnu::cold]] std::array<std::uint64_t, 2> MakeKey() noexcept {
   std::array<std::uint64_t, 2> key = {};
   if (getentropy(key.data(), sizeof key) != 0) {
     // Kernels before 3.17 only. The address of the stack is what is left that a caller does not know.
@@ -54,12 +47,11 @@ std::array<std::uint64_t, 2> MakeKey() noexcept {
 std::uint64_t SipHash(const std::array<std::uint64_t, 2>& key, std::string_view bytes) noexcept {
   State state = {key[0] ^ 0x736f6d6570736575U, key[1] ^ 0x646f72616e646f6dU, key[0] ^ 0x6c7967656e657261U,
                  key[1] ^ 0x7465646279746573U};
-  const std::uint64_t length = bytes.size();
-  while (bytes.size() >= 8) {
-    state.absorb(LoadWord(bytes.data(), 8));
-    bytes.remove_prefix(8);
-  }
-  state.absorb(LoadWord(bytes.data(), bytes.size()) | length << 56);
+  const std::size_t rest = bytes.size() % sizeof(std::uint64_t);
+  const char* const end = bytes.data() + bytes.size();
+  for (const char* at = bytes.data(); at != end - rest; at += sizeof(std::uint64_t))
+    state.absorb(LoadWord(at));
+  state.absorb(LoadBytes(end - rest, rest) | static_cast<std::uint64_t>(bytes.size()) << 56);
   state.v2 ^= 0xFF;
   for (int i = 0; i < 3; ++i) state.round();
   return state.v0 ^ state.v1 ^ state.v2 ^ state.v3;

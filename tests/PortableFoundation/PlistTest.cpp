@@ -340,6 +340,63 @@ TEST(PlistContainers, FrozenContainersAreMadeOfMovedValues) {
   EXPECT_TRUE(values[0].isNil());
 }
 
+// ---- Strings from a pool
+
+TEST(PlistStringPool, StringsOfAnyLengthAreLikeAllOthersAndOutliveIt) {
+  std::vector<std::string> texts;
+  for (std::size_t length = 0; length < 5000; length += length < 40 ? 1 : 97) {
+    texts.push_back(std::string(length, static_cast<char>('a' + length % 26)));
+    texts.push_back(std::string(length, '\0'));
+  }
+  std::vector<Plist> strings;
+  {
+    Plist::StringPool pool;
+    for (int round = 0; round < 3; ++round) {
+      for (const std::string& text : texts) strings.push_back(pool.string(text));
+    }
+  }
+  for (std::size_t i = 0; i < strings.size(); ++i) {
+    const std::string& text = texts[i % texts.size()];
+    EXPECT_TRUE(strings[i].isString());
+    EXPECT_EQ(strings[i].string(), text);
+    EXPECT_EQ(strings[i], Plist(text));
+    EXPECT_EQ(Plist(text), strings[i]);
+    EXPECT_EQ(strings[i] == Plist::data(text), false);
+    EXPECT_EQ(strings[i] == Plist(text + "x"), false);
+  }
+}
+
+TEST(PlistStringPool, BlockLivesAsLongAsAnyOfItsStrings) {
+  std::vector<Plist> kept;
+  {
+    Plist::StringPool pool;
+    for (int i = 0; i < 10000; ++i) {
+      const Plist string = pool.string("a text too long for a handle " + std::to_string(i));
+      if (i % 1000 == 0) kept.push_back(string);
+    }
+  }
+  const Plist copy = kept.front();
+  kept.erase(kept.begin());
+  EXPECT_EQ(copy.string(), "a text too long for a handle 0");
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    EXPECT_EQ(kept[i].string(), "a text too long for a handle " + std::to_string(1000 * (i + 1)));
+  }
+}
+
+TEST(PlistStringPool, StringsAreKeysAsOthersAre) {
+  Plist::StringPool pool;
+  const Plist fromPool = Plist::dictionary();
+  const Plist ordinary = Plist::dictionary();
+  for (int i = 0; i < 200; ++i) {
+    const std::string key = "a key too long for a handle " + std::to_string(i * 37 % 200);
+    fromPool.setObject_forKey(i, pool.string(key));
+    ordinary.setObject_forKey(i, key);
+    EXPECT_EQ(fromPool.objectForKey(key).longLongValue(), i);
+    EXPECT_EQ(ordinary.objectForKey(pool.string(key)).longLongValue(), i);
+  }
+  EXPECT_EQ(fromPool, ordinary);
+}
+
 // ---- Dictionaries
 
 TEST(PlistDictionary, KeyStoredAgainKeepsItsPlaceAndTakesTheNewValue) {
@@ -354,13 +411,26 @@ TEST(PlistDictionary, ValueStoredOnlyIfAbsentLeavesAnEarlierOneAlone) {
   const Plist dictionary = Plist::dictionary();
   for (int i = 0; i < 100; ++i) {
     const std::string key = "key " + std::to_string(i * 37 % 100);  // in no order, so that there is an index
-    EXPECT_TRUE(dictionary.setObject_forKeyIfAbsent(i, key).isNil());
-    EXPECT_EQ(dictionary.setObject_forKeyIfAbsent(-1, key), Plist(i));
+    Plist first = i;
+    Plist second = -1;
+    EXPECT_TRUE(dictionary.setObject_forKeyIfAbsent(first, key).isNil());
+    EXPECT_TRUE(first.isNil()) << "moved in";
+    EXPECT_EQ(dictionary.setObject_forKeyIfAbsent(second, key), Plist(i));
+    EXPECT_EQ(second, Plist(-1)) << "left alone";
     EXPECT_EQ(dictionary.objectForKey(key), Plist(i));
   }
   EXPECT_EQ(dictionary.count(), 100U);
-  EXPECT_THROW(dictionary.setObject_forKeyIfAbsent(Plist(), "nothing"), NSException);
-  EXPECT_THROW(dictionary.copy().setObject_forKeyIfAbsent(1, "key 1"), NSException);
+  for (int i = 0; i < 100; ++i) {  // a key that stands in the dictionary itself, which has to grow
+    Plist again = i;
+    EXPECT_TRUE(
+        dictionary.setObject_forKeyIfAbsent(again, dictionary.entries()[static_cast<std::size_t>(i)].value)
+            .isNil());
+    EXPECT_EQ(dictionary.entries().back().key, dictionary.entries()[static_cast<std::size_t>(i)].value);
+  }
+  Plist nothing;
+  Plist number = 1;
+  EXPECT_THROW(dictionary.setObject_forKeyIfAbsent(nothing, "nothing"), NSException);
+  EXPECT_THROW(dictionary.copy().setObject_forKeyIfAbsent(number, "key 1"), NSException);
 }
 
 TEST(PlistDictionary, ContainersAreNoKeysAndAreNeverFound) {
