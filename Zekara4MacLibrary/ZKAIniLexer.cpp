@@ -2,61 +2,47 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
-
-#include "PortableFoundation/NSStringIntValue.h"
+#include <limits>
 
 namespace zekara {
 namespace {
 
-constexpr bool IsBlank(std::int32_t c) {
-  return c == ' ' || c == '\t';
-}
-constexpr bool IsLineEnd(std::int32_t c) {
-  return c == '\r' || c == '\n';
-}
-// Deliberate: a zero byte and every byte of 0x80 and above end the input as its true end does.
-constexpr bool IsEnd(std::int32_t c) {
-  return c <= 0;
-}
+// What a character may be part of, by its byte. Deliberate: a zero byte and every byte of 0x80 and above are
+// part of nothing, and end the input as its true end does.
+enum Part : std::uint8_t { Blanks = 1, LineEnds = 2, Word = 4, QuotedString = 8, Comment = 16 };
 
-constexpr bool IsInComment(std::int32_t c) {
-  return !IsLineEnd(c) && !IsEnd(c);
-}
-constexpr bool IsInQuotes(std::int32_t c) {
-  return c != '"' && !IsEnd(c);
-}
-
-// Whether the character continues a word, by its byte.
-constexpr auto kIsInWord = [] {
-  std::array<bool, 256> table = {};
-  for (std::size_t i = 0; i < table.size(); ++i) table[i] = !IsEnd(static_cast<signed char>(i));
-  for (const char c : {'[', ']', '=', ',', ';', '#', '\n', '\r'})
-    table[static_cast<unsigned char>(c)] = false;
-  return table;
+constexpr auto kPartsOf = [] {
+  std::array<std::uint8_t, 256> parts = {};
+  for (std::size_t c = 1; c < 0x80; ++c) parts[c] = Word | QuotedString | Comment;
+  for (const std::size_t c : {'[', ']', '=', ',', ';', '#'}) parts[c] = QuotedString | Comment;
+  for (const std::size_t c : {'\r', '\n'}) parts[c] = QuotedString | LineEnds;
+  for (const std::size_t c : {' ', '\t'}) parts[c] |= Blanks;
+  parts['"'] = Word | Comment;
+  return parts;
 }();
-bool IsInWord(std::int32_t c) {
-  return kIsInWord[static_cast<unsigned char>(c)];
+
+bool IsPartOf(std::uint8_t part, char c) {
+  return (kPartsOf[static_cast<unsigned char>(c)] & part) != 0;
 }
 
 }  // namespace
 
-// Takes characters as getc() does, up to the first one that is not such, which stays.
-template <class Predicate>
-void ZKAIniLexer::skipWhile(Predicate isSuch) noexcept {
-  const char* const data = data_.data();
-  const std::size_t end = data_.empty() ? 0 : data_.size() - 1;
-  std::size_t at = cpos_;
-  while (at < end && isSuch(static_cast<signed char>(data[at]))) ++at;
-  cpos_ = at;
+// Takes characters as getc() does, up to the first one that is no such part, which stays. The zero byte
+// behind the input is none.
+inline void ZKAIniLexer::skip(std::uint8_t part) noexcept {
+  const char* const start = data_.c_str() + std::min(cpos_, data_.size());
+  const char* at = start;
+  while (IsPartOf(part, *at)) ++at;
+  cpos_ += static_cast<std::size_t>(at - start);
 }
 
 std::int32_t ZKAIniLexer::nextToken() {
   textStart_ = textEnd_ = 0;
   for (;;) {
-    skipWhile(IsBlank);
+    skip(Blanks);
     const std::int32_t c = getc();
-    if (IsEnd(c)) return finish(ZKAIniTokenEnd);
     switch (c) {
       case '[':
         return finish(ZKAIniTokenOpenBracket);
@@ -68,18 +54,19 @@ std::int32_t ZKAIniLexer::nextToken() {
         return finish(ZKAIniTokenComma);
       case '\r':
       case '\n':
-        skipWhile(IsLineEnd);
+        skip(LineEnds);
         return finish(ZKAIniTokenEndOfLine);
       case ';':
       case '#':
         // Deliberate: the comment takes the line ends that close it along; no token remains of it.
-        skipWhile(IsInComment);
-        skipWhile(IsLineEnd);
+        skip(Comment);
+        skip(LineEnds);
         break;
       case '"':
         readQuotedString();
         return finish(ZKAIniTokenString);
       default:
+        if (c <= 0) return finish(ZKAIniTokenEnd);
         readWord();
         return finish(ZKAIniTokenString);
     }
@@ -90,35 +77,37 @@ std::int32_t ZKAIniLexer::nextToken() {
 // that directly follow belong to it.
 void ZKAIniLexer::readQuotedString() noexcept {
   textStart_ = cpos_;
-  skipWhile(IsInQuotes);
+  skip(QuotedString);
   textEnd_ = cpos_;
   getc();
-  skipWhile(IsLineEnd);
+  skip(LineEnds);
 }
 
 // The word's first character has been taken. Deliberate: the line ends that directly follow belong to the
 // word.
 void ZKAIniLexer::readWord() noexcept {
   textStart_ = cpos_ - 1;
-  skipWhile(IsInWord);
+  skip(Word);
   textEnd_ = cpos_;
-  skipWhile(IsLineEnd);
+  skip(LineEnds);
 }
 
 std::string_view ZKAIniLexer::string() const noexcept {
   const char* start = data_.data() + textStart_;
   const char* end = data_.data() + textEnd_;
-  while (start != end && IsBlank(*start)) ++start;
-  while (end != start && IsBlank(end[-1])) --end;
+  while (start != end && IsPartOf(Blanks, *start)) ++start;
+  while (end != start && IsPartOf(Blanks, end[-1])) --end;
   return {start, static_cast<std::size_t>(end - start)};
 }
 
-Plist ZKAIniLexer::value() const {
+Plist ZKAIniLexer::value() {
   const std::string_view text = string();
-  const bool isNumber =
-      !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
-  if (isNumber) return NSStringIntValue(text);
-  return text;
+  if (!text.empty() && text.front() >= '0' && text.front() <= '9') {
+    const char* const end = text.data() + text.size();
+    std::int32_t number = std::numeric_limits<std::int32_t>::max();  // unless there is less
+    if (std::from_chars(text.data(), end, number).ptr == end) return number;
+  }
+  return strings_.string(text);
 }
 
 }  // namespace zekara

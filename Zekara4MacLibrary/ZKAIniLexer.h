@@ -36,35 +36,39 @@ class ZKAIniLexer {
   // The current token's text without the blanks and tabs at its ends; it is ASCII. The view lives until the
   // next nextToken().
   std::string_view string() const noexcept;
+  // The same as a name, which is a string whatever it looks like.
+  Plist name() { return strings_.string(string()); }
   // The same as a value: a run of decimal digits is an integer, clamped to 2147483647; anything else, the
   // empty text included, stays a string. Quotes make no difference.
-  Plist value() const;
+  Plist value();
 
   // The next character, a byte taken as a signed 8-bit number, or 0 at the end.
   //
   // Deliberate: the last byte of the input is never returned, so that an input of L bytes gives L - 1
   // characters. The position grows at the end too, and each ungetc() takes one step back.
   std::int32_t getc() noexcept {
-    ++cpos_;
-    return cpos_ >= data_.size() ? 0 : static_cast<signed char>(data_[cpos_ - 1]);
+    const std::size_t at = cpos_++;
+    return at < data_.size() ? static_cast<signed char>(data_[at]) : 0;
   }
   void ungetc() noexcept { --cpos_; }
 
  private:
-  explicit ZKAIniLexer(std::string data) : data_(std::move(data)) {}
+  explicit ZKAIniLexer(std::string data) : data_(std::move(data)) {
+    if (!data_.empty()) data_.pop_back();
+  }
 
   std::int32_t finish(std::int32_t token) noexcept { return token_ = token; }
-  template <class Predicate>
-  void skipWhile(Predicate isSuch) noexcept;
+  void skip(std::uint8_t part) noexcept;
   void readQuotedString() noexcept;
   void readWord() noexcept;
 
-  std::string data_;
+  std::string data_;      // but the last byte
   std::size_t cpos_ = 0;  // how many characters getc() has taken
   std::int32_t token_ = ZKAIniTokenNone;
   // The current token's text is a part of data_.
   std::size_t textStart_ = 0;
   std::size_t textEnd_ = 0;
+  Plist::StringPool strings_;
 };
 
 }  // namespace zekara

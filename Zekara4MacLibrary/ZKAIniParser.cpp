@@ -43,12 +43,12 @@ std::shared_ptr<ZKAIniData> ZKAIniParser::parse() {
 // the header adds to that key in the new section.
 void ZKAIniParser::parseSection() {
   Require(lexer_.nextToken() == ZKAIniTokenString);
-  section_ = lexer_.string();
+  section_ = lexer_.name();
   Require(lexer_.nextToken() == ZKAIniTokenCloseBracket);
 }
 
 void ZKAIniParser::parseKey() {
-  key_ = lexer_.string();
+  key_ = lexer_.name();
   Require(lexer_.nextToken() == ZKAIniTokenEquals);
 }
 
