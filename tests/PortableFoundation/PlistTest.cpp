@@ -409,8 +409,8 @@ TEST(PlistDictionary, KeyStoredAgainKeepsItsPlaceAndTakesTheNewValue) {
 
 TEST(PlistDictionary, ValueStoredOnlyIfAbsentLeavesAnEarlierOneAlone) {
   const Plist dictionary = Plist::dictionary();
-  for (int i = 0; i < 100; ++i) {
-    const std::string key = "key " + std::to_string(i * 37 % 100);  // in no order, so that there is an index
+  for (int i = 0; i < 200; ++i) {
+    const std::string key = "key " + std::to_string(i * 37 % 200);  // in no order, so that there is an index
     Plist first = i;
     Plist second = -1;
     EXPECT_TRUE(dictionary.setObject_forKeyIfAbsent(first, key).isNil());
@@ -419,8 +419,8 @@ TEST(PlistDictionary, ValueStoredOnlyIfAbsentLeavesAnEarlierOneAlone) {
     EXPECT_EQ(second, Plist(-1)) << "left alone";
     EXPECT_EQ(dictionary.objectForKey(key), Plist(i));
   }
-  EXPECT_EQ(dictionary.count(), 100U);
-  for (int i = 0; i < 100; ++i) {  // a key that stands in the dictionary itself, which has to grow
+  EXPECT_EQ(dictionary.count(), 200U);
+  for (int i = 0; i < 200; ++i) {  // a key that stands in the dictionary itself, which has to grow
     Plist again = i;
     EXPECT_TRUE(
         dictionary.setObject_forKeyIfAbsent(again, dictionary.entries()[static_cast<std::size_t>(i)].value)
