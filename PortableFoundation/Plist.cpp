@@ -141,8 +141,9 @@ std::size_t Plist::DictionaryNode::findByHalving(const Plist& key) const noexcep
 
 inline std::size_t Plist::DictionaryNode::slotFor(const Plist& key, std::uint32_t hash) const {
   const std::size_t mask = slots_.size() - 1;
+  const Slot* const slots = slots_.data();
   std::size_t at = hash & mask;
-  while (slots_[at].place != 0 && (slots_[at].hash != hash || !(entries[slots_[at].place - 1].key == key))) {
+  while (slots[at].place != 0 && (slots[at].hash != hash || !(entries[slots[at].place - 1].key == key))) {
     at = (at + 1) & mask;
   }
   return at;
@@ -181,11 +182,10 @@ Plist::Entry& Plist::DictionaryNode::entryFor(const Plist& key) {
 void Plist::DictionaryNode::makeRoom() {
   const std::size_t needed = std::max(entries.size() + 1, expected_);
   std::vector<Slot> wider(std::bit_ceil(needed / 3 * 4 + kUnindexedEntries));
-  const auto insert = [&wider](Slot slot) {
-    const std::size_t mask = wider.size() - 1;
+  const auto insert = [slots = wider.data(), mask = wider.size() - 1](Slot slot) {
     std::size_t at = slot.hash & mask;
-    while (wider[at].place != 0) at = (at + 1) & mask;
-    wider[at] = slot;
+    while (slots[at].place != 0) at = (at + 1) & mask;
+    slots[at] = slot;
   };
   if (slots_.empty()) {
     for (std::uint32_t i = 0; i < entries.size(); ++i) insert({hashOf(entries[i].key), i + 1});
