@@ -45,37 +45,41 @@ void AppendKey(std::string& text, const Plist::Entry& entry) {
 
 }  // namespace
 
-// A file is read section by section: the one that was made last is looked at first.
-const Plist& ZKAIniData::modifiableSection(const Plist& name) {
-  const auto sections = plist_.entries();
-  if (lastMade_ < sections.size() && sections[lastMade_].key == name) return sections[lastMade_].value;
+const Plist& ZKAIniData::madeSection(const Plist& name) {
   const Plist& existing = plist_.objectForKey(name);
   if (!existing.isNil()) return existing;
   plist_.setObject_forKey(Plist::dictionary(), name);
-  lastMade_ = plist_.count() - 1;
   return plist_.entries().back().value;
 }
 
 void ZKAIniData::addObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {
-  const Plist& target = modifiableSection(section);
-  const Plist& existing = target.setObject_forKeyIfAbsent(object, key);
+  addObject_forKey_toSection(std::move(object), key, madeSection(section));
+}
+
+void ZKAIniData::addObject_forKey_toSection(Plist object, const Plist& key, const Plist& section) {
+  const Plist& existing = section.setObject_forKeyIfAbsent(object, key);
   if (existing.isArray()) {
     existing.addObject(std::move(object));
   } else if (!existing.isNil()) {
-    target.setObject_forKey(Plist::array({existing, std::move(object)}), key);
+    section.setObject_forKey(Plist::array({existing, std::move(object)}), key);
   }
 }
 
 void ZKAIniData::setObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {
-  modifiableSection(section).setObject_forKey(std::move(object), key);
+  madeSection(section).setObject_forKey(std::move(object), key);
 }
 
 const Plist& ZKAIniData::objectForKey_inSection(const Plist& key, const Plist& section) const {
   return plist_.objectForKey(section).objectForKey(key);
 }
 
+// Of the memory for a large text, what is not used is never touched.
 std::string ZKAIniData::asIni() const {
+  constexpr std::size_t kExpectedLine = 48;
+  std::size_t lines = 0;
+  for (const auto& [name, section] : plist_.entries()) lines += 2 + section.entries().size();
   std::string text;
+  text.reserve(lines * kExpectedLine);
   appendIniTo(text);
   return text;
 }

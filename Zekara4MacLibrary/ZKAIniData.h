@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -50,12 +49,14 @@ class ZKAIniData {
   void appendIniTo(std::string& text) const;
 
  private:
+  friend class ZKAIniParser;  // looks each section up once, not for each value
+
   ZKAIniData() = default;
 
-  const Plist& modifiableSection(const Plist& name);
+  const Plist& madeSection(const Plist& name);
+  static void addObject_forKey_toSection(Plist object, const Plist& key, const Plist& section);
 
   Plist plist_ = Plist::dictionary();
-  std::size_t lastMade_ = 0;  // the place of the section that was made last
 };
 
 }  // namespace zekara

@@ -32,10 +32,11 @@ bool IsPartOf(std::uint8_t part, char c) {
 // Takes characters as getc() does, up to the first one that is no such part, which stays. The zero byte
 // behind the input is none.
 inline void ZKAIniLexer::skip(std::uint8_t part) noexcept {
-  const char* const start = data_.c_str() + std::min(cpos_, data_.size());
-  const char* at = start;
+  if (cpos_ >= data_.size()) return;
+  const char* const start = data_.c_str();
+  const char* at = start + cpos_;
   while (IsPartOf(part, *at)) ++at;
-  cpos_ += static_cast<std::size_t>(at - start);
+  cpos_ = static_cast<std::size_t>(at - start);
 }
 
 std::int32_t ZKAIniLexer::nextToken() {

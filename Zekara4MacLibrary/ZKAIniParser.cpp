@@ -44,6 +44,7 @@ std::shared_ptr<ZKAIniData> ZKAIniParser::parse() {
 void ZKAIniParser::parseSection() {
   Require(lexer_.nextToken() == ZKAIniTokenString);
   section_ = lexer_.name();
+  dictionary_ = Plist();
   Require(lexer_.nextToken() == ZKAIniTokenCloseBracket);
 }
 
@@ -55,7 +56,8 @@ void ZKAIniParser::parseKey() {
 void ZKAIniParser::parseValue() {
   const std::int32_t token = lexer_.nextToken();
   Require(token == ZKAIniTokenString || token == ZKAIniTokenEndOfLine);
-  ini_->addObject_forKey_inSection(lexer_.value(), key_, section_);
+  if (dictionary_.isNil()) dictionary_ = ini_->madeSection(section_);
+  ZKAIniData::addObject_forKey_toSection(lexer_.value(), key_, dictionary_);
 }
 
 }  // namespace zekara

@@ -33,6 +33,7 @@ class ZKAIniParser {
   std::shared_ptr<ZKAIniData> ini_;
   Plist section_;  // the current names; nil until there is one
   Plist key_;
+  Plist dictionary_;  // of the current section, from its first value on
 };
 
 }  // namespace zekara
