@@ -104,7 +104,7 @@ bool PlistWriter::writePropertyList(const Plist& plist) {
 // One line, or more for a container and data.
 bool PlistWriter::writeValue(const Plist& value, int depth) {
   // Memory that is not used is never touched; growing by less copies a large text more often.
-  constexpr std::size_t kMostValues = 256;  // are written in less
+  constexpr std::size_t kMostValues = 64;  // are written in less
   if (bytes_.capacity() - bytes_.size() < kMostValues) bytes_.reserve(4 * bytes_.capacity());
   indent(depth);
   switch (value.kind()) {
