@@ -214,7 +214,7 @@ class Plist {
   }
   Node* node() const noexcept { return payload<Node*>(); }
   Extent extent() const noexcept {
-    Extent extent;
+    Extent extent = {};
     std::memcpy(&extent, storage_ + sizeof(Node*), sizeof extent);
     return extent;
   }

@@ -15,11 +15,12 @@ enum Part : std::uint8_t { Blanks = 1, LineEnds = 2, Word = 4, QuotedString = 8,
 
 constexpr auto kPartsOf = [] {
   std::array<std::uint8_t, 256> parts = {};
+  const auto of = [&parts](char c) -> std::uint8_t& { return parts[static_cast<unsigned char>(c)]; };
   for (std::size_t c = 1; c < 0x80; ++c) parts[c] = Word | QuotedString | Comment;
-  for (const std::size_t c : {'[', ']', '=', ',', ';', '#'}) parts[c] = QuotedString | Comment;
-  for (const std::size_t c : {'\r', '\n'}) parts[c] = QuotedString | LineEnds;
-  for (const std::size_t c : {' ', '\t'}) parts[c] |= Blanks;
-  parts['"'] = Word | Comment;
+  for (const char c : {'[', ']', '=', ',', ';', '#'}) of(c) = QuotedString | Comment;
+  for (const char c : {'\r', '\n'}) of(c) = QuotedString | LineEnds;
+  for (const char c : {' ', '\t'}) of(c) |= Blanks;
+  of('"') = Word | Comment;
   return parts;
 }();
 
