@@ -27,6 +27,10 @@ target_compile_features(zekara_options INTERFACE cxx_std_20)
 target_include_directories(zekara_options INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
 # A quarter less code than -O3 makes: the tool runs most of it once, and pays for each page that it touches.
 target_compile_options(zekara_options INTERFACE $<$<CONFIG:Release>:-O2>)
+# A program takes from the libraries what it calls, function by function.
+if(NOT APPLE)
+  target_compile_options(zekara_options INTERFACE -ffunction-sections -fdata-sections)
+endif()
 target_compile_options(zekara_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2)
 if(ZEKARA_WERROR)
   target_compile_options(zekara_options INTERFACE -Werror)
