@@ -33,7 +33,7 @@ struct State {
   }
 };
 
-[[gnu::cold]] std::array<std::uint64_t, 2> MakeKey() noexcept {
+[[gnu::noinline]] std::array<std::uint64_t, 2> MakeKey() noexcept {
   std::array<std::uint64_t, 2> key = {};
   if (getentropy(key.data(), sizeof key) != 0) {
     // Kernels before 3.17 only. The address of the stack is what is left that a caller does not know.
