@@ -8,10 +8,33 @@
 namespace zekara {
 namespace {
 
+// Takes the place of a text of which only the size is wanted.
+class TextSize {
+ public:
+  void operator+=(char /*unused*/) noexcept { ++size_; }
+  void operator+=(std::string_view text) noexcept { size_ += text.size(); }
+  std::size_t size() const noexcept { return size_; }
+
+ private:
+  std::size_t size_ = 0;
+};
+
+void AppendDescription(std::string& text, const Plist& value) {
+  value.appendDescriptionTo(text);
+}
+void AppendDescription(TextSize& text, const Plist& value) {
+  if (value.isString()) {
+    text += value.string();
+  } else {
+    text += value.description();
+  }
+}
+
 // Deliberate: nothing inside the quotes is escaped.
-void AppendTerm(std::string& text, const Plist& value) {
+template <class Text>
+void AppendTerm(Text& text, const Plist& value) {
   if (!value.isString()) {
-    value.appendDescriptionTo(text);
+    AppendDescription(text, value);
   } else if (IsAlphanumericText(value.string())) {
     text += value.string();
   } else {
@@ -23,7 +46,8 @@ void AppendTerm(std::string& text, const Plist& value) {
 
 // Deliberate: an empty list writes nothing, not even the line end, so that the next key follows on the same
 // line.
-void AppendList(std::string& text, const Plist& list) {
+template <class Text>
+void AppendList(Text& text, const Plist& list) {
   std::string_view separator;
   for (const Plist& element : list.elements()) {
     text += std::exchange(separator, ", ");
@@ -32,8 +56,9 @@ void AppendList(std::string& text, const Plist& list) {
   if (list.count() > 0) text += '\n';
 }
 
-void AppendKey(std::string& text, const Plist::Entry& entry) {
-  entry.key.appendDescriptionTo(text);
+template <class Text>
+void AppendKey(Text& text, const Plist::Entry& entry) {
+  AppendDescription(text, entry.key);
   text += " = ";
   if (entry.value.isArray()) {
     AppendList(text, entry.value);
@@ -43,12 +68,23 @@ void AppendKey(std::string& text, const Plist::Entry& entry) {
   }
 }
 
+template <class Text>
+void AppendSections(Text& text, const Plist& sections) {
+  for (const auto& [name, section] : sections.entries()) {
+    text += '[';
+    AppendDescription(text, name);
+    text += "]\n";
+    for (const Plist::Entry& entry : section.entries()) AppendKey(text, entry);
+    text += '\n';
+  }
+}
+
 }  // namespace
 
-const Plist& ZKAIniData::madeSection(const Plist& name) {
+const Plist& ZKAIniData::madeSection(const Plist& name, std::size_t capacity) {
   const Plist& existing = plist_.objectForKey(name);
   if (!existing.isNil()) return existing;
-  plist_.setObject_forKey(Plist::dictionary(), name);
+  plist_.setObject_forKey(Plist::dictionaryWithCapacity(capacity), name);
   return plist_.entries().back().value;
 }
 
@@ -85,13 +121,13 @@ std::string ZKAIniData::asIni() const {
 }
 
 void ZKAIniData::appendIniTo(std::string& text) const {
-  for (const auto& [name, section] : plist_.entries()) {
-    text += '[';
-    name.appendDescriptionTo(text);
-    text += "]\n";
-    for (const Plist::Entry& entry : section.entries()) AppendKey(text, entry);
-    text += '\n';
-  }
+  AppendSections(text, plist_);
+}
+
+std::size_t ZKAIniData::sizeAsIni() const {
+  TextSize text;
+  AppendSections(text, plist_);
+  return text.size();
 }
 
 }  // namespace zekara

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -47,13 +48,15 @@ class ZKAIniData {
   std::string asIni() const;
   // The same, appended to `text`; what was appended before a failure stays.
   void appendIniTo(std::string& text) const;
+  // How many bytes that text has. Raises as asIni() does.
+  std::size_t sizeAsIni() const;
 
  private:
   friend class ZKAIniParser;  // looks each section up once, not for each value
 
   ZKAIniData() = default;
 
-  const Plist& madeSection(const Plist& name);
+  const Plist& madeSection(const Plist& name, std::size_t capacity = 0);
   static void addObject_forKey_toSection(Plist object, const Plist& key, const Plist& section);
 
   Plist plist_ = Plist::dictionary();

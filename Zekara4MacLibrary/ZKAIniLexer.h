@@ -42,6 +42,9 @@ class ZKAIniLexer {
   // empty text included, stays a string. Quotes make no difference.
   Plist value();
 
+  // About how many keys come before the next section header: a hint for who makes room for them.
+  std::size_t countKeysAhead() const noexcept;
+
   // The next character, a byte taken as a signed 8-bit number, or 0 at the end.
   //
   // Deliberate: the last byte of the input is never returned, so that an input of L bytes gives L - 1

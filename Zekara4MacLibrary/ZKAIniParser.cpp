@@ -1,5 +1,7 @@
 #include "Zekara4MacLibrary/ZKAIniParser.h"
 
+#include <algorithm>
+
 #include "PortableFoundation/NSException.h"
 
 namespace zekara {
@@ -53,10 +55,18 @@ void ZKAIniParser::parseKey() {
   Require(lexer_.nextToken() == ZKAIniTokenEquals);
 }
 
+// For the keys of a section, and for some that a patch adds. A text may hold any number of what looks like
+// keys.
+std::size_t ZKAIniParser::roomAhead() const {
+  constexpr std::size_t kMostRoom = 1024;
+  const std::size_t keys = lexer_.countKeysAhead();
+  return std::min(keys + keys / 8, kMostRoom);
+}
+
 void ZKAIniParser::parseValue() {
   const std::int32_t token = lexer_.nextToken();
   Require(token == ZKAIniTokenString || token == ZKAIniTokenEndOfLine);
-  if (dictionary_.isNil()) dictionary_ = ini_->madeSection(section_);
+  if (dictionary_.isNil()) dictionary_ = ini_->madeSection(section_, roomAhead());
   ZKAIniData::addObject_forKey_toSection(lexer_.value(), key_, dictionary_);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -25,6 +26,7 @@ class ZKAIniParser {
  private:
   explicit ZKAIniParser(std::string data) : lexer_(ZKAIniLexer::initWithData(std::move(data))) {}
 
+  std::size_t roomAhead() const;
   void parseSection();
   void parseKey();
   void parseValue();

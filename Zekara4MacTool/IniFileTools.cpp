@@ -16,12 +16,11 @@ namespace {
 
 // Finds out, while the file is whole, whether there is memory for its new text and whether the text may be
 // written at this size; what the writer itself will raise is left for later. Returns an empty string with
-// room for the text.
-std::string RehearseWriting(const ZKAIniData& ini, std::size_t expectedSize) {
+// room for the text: the memory has been written to, so that the system has it.
+std::string RehearseWriting(const ZKAIniData& ini) {
   std::string text;
-  text.reserve(expectedSize);
   try {
-    ini.appendIniTo(text);
+    text.resize(ini.sizeAsIni());
   } catch (const NSException&) {
     // Deliberate: raised again after the truncation, which the writer's failures do not prevent.
   }
@@ -41,10 +40,9 @@ ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch) {
   static_cast<void>(opened.release());
   Transaction::blockSignals();
   std::string bytes = file->readDataToEndOfFile();
-  const std::size_t size = bytes.size();
   const std::shared_ptr<ZKAIniData> ini = ZKAIniParser::initWithData(std::move(bytes)).parse();
   ZKAChangedSections changed = ini->applyPatch(patch);
-  std::string text = RehearseWriting(*ini, size + size / 8);
+  std::string text = RehearseWriting(*ini);
   // Deliberate: the file is cut before its new text exists.
   file->truncateFileAtOffset(0);
   ini->appendIniTo(text);

@@ -32,6 +32,7 @@ std::string Written(const Plist& value) {
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection(value, "key", "A");
   const std::string text = document->asIni();
+  EXPECT_EQ(document->sizeAsIni(), text.size());
   const std::string head = "[A]\nkey = ";
   EXPECT_TRUE(text.starts_with(head)) << text;
   EXPECT_TRUE(text.ends_with("\n")) << text;
@@ -267,8 +268,12 @@ TEST(ZKAIniDataTest, SectionThatIsNoDictionaryCannotBeWritten) {
   for (const Plist& section : {Plist("text"), Plist(""), Plist::array(), Plist(5), Plist::data("")}) {
     const auto document = ZKAIniData::init();
     document->asDictionary().setObject_forKey(section, "A");
-    EXPECT_EQ(NameOfExceptionIn([&] { document->asIni(); }), "NSInvalidArgumentException")
-        << section.kindName();
+    std::string text;
+    for (const auto& write : {std::function<void()>([&] { document->asIni(); }),
+                              std::function<void()>([&] { document->appendIniTo(text); }),
+                              std::function<void()>([&] { document->sizeAsIni(); })}) {
+      EXPECT_EQ(NameOfExceptionIn(write), "NSInvalidArgumentException") << section.kindName();
+    }
   }
 }
 
@@ -294,6 +299,7 @@ TEST(ZKAIniDataTest, ValuesThatTheFormatDoesNotKnowReadAgainAsOneWordAndDisturbN
     document->setObject_forKey_inSection(value, "value", "A");
     document->setObject_forKey_inSection("kept", "after", "A");
     const std::string text = document->asIni();
+    EXPECT_EQ(document->sizeAsIni(), text.size()) << text;
     const Plist section = ZKAIniParser::initWithData(text).parse()->section("A");
     EXPECT_EQ(section.count(), 3U) << text;
     EXPECT_EQ(section.objectForKey("before"), Plist("kept")) << text;
@@ -312,6 +318,9 @@ TEST(ZKAIniDataTest, GeneratedDocumentsAreTheSameAfterWritingAndReading) {
     Choices choices(bytes);
     const Plist tree = GenerateIniTree(choices);
     ASSERT_EQ(DumpIniTree(ReadBack(tree)), DumpIniTree(tree)) << "seed " << seed;
+    const auto document = ZKAIniData::init();
+    document->applyPatch(tree);
+    ASSERT_EQ(document->sizeAsIni(), document->asIni().size()) << "seed " << seed;
   }
 }
 

@@ -54,6 +54,25 @@ TEST(ZKAIniLexerTest, TokenIsNoneBeforeTheFirstIsTaken) {
   EXPECT_EQ(ZKAIniLexer::initWithData("word\n").token(), ZKAIniTokenNone);
 }
 
+// countKeysAhead()
+
+TEST(ZKAIniLexerTest, KeysAheadAreThoseOfALargeSectionUpToTheNextHeader) {
+  std::string section;
+  for (int i = 0; i < 100; ++i) section += "key" + std::to_string(i) + " = value\n";
+  ZKAIniLexer lexer = ZKAIniLexer::initWithData(section + "[next]\nkey = value\n");
+  EXPECT_EQ(lexer.countKeysAhead(), 100U);
+  lexer.nextToken();
+  lexer.nextToken();
+  EXPECT_EQ(lexer.countKeysAhead(), 99U);
+  while (lexer.nextToken() != ZKAIniTokenEnd) continue;
+  EXPECT_EQ(lexer.countKeysAhead(), 0U);
+}
+
+TEST(ZKAIniLexerTest, KeysAheadOfASmallSectionAreNotCounted) {
+  EXPECT_EQ(ZKAIniLexer::initWithData("key = value\n[next]\n" + std::string(1000, '=')).countKeysAhead(), 0U);
+  EXPECT_EQ(ZKAIniLexer::initWithData("").countKeysAhead(), 0U);
+}
+
 // getc() and ungetc()
 
 TEST(ZKAIniLexerTest, LastByteOfTheInputIsNeverReturned) {
