@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstddef>
-#include <limits>
+
+#include "PortableFoundation/NSStringIntValue.h"
 
 namespace zekara {
 namespace {
@@ -126,11 +126,9 @@ std::size_t ZKAIniLexer::countKeysAhead() const noexcept {
 
 Plist ZKAIniLexer::value() {
   const std::string_view text = string();
-  if (!text.empty() && text.front() >= '0' && text.front() <= '9') {
-    const char* const end = text.data() + text.size();
-    std::int32_t number = std::numeric_limits<std::int32_t>::max();  // unless there is less
-    if (std::from_chars(text.data(), end, number).ptr == end) return number;
-  }
+  const bool isNumber =
+      !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+  if (isNumber) return NSStringIntValue(text);
   return strings_.string(text);
 }
 
