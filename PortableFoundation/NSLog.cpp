@@ -74,11 +74,11 @@ void WriteOrHold(std::string_view line) noexcept {
 
 }  // namespace
 
-NSLogHeldBack::NSLogHeldBack() noexcept {
+BufferedLog::BufferedLog() noexcept {
   g_held.isHolding = true;
 }
 
-NSLogHeldBack::~NSLogHeldBack() {
+BufferedLog::~BufferedLog() {
   g_held.isHolding = false;
   const std::string_view held(g_held.bytes, std::exchange(g_held.size, 0));
   for (std::size_t start = 0; start < held.size();) {
@@ -88,7 +88,7 @@ NSLogHeldBack::~NSLogHeldBack() {
   }
 }
 
-void NSLogSetProgramName(const char* name) noexcept {
+void SetLogProgramName(const char* name) noexcept {
   g_program_name = name;
 }
 

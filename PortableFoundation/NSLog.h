@@ -13,16 +13,16 @@ namespace zekara {
 // Keeps back the lines of the whole process while it lives, and writes them, one by one, at its end: nobody
 // who reads standard error slowly, or not at all, is waited for meanwhile. Lines that exceed a few kilobytes
 // together are lost. At most one at a time, and in one thread.
-class NSLogHeldBack {
+class BufferedLog {
  public:
-  NSLogHeldBack() noexcept;
-  ~NSLogHeldBack();
-  NSLogHeldBack(const NSLogHeldBack&) = delete;
-  NSLogHeldBack& operator=(const NSLogHeldBack&) = delete;
+  BufferedLog() noexcept;
+  ~BufferedLog();
+  BufferedLog(const BufferedLog&) = delete;
+  BufferedLog& operator=(const BufferedLog&) = delete;
 };
 
 // The name that stands in log lines from now on; `name` must live on. Unset, it is the name under which the
 // program was started. To be called before there is a second thread.
-void NSLogSetProgramName(const char* name) noexcept;
+void SetLogProgramName(const char* name) noexcept;
 
 }  // namespace zekara

@@ -6,7 +6,7 @@
 #include "PortableFoundation/Descriptor.h"
 #include "PortableFoundation/NSException.h"
 #include "PortableFoundation/NSFileHandle.h"
-#include "PortableFoundation/NSProcess.h"
+#include "PortableFoundation/Process.h"
 #include "Zekara4MacLibrary/ZKAIniData.h"
 #include "Zekara4MacLibrary/ZKAIniParser.h"
 #include "Zekara4MacTool/ProcessState.h"
@@ -24,7 +24,7 @@ std::string RehearseWriting(const ZKAIniData& ini) {
   } catch (const NSException&) {
     // Deliberate: raised again after the truncation, which the writer's failures do not prevent.
   }
-  if (text.size() > NSProcessFileSizeLimit()) {
+  if (text.size() > FileSizeLimit()) {
     throw NSException(NSFileHandleOperationException, "the new text is larger than files may be");
   }
   text.clear();

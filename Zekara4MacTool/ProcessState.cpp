@@ -65,23 +65,23 @@ Transaction* g_transaction = nullptr;
 }  // namespace
 
 void PrepareProcess() noexcept {
-  const bool isPrivileged = NSProcessIsPrivileged();
+  const bool isPrivileged = ProcessIsPrivileged();
   IgnoreSignals();
   StopTimers();
   RaiseLimit(RLIMIT_NOFILE, 256);  // before anything is opened
   OpenStandardDescriptors();
-  NSProcessCloseDescriptorsFrom(STDERR_FILENO + 1);
+  CloseDescriptorsFrom(STDERR_FILENO + 1);
   RaiseLimit(RLIMIT_FSIZE, RLIM_INFINITY);
   RaiseLimit(RLIMIT_CPU, RLIM_INFINITY);
   RaiseLimit(RLIMIT_STACK, kStackSize);
   const rlimit none = {};
   setrlimit(RLIMIT_CORE, &none);
   if (isPrivileged) {
-    NSProcessRestorePriority();
-    NSProcessForbidTracing();
-    NSProcessClearEnvironment();
+    RestoreDefaultPriority();
+    ForbidTracing();
+    ClearEnvironment();
   }
-  NSLogSetProgramName("Zekara4MacTool");
+  SetLogProgramName("Zekara4MacTool");
 }
 
 Transaction::Transaction() noexcept {

@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "PortableFoundation/NSLog.h"
-#include "PortableFoundation/NSProcess.h"
+#include "PortableFoundation/Process.h"
 
 namespace zekara {
 
@@ -27,7 +27,7 @@ class Transaction {
   static void blockSignals() noexcept;
 
  private:
-  NSLogHeldBack log_;
+  BufferedLog log_;
   std::optional<AllSignalsBlocked> blocked_;
   FullyRoot root_;
 };

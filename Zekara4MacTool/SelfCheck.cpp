@@ -7,7 +7,7 @@
 #include "PortableFoundation/NSError.h"
 #include "PortableFoundation/NSFileManager.h"
 #include "PortableFoundation/NSLog.h"
-#include "PortableFoundation/NSProcess.h"
+#include "PortableFoundation/Process.h"
 
 namespace zekara {
 namespace {
@@ -38,8 +38,8 @@ enum class RepairResult { kComplete, kOwnerFailed, kModeFailed };
 // caller's to reach it.
 RepairResult RepairAttributes(const std::string& path) {
   const NSFileManager& manager = NSFileManager::defaultManager();
-  const bool isPrivileged = NSProcessIsPrivileged();
-  const Descriptor file = isPrivileged ? NSProcessOpenExecutableNamed(path.c_str()) : Descriptor();
+  const bool isPrivileged = ProcessIsPrivileged();
+  const Descriptor file = isPrivileged ? OpenRunningExecutableNamed(path.c_str()) : Descriptor();
   const AllSignalsBlocked blocked;
   const FullyRoot root;
   const bool isOwned = isPrivileged ? manager.changeOwner_group_ofFile(0, 0, file)

@@ -4,7 +4,7 @@
 #include <set>
 
 #include "PortableFoundation/NSDirectoryEnumerator.h"
-#include "PortableFoundation/NSProcess.h"
+#include "PortableFoundation/Process.h"
 #include "tests/support/ChildProcess.h"
 
 namespace zekara::test {
@@ -140,7 +140,7 @@ TEST(NSDirectoryEnumerator, NameOfAnyBytesIsYieldedAndRemoved) {
 TEST(NSDirectoryEnumerator, DeepTreeIsWalkedAndRemovedWithThreeDescriptors) {
   constexpr int kDepth = 3000;
   RunInChild([] {
-    NSProcessCloseDescriptorsFrom(3);
+    CloseDescriptorsFrom(3);
     const TemporaryDirectory directory;
     MakeDeepTree(directory / "top", kDepth);
     rlimit limit = {};
@@ -370,7 +370,7 @@ TEST(NSDirectoryEnumerator, WhatCannotBeRemovedStaysWithTheDirectoriesThatLeadTo
 
 TEST(NSDirectoryEnumerator, DirectoryWithoutAFreeDescriptorYieldsNothing) {
   RunInChild([] {
-    NSProcessCloseDescriptorsFrom(3);
+    CloseDescriptorsFrom(3);
     const TemporaryDirectory directory;
     WriteFile(directory / "file", "");
     rlimit limit = {};

@@ -15,11 +15,11 @@ using testing::SizeIs;
 
 TEST(NSLog, LineHasTimeProgramAndIdsBeforeTheMessage) {
   CapturedLog log;
-  NSLogSetProgramName("Program");
+  SetLogProgramName("Program");
   const std::time_t before = std::time(nullptr);
   NSLog("PostInstall task");
   const std::time_t after = std::time(nullptr);
-  NSLogSetProgramName(nullptr);
+  SetLogProgramName(nullptr);
   ASSERT_THAT(log.writes(), SizeIs(1));
   const std::string line = log.writes()[0];
   const std::regex form(
@@ -62,9 +62,9 @@ TEST(NSLog, TimeIsLocal) {
 TEST(NSLog, ProgramNameIsTheOneOfTheStartUntilItIsSet) {
   CapturedLog log;
   NSLog("first");
-  NSLogSetProgramName("Other");
+  SetLogProgramName("Other");
   NSLog("second");
-  NSLogSetProgramName(nullptr);
+  SetLogProgramName(nullptr);
   const std::vector<std::string> writes = log.writes();
   ASSERT_THAT(writes, SizeIs(2));
   EXPECT_NE(writes[0].find(std::string(" ") + program_invocation_short_name + "["), std::string::npos)
@@ -75,9 +75,9 @@ TEST(NSLog, ProgramNameIsTheOneOfTheStartUntilItIsSet) {
 TEST(NSLog, LongProgramNameIsCut) {
   CapturedLog log;
   const std::string name(5000, 'n');
-  NSLogSetProgramName(name.c_str());
+  SetLogProgramName(name.c_str());
   NSLog("message");
-  NSLogSetProgramName(nullptr);
+  SetLogProgramName(nullptr);
   ASSERT_THAT(log.writes(), SizeIs(1));
   EXPECT_NE(log.writes()[0].find(" " + std::string(64, 'n') + "["), std::string::npos);
   EXPECT_THAT(log.messages(), ElementsAre("message"));
@@ -159,7 +159,7 @@ TEST(NSLog, FullNonBlockingStandardErrorIsWaitedFor) {
 TEST(NSLog, HeldBackLinesAreWrittenOneByOneAtTheEnd) {
   CapturedLog log;
   {
-    const NSLogHeldBack heldBack;
+    const BufferedLog heldBack;
     NSLog("one");
     NSLog("two\n");
     EXPECT_THAT(log.writes(), testing::IsEmpty());
@@ -168,7 +168,7 @@ TEST(NSLog, HeldBackLinesAreWrittenOneByOneAtTheEnd) {
   NSLog("three");
   EXPECT_THAT(log.messages(), ElementsAre("one", "two", "three"));
   {
-    const NSLogHeldBack heldBack;
+    const BufferedLog heldBack;
     NSLog("four");
   }
   EXPECT_THAT(log.messages(), ElementsAre("one", "two", "three", "four"));
@@ -178,7 +178,7 @@ TEST(NSLog, HeldBackLinesBeyondTheRoomAreLostWhole) {
   CapturedLog log;
   const std::string large(3000, 'l');
   {
-    const NSLogHeldBack heldBack;
+    const BufferedLog heldBack;
     NSLog("first");
     NSLog("%s", std::string(100'000, 'x').c_str());
     NSLog("%s", large.c_str());
@@ -197,7 +197,7 @@ TEST(NSLog, ReaderThatReadsNothingIsNotWaitedForWhileLinesAreHeldBack) {
     }
     fcntl(pipe.input.get(), F_SETFL, 0);
     const int saved = dup(STDERR_FILENO);
-    const auto heldBack = new NSLogHeldBack;  // never released: that would wait
+    const auto heldBack = new BufferedLog;  // never released: that would wait
     dup2(pipe.input.get(), STDERR_FILENO);
     for (int i = 0; i < 10'000; ++i) NSLog("Can't signal 1 to /var/zekara/run/FileD.pid");
     dup2(saved, STDERR_FILENO);

@@ -17,11 +17,11 @@
 #include "PortableFoundation/NSFileHandle.h"
 #include "PortableFoundation/NSFileManager.h"
 #include "PortableFoundation/NSLog.h"
-#include "PortableFoundation/NSProcess.h"
 #include "PortableFoundation/NSPropertyListSerialization.h"
 #include "PortableFoundation/NSRunLoop.h"
 #include "PortableFoundation/NSStringIntValue.h"
 #include "PortableFoundation/Plist.h"
+#include "PortableFoundation/Process.h"
 
 namespace {
 
@@ -87,14 +87,14 @@ void UseRunLoop() {
 }  // namespace
 
 int main() {
-  zekara::NSLogSetProgramName("foundation_consumer");
+  zekara::SetLogProgramName("foundation_consumer");
   char directory[] = "/tmp/consumer-XXXXXX";
   if (mkdtemp(directory) == nullptr) return 2;
   UseValues();
   UseFiles(directory);
   UseRunLoop();
   rmdir(directory);
-  Expect(!zekara::NSProcessIsPrivileged(), "nothing here is set-user-id");
+  Expect(!zekara::ProcessIsPrivileged(), "nothing here is set-user-id");
   zekara::NSLog("%d failures", g_failures);
   return g_failures == 0 ? 0 : 1;
 }

@@ -11,18 +11,18 @@ namespace zekara {
 
 // Whether the process runs with rights that its caller lacks: its real and effective ids differ, or the
 // system says that the start changed them.
-bool NSProcessIsPrivileged() noexcept;
+bool ProcessIsPrivileged() noexcept;
 
 // The file that this process is running, open for reading, whatever its path names by now; none when the
 // system does not tell.
-Descriptor NSProcessOpenExecutable() noexcept;
+Descriptor OpenRunningExecutable() noexcept;
 
 // The same, if `path` names that very file. The path itself is never opened: it may name a FIFO, or a device
 // that acts.
-Descriptor NSProcessOpenExecutableNamed(const char* path) noexcept;
+Descriptor OpenRunningExecutableNamed(const char* path) noexcept;
 
 // How many bytes a file may have that this process writes.
-std::uint64_t NSProcessFileSizeLimit() noexcept;
+std::uint64_t FileSizeLimit() noexcept;
 
 // Blocks every signal for the calling thread until the object goes.
 class AllSignalsBlocked {
@@ -55,17 +55,17 @@ class FullyRoot {
 };
 
 // Leaves the environment empty.
-void NSProcessClearEnvironment() noexcept;
+void ClearEnvironment() noexcept;
 
 // Keeps the process from being traced, read or dumped by those who started it, where the system can be told
 // so.
-void NSProcessForbidTracing() noexcept;
+void ForbidTracing() noexcept;
 
 // Gives the process the scheduling of any other, for the processor and, where there is such a thing, for
 // files: who has started it might let it wait while it holds what others wait for.
-void NSProcessRestorePriority() noexcept;
+void RestoreDefaultPriority() noexcept;
 
 // Closes every descriptor from `first` up.
-void NSProcessCloseDescriptorsFrom(int first) noexcept;
+void CloseDescriptorsFrom(int first) noexcept;
 
 }  // namespace zekara

@@ -1,34 +1,34 @@
 #include <gtest/gtest.h>
 
-#include "PortableFoundation/NSProcess.h"
+#include "PortableFoundation/Process.h"
 #include "tests/support/ChildProcess.h"
 
 namespace zekara::test {
 namespace {
 
-TEST(NSProcess, ProcessOfOneUserIsNotPrivileged) {
-  EXPECT_FALSE(NSProcessIsPrivileged());
+TEST(Process, ProcessOfOneUserIsNotPrivileged) {
+  EXPECT_FALSE(ProcessIsPrivileged());
   if (!IsRoot()) return;
   RunInChild([] {
     ASSERT_TRUE(BecomeOtherUser());
-    EXPECT_FALSE(NSProcessIsPrivileged());
+    EXPECT_FALSE(ProcessIsPrivileged());
   });
 }
 
-TEST(NSProcess, DifferentRealAndEffectiveIdsArePrivileged) {
+TEST(Process, DifferentRealAndEffectiveIdsArePrivileged) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   RunInChild([] {
     ASSERT_EQ(setresuid(kOtherUser, 0, 0), 0);
-    EXPECT_TRUE(NSProcessIsPrivileged());
+    EXPECT_TRUE(ProcessIsPrivileged());
   });
   RunInChild([] {
     ASSERT_EQ(setresgid(kOtherUser, 0, 0), 0);
-    EXPECT_TRUE(NSProcessIsPrivileged());
+    EXPECT_TRUE(ProcessIsPrivileged());
   });
 }
 
-TEST(NSProcess, ExecutableIsTheRunningFile) {
-  const Descriptor file = NSProcessOpenExecutable();
+TEST(Process, ExecutableIsTheRunningFile) {
+  const Descriptor file = OpenRunningExecutable();
   ASSERT_TRUE(file.isOpen());
   struct stat opened = {};
   struct stat running = {};
@@ -38,24 +38,24 @@ TEST(NSProcess, ExecutableIsTheRunningFile) {
   EXPECT_EQ(opened.st_ino, StatusOf(std::filesystem::read_symlink("/proc/self/exe").string()).st_ino);
 }
 
-TEST(NSProcess, ExecutableIsOpenedByItsOwnNamesOnly) {
+TEST(Process, ExecutableIsOpenedByItsOwnNamesOnly) {
   const TemporaryDirectory directory;
   const std::string own = std::filesystem::read_symlink("/proc/self/exe").string();
   ASSERT_EQ(symlink(own.c_str(), (directory / "link").c_str()), 0);
   std::filesystem::copy_file(own, directory / "copy");
   ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
-  EXPECT_TRUE(NSProcessOpenExecutableNamed(own.c_str()).isOpen());
-  EXPECT_TRUE(NSProcessOpenExecutableNamed((directory / "link").c_str()).isOpen());
+  EXPECT_TRUE(OpenRunningExecutableNamed(own.c_str()).isOpen());
+  EXPECT_TRUE(OpenRunningExecutableNamed((directory / "link").c_str()).isOpen());
   for (const char* name : {"copy", "fifo", "missing"}) {
-    EXPECT_FALSE(NSProcessOpenExecutableNamed((directory / name).c_str()).isOpen()) << name;
+    EXPECT_FALSE(OpenRunningExecutableNamed((directory / name).c_str()).isOpen()) << name;
   }
 }
 
-TEST(NSProcess, FileSizeLimitIsTheSoftOne) {
+TEST(Process, FileSizeLimitIsTheSoftOne) {
   RunInChild([] {
     const rlimit limit = {.rlim_cur = 12345, .rlim_max = 54321};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    EXPECT_EQ(NSProcessFileSizeLimit(), 12345U);
+    EXPECT_EQ(FileSizeLimit(), 12345U);
   });
 }
 
@@ -66,7 +66,7 @@ sigset_t BlockedSignals() {
   return blocked;
 }
 
-TEST(NSProcess, SignalsAreBlockedUntilTheObjectGoesAndThenAsBefore) {
+TEST(Process, SignalsAreBlockedUntilTheObjectGoesAndThenAsBefore) {
   RunInChild([] {
     sigset_t own;
     sigemptyset(&own);
@@ -105,7 +105,7 @@ void PrintTo(const Ids& ids, std::ostream* out) {
        << ids.effectiveGroup << ":" << ids.savedGroup;
 }
 
-TEST(NSProcess, FullyRootHasItsRealIdsAtZeroAndGivesThemBack) {
+TEST(Process, FullyRootHasItsRealIdsAtZeroAndGivesThemBack) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   for (const gid_t effectiveGroup : {gid_t{0}, gid_t{kOtherUser}}) {
     RunInChild([&] {
@@ -126,7 +126,7 @@ TEST(NSProcess, FullyRootHasItsRealIdsAtZeroAndGivesThemBack) {
   }
 }
 
-TEST(NSProcess, FullyRootDoesNothingForRootAndForOthers) {
+TEST(Process, FullyRootDoesNothingForRootAndForOthers) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   for (const bool isOther : {false, true}) {
     RunInChild([&] {
@@ -141,7 +141,7 @@ TEST(NSProcess, FullyRootDoesNothingForRootAndForOthers) {
   }
 }
 
-TEST(NSProcess, CallersSignalDoesNotReachAFullyRootProcess) {
+TEST(Process, CallersSignalDoesNotReachAFullyRootProcess) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   Pipe ready;
   Pipe done;
@@ -163,23 +163,23 @@ TEST(NSProcess, CallersSignalDoesNotReachAFullyRootProcess) {
   EXPECT_EQ(WaitForChild(tool), 0);
 }
 
-TEST(NSProcess, RestoredPriorityIsThatOfAnyOther) {
+TEST(Process, RestoredPriorityIsThatOfAnyOther) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   if (sched_getscheduler(0) < 0) GTEST_SKIP() << "musl has no sched_setscheduler()";
   RunInChild([] {
     constexpr sched_param none = {};
     ASSERT_EQ(sched_setscheduler(0, SCHED_IDLE, &none), 0);
     ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 15), 0);
-    NSProcessRestorePriority();
+    RestoreDefaultPriority();
     EXPECT_EQ(sched_getscheduler(0), SCHED_OTHER);
     EXPECT_EQ(getpriority(PRIO_PROCESS, 0), 0);
   });
 }
 
-TEST(NSProcess, ClearedEnvironmentIsEmpty) {
+TEST(Process, ClearedEnvironmentIsEmpty) {
   RunInChild([] {
     setenv("LD_PRELOAD", "/tmp/evil.so", 1);
-    NSProcessClearEnvironment();
+    ClearEnvironment();
     EXPECT_EQ(std::getenv("LD_PRELOAD"), nullptr);
     EXPECT_EQ(std::getenv("PATH"), nullptr);
     EXPECT_EQ(*environ, nullptr);
@@ -188,28 +188,28 @@ TEST(NSProcess, ClearedEnvironmentIsEmpty) {
   });
 }
 
-TEST(NSProcess, ForbiddenTracingMakesItUndumpable) {
+TEST(Process, ForbiddenTracingMakesItUndumpable) {
   RunInChild([] {
     EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
-    NSProcessForbidTracing();
+    ForbidTracing();
     EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
   });
 }
 
-TEST(NSProcess, DescriptorsAreClosedFromTheFirstUp) {
+TEST(Process, DescriptorsAreClosedFromTheFirstUp) {
   RunInChild([] {
     for (const int descriptor : {10, 11, 12, 500, 1000}) dup2(STDIN_FILENO, descriptor);
-    NSProcessCloseDescriptorsFrom(11);
+    CloseDescriptorsFrom(11);
     EXPECT_GE(fcntl(10, F_GETFD), 0);
     for (const int descriptor : {11, 12, 500, 1000}) EXPECT_LT(fcntl(descriptor, F_GETFD), 0) << descriptor;
   });
 }
 
-TEST(NSProcess, DescriptorsAreClosedWhereNoSingleCallDoesIt) {
+TEST(Process, DescriptorsAreClosedWhereNoSingleCallDoesIt) {
   RunInChild([] {
     for (const int descriptor : {10, 11, 500, 1000}) dup2(STDIN_FILENO, descriptor);
     ASSERT_TRUE(MakeSystemCallsFail({SYS_close_range}, ENOSYS));
-    NSProcessCloseDescriptorsFrom(11);
+    CloseDescriptorsFrom(11);
     EXPECT_GE(fcntl(10, F_GETFD), 0);
     for (const int descriptor : {11, 500, 1000}) EXPECT_LT(fcntl(descriptor, F_GETFD), 0) << descriptor;
   });

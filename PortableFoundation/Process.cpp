@@ -1,4 +1,4 @@
-#include "PortableFoundation/NSProcess.h"
+#include "PortableFoundation/Process.h"
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -34,14 +34,14 @@ void CloseDescriptorsOneByOne(int first) noexcept {
 
 #ifdef __APPLE__
 
-bool NSProcessIsPrivileged() noexcept {
+bool ProcessIsPrivileged() noexcept {
   return issetugid() != 0 || getuid() != geteuid() || getgid() != getegid();
 }
 
 // The path is that of the region that holds this very code; it is believed only if it still names that file.
-Descriptor NSProcessOpenExecutable() noexcept {
+Descriptor OpenRunningExecutable() noexcept {
   proc_regionwithpathinfo region = {};
-  const auto address = reinterpret_cast<std::uint64_t>(&NSProcessOpenExecutable);
+  const auto address = reinterpret_cast<std::uint64_t>(&OpenRunningExecutable);
   const int size = proc_pidinfo(getpid(), PROC_PIDREGIONPATHINFO, address, &region, sizeof region);
   if (size != static_cast<int>(sizeof region)) return Descriptor();
   Descriptor file = OpenAt(AT_FDCWD, region.prp_vip.vip_path, O_RDONLY | O_NONBLOCK);
@@ -52,10 +52,10 @@ Descriptor NSProcessOpenExecutable() noexcept {
   return isMapped ? std::move(file) : Descriptor();
 }
 
-void NSProcessForbidTracing() noexcept {}  // the system lets nobody trace a set-user-id process
+void ForbidTracing() noexcept {}  // the system lets nobody trace a set-user-id process
 
 // The list is cut to the array's size, and is asked for again until nothing in it is left to be closed.
-void NSProcessCloseDescriptorsFrom(int first) noexcept {
+void CloseDescriptorsFrom(int first) noexcept {
   for (;;) {
     proc_fdinfo open[256];
     const int size = proc_pidinfo(getpid(), PROC_PIDLISTFDS, 0, open, static_cast<int>(sizeof open));
@@ -68,32 +68,32 @@ void NSProcessCloseDescriptorsFrom(int first) noexcept {
   }
 }
 
-void NSProcessRestorePriority() noexcept {
+void RestoreDefaultPriority() noexcept {
   setpriority(PRIO_PROCESS, 0, 0);
 }
 
 #else
 
-bool NSProcessIsPrivileged() noexcept {
+bool ProcessIsPrivileged() noexcept {
   return getauxval(AT_SECURE) != 0 || getuid() != geteuid() || getgid() != getegid();
 }
 
-Descriptor NSProcessOpenExecutable() noexcept {
+Descriptor OpenRunningExecutable() noexcept {
   return OpenAt(AT_FDCWD, "/proc/self/exe", O_RDONLY);
 }
 
-void NSProcessForbidTracing() noexcept {
+void ForbidTracing() noexcept {
   prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
 }
 
-void NSProcessCloseDescriptorsFrom(int first) noexcept {
+void CloseDescriptorsFrom(int first) noexcept {
 #ifdef SYS_close_range
   if (syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0) return;
 #endif
   CloseDescriptorsOneByOne(first);  // Linux before 5.9
 }
 
-void NSProcessRestorePriority() noexcept {
+void RestoreDefaultPriority() noexcept {
   constexpr sched_param kNone = {};
   sched_setscheduler(0, SCHED_OTHER, &kNone);
   setpriority(PRIO_PROCESS, 0, 0);
@@ -105,8 +105,8 @@ void NSProcessRestorePriority() noexcept {
 
 #endif
 
-Descriptor NSProcessOpenExecutableNamed(const char* path) noexcept {
-  Descriptor running = NSProcessOpenExecutable();
+Descriptor OpenRunningExecutableNamed(const char* path) noexcept {
+  Descriptor running = OpenRunningExecutable();
   struct stat named = {};
   struct stat opened = {};
   const bool isSame =
@@ -114,7 +114,7 @@ Descriptor NSProcessOpenExecutableNamed(const char* path) noexcept {
   return isSame ? std::move(running) : Descriptor();
 }
 
-std::uint64_t NSProcessFileSizeLimit() noexcept {
+std::uint64_t FileSizeLimit() noexcept {
   rlimit limit = {};
   return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? limit.rlim_cur : std::numeric_limits<std::uint64_t>::max();
 }
@@ -148,7 +148,7 @@ FullyRoot::~FullyRoot() {
   static_cast<void>(hasGroup && hasUser);
 }
 
-void NSProcessClearEnvironment() noexcept {
+void ClearEnvironment() noexcept {
   static char* empty[] = {nullptr};
   environ = empty;
 }
