@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "PortableFoundation/NSCharacterSet.h"
+#include "PortableFoundation/Alphanumeric.h"
 
 namespace zekara {
 namespace {

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 
-#include "PortableFoundation/NSStringIntValue.h"
+#include "PortableFoundation/IntValue.h"
 
 namespace zekara {
 namespace {
@@ -128,7 +128,7 @@ Plist ZKAIniLexer::value() {
   const std::string_view text = string();
   const bool isNumber =
       !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
-  if (isNumber) return NSStringIntValue(text);
+  if (isNumber) return IntValue(text);
   return strings_.string(text);
 }
 

@@ -7,7 +7,7 @@
 #include "PortableFoundation/Descriptor.h"
 #include "PortableFoundation/NSDirectoryEnumerator.h"
 #include "PortableFoundation/NSLog.h"
-#include "PortableFoundation/NSStringIntValue.h"
+#include "PortableFoundation/IntValue.h"
 
 namespace zekara {
 namespace {

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "PortableFoundation/NSStringIntValue.h"
+#include "PortableFoundation/IntValue.h"
 #include "fuzz/Require.h"
 
 namespace zekara {
@@ -60,7 +60,7 @@ void Check(std::string_view input) {
   const std::string_view cuts = input.substr(0, std::min(input.size(), kCuts));
   std::string_view text = input.substr(cuts.size());
   const std::int32_t expected = Expected(text);
-  Require(NSStringIntValue(text) == expected);
+  Require(IntValue(text) == expected);
   IntValueScanner scanner;
   for (std::size_t turn = 0; !text.empty(); ++turn) {
     const std::size_t size =

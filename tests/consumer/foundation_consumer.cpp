@@ -9,8 +9,9 @@
 #include <iostream>
 #include <string>
 
+#include "PortableFoundation/Alphanumeric.h"
 #include "PortableFoundation/Descriptor.h"
-#include "PortableFoundation/NSCharacterSet.h"
+#include "PortableFoundation/IntValue.h"
 #include "PortableFoundation/NSDirectoryEnumerator.h"
 #include "PortableFoundation/NSError.h"
 #include "PortableFoundation/NSException.h"
@@ -19,7 +20,6 @@
 #include "PortableFoundation/NSLog.h"
 #include "PortableFoundation/NSPropertyListSerialization.h"
 #include "PortableFoundation/NSRunLoop.h"
-#include "PortableFoundation/NSStringIntValue.h"
 #include "PortableFoundation/Plist.h"
 #include "PortableFoundation/Process.h"
 
@@ -42,7 +42,7 @@ void UseValues() {
          "a dictionary is written");
   Expect(NSPropertyListSerialization::propertyListFromData(bytes, error) == message,
          "it is read back as it was");
-  Expect(NSStringIntValue(" -12x") == -12, "a number ends where its digits do");
+  Expect(IntValue(" -12x") == -12, "a number ends where its digits do");
   Expect(IsAlphanumericText("a1") && !IsAlphanumericText("a 1"), "a blank is not alphanumeric");
   const NSError failure("xx", 123, message);
   Expect(failure.domain() == "xx" && failure.code() == 123, "an error keeps its domain and code");

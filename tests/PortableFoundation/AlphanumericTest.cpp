@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "PortableFoundation/NSCharacterSet.h"
+#include "PortableFoundation/Alphanumeric.h"
 #include "tests/support/ChildProcess.h"
 
 namespace zekara::test {
@@ -37,7 +37,7 @@ std::string Encode(char32_t codePoint) {
   return {byte(0xF0 | codePoint >> 18), byte(0x80 | (codePoint >> 12 & 0x3F)), third, last};
 }
 
-class NSCharacterSetDatabase : public testing::Test {
+class AlphanumericDatabase : public testing::Test {
  protected:
   void SetUp() override {
     if (access(kDatabase, R_OK) != 0)
@@ -50,7 +50,7 @@ class NSCharacterSetDatabase : public testing::Test {
   std::string categories_;
 };
 
-TEST_F(NSCharacterSetDatabase, HasTheCategoriesThatEverybodyKnows) {
+TEST_F(AlphanumericDatabase, HasTheCategoriesThatEverybodyKnows) {
   EXPECT_EQ(categories_['A'], 'L');
   EXPECT_EQ(categories_['7'], 'N');
   EXPECT_EQ(categories_[0x301], 'M');
@@ -59,7 +59,7 @@ TEST_F(NSCharacterSetDatabase, HasTheCategoriesThatEverybodyKnows) {
   EXPECT_EQ(categories_[0x10FFFF], 'C');
 }
 
-TEST_F(NSCharacterSetDatabase, EveryCodePointIsAlphanumericAsItsCategorySays) {
+TEST_F(AlphanumericDatabase, EveryCodePointIsAlphanumericAsItsCategorySays) {
   int wrong = 0;
   for (char32_t codePoint = 0; codePoint < kCodePoints; ++codePoint) {
     if (IsAlphanumeric(codePoint) != isWanted(codePoint) && ++wrong < 10) {
@@ -70,7 +70,7 @@ TEST_F(NSCharacterSetDatabase, EveryCodePointIsAlphanumericAsItsCategorySays) {
   EXPECT_EQ(wrong, 0);
 }
 
-TEST_F(NSCharacterSetDatabase, EveryCharacterOfATextIsJudgedByItsCodePoint) {
+TEST_F(AlphanumericDatabase, EveryCharacterOfATextIsJudgedByItsCodePoint) {
   int wrong = 0;
   for (char32_t codePoint = 0; codePoint < kCodePoints; ++codePoint) {
     if (codePoint >= 0xD800 && codePoint < 0xE000) continue;
@@ -82,7 +82,7 @@ TEST_F(NSCharacterSetDatabase, EveryCharacterOfATextIsJudgedByItsCodePoint) {
   EXPECT_EQ(wrong, 0);
 }
 
-TEST_F(NSCharacterSetDatabase, GeneratedTableIsUpToDate) {
+TEST_F(AlphanumericDatabase, GeneratedTableIsUpToDate) {
   const TemporaryDirectory directory;
   const std::string output = directory / "ranges.h";
   const std::string source = ZEKARA_SOURCE_DIR;
@@ -93,7 +93,7 @@ TEST_F(NSCharacterSetDatabase, GeneratedTableIsUpToDate) {
   EXPECT_FALSE(ReadFile(output).empty());
 }
 
-TEST(NSCharacterSet, CodePointBeyondUnicodeIsNotAlphanumeric) {
+TEST(Alphanumeric, CodePointBeyondUnicodeIsNotAlphanumeric) {
   EXPECT_FALSE(IsAlphanumeric(kCodePoints));
   EXPECT_FALSE(IsAlphanumeric(0xFFFFFFFF));
 }
@@ -104,16 +104,16 @@ struct Text {
   bool isAlphanumeric;
 };
 
-class NSCharacterSetText : public testing::TestWithParam<Text> {};
+class AlphanumericText : public testing::TestWithParam<Text> {};
 
-TEST_P(NSCharacterSetText, IsJudged) {
+TEST_P(AlphanumericText, IsJudged) {
   EXPECT_EQ(IsAlphanumericText(GetParam().text), GetParam().isAlphanumeric);
 }
 
 using namespace std::literals;
 
 INSTANTIATE_TEST_SUITE_P(
-    Texts, NSCharacterSetText,
+    Texts, AlphanumericText,
     testing::Values(Text{"Empty", "", true}, Text{"Word", "Yes", true}, Text{"Digits", "43200", true},
                     Text{"Blank", "Yes No", false}, Text{"Path", "/dev", false},
                     Text{"LastIsWrong", "Yes.", false}, Text{"FirstIsWrong", "-1", false},

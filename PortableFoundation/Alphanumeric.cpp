@@ -1,4 +1,4 @@
-#include "PortableFoundation/NSCharacterSet.h"
+#include "PortableFoundation/Alphanumeric.h"
 
 #include <algorithm>
 #include <array>

@@ -22,6 +22,6 @@ class IntValueScanner {
   std::int64_t magnitude_ = 0;  // clamped just beyond 32 bits
 };
 
-std::int32_t NSStringIntValue(std::string_view text) noexcept;
+std::int32_t IntValue(std::string_view text) noexcept;
 
 }  // namespace zekara

@@ -1,4 +1,4 @@
-#include "PortableFoundation/NSStringIntValue.h"
+#include "PortableFoundation/IntValue.h"
 
 #include <algorithm>
 #include <limits>
@@ -36,7 +36,7 @@ std::int32_t IntValueScanner::value() const noexcept {
   return static_cast<std::int32_t>(std::clamp<std::int64_t>(signedValue, Limits::min(), Limits::max()));
 }
 
-std::int32_t NSStringIntValue(std::string_view text) noexcept {
+std::int32_t IntValue(std::string_view text) noexcept {
   IntValueScanner scanner;
   scanner.scan(text);
   return scanner.value();

@@ -3,7 +3,7 @@
 #include <random>
 #include <string>
 
-#include "PortableFoundation/NSStringIntValue.h"
+#include "PortableFoundation/IntValue.h"
 
 namespace zekara::test {
 namespace {
@@ -16,13 +16,13 @@ struct Case {
   std::int32_t value;
 };
 
-class NSStringIntValueTable : public testing::TestWithParam<Case> {};
+class IntValueTable : public testing::TestWithParam<Case> {};
 
-TEST_P(NSStringIntValueTable, TextGivesItsNumber) {
-  EXPECT_EQ(NSStringIntValue(GetParam().text), GetParam().value);
+TEST_P(IntValueTable, TextGivesItsNumber) {
+  EXPECT_EQ(IntValue(GetParam().text), GetParam().value);
 }
 
-TEST_P(NSStringIntValueTable, PiecesGiveTheSameNumber) {
+TEST_P(IntValueTable, PiecesGiveTheSameNumber) {
   const std::string_view text = GetParam().text;
   for (std::size_t size = 1; size <= text.size(); ++size) {
     IntValueScanner scanner;
@@ -35,7 +35,7 @@ constexpr auto kMax = std::numeric_limits<std::int32_t>::max();
 constexpr auto kMin = std::numeric_limits<std::int32_t>::min();
 
 INSTANTIATE_TEST_SUITE_P(
-    Texts, NSStringIntValueTable,
+    Texts, IntValueTable,
     testing::Values(Case{"Empty", "", 0}, Case{"Digits", "123", 123}, Case{"LineFeedAfter", "123\n", 123},
                     Case{"BlanksBefore", "  123\n", 123}, Case{"LettersAfter", "123abc", 123},
                     Case{"MoreTextAfter", "123 456", 123}, Case{"LettersBefore", "a123", 0},
@@ -66,20 +66,20 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{"NegativeTwoToThe64AndOne", "-18446744073709551617", kMin}),
     [](const auto& test) { return test.param.name; });
 
-TEST(NSStringIntValue, MillionsOfDigitsAreClamped) {
+TEST(IntValue, MillionsOfDigitsAreClamped) {
   const std::string digits(3'000'000, '9');
-  EXPECT_EQ(NSStringIntValue(digits), kMax);
-  EXPECT_EQ(NSStringIntValue("-" + digits), kMin);
-  EXPECT_EQ(NSStringIntValue(std::string(3'000'000, '0') + "5"), 5);
-  EXPECT_EQ(NSStringIntValue(std::string(3'000'000, ' ') + "-5"), -5);
+  EXPECT_EQ(IntValue(digits), kMax);
+  EXPECT_EQ(IntValue("-" + digits), kMin);
+  EXPECT_EQ(IntValue(std::string(3'000'000, '0') + "5"), 5);
+  EXPECT_EQ(IntValue(std::string(3'000'000, ' ') + "-5"), -5);
 }
 
-TEST(NSStringIntValue, EveryNumberIsTakenAsItIsWritten) {
+TEST(IntValue, EveryNumberIsTakenAsItIsWritten) {
   std::mt19937 random(20261121);
   std::uniform_int_distribution<std::int32_t> any(kMin, kMax);
   for (int i = 0; i < 100'000; ++i) {
     const std::int32_t number = any(random) >> (i % 31);
-    EXPECT_EQ(NSStringIntValue(std::to_string(number)), number);
+    EXPECT_EQ(IntValue(std::to_string(number)), number);
   }
 }
 
