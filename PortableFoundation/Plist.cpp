@@ -212,12 +212,6 @@ inline Plist::DictionaryNode& Plist::dictionaryToChange() const {
   return *static_cast<DictionaryNode*>(node());
 }
 
-namespace {
-
-const Plist kNil;
-
-}  // namespace
-
 Plist::Plist(Kind kind, std::string_view bytes) {
   constexpr std::size_t kWord = sizeof(std::uint64_t);
   const std::size_t size = bytes.size();
@@ -436,29 +430,25 @@ std::span<const Plist::Entry> Plist::entries() const {
   return dictionaryAskedFor("its entries")->entries;
 }
 
-const Plist& Plist::objectForKey(const Plist& key) const {
-  if (isNil() || key.isNil() || key.isContainer()) return kNil;
+Plist Plist::objectForKey(const Plist& key) const {
+  if (isNil() || key.isNil() || key.isContainer()) return {};
   const DictionaryNode* dictionary = dictionaryAskedFor("the value of a key");
   const std::size_t place = dictionary->find(key);
-  return place < dictionary->entries.size() ? dictionary->entries[place].value : kNil;
-}
-
-const Plist& Plist::objectForKey(std::string_view key) const {
-  return objectForKey(Plist(key));
+  return place < dictionary->entries.size() ? dictionary->entries[place].value : Plist();
 }
 
 void Plist::setObject_forKey(Plist value, Plist key) const {
   dictionaryToChange().store(value, key);
 }
 
-const Plist& Plist::setObject_forKeyIfAbsent(Plist& value, Plist key) const {
+Plist Plist::setObject_forKeyIfAbsent(Plist& value, Plist key) const {
   DictionaryNode& dictionary = dictionaryToChange();
   DictionaryNode::require(value, key);
   Entry& entry = dictionary.entryFor(key);
   if (!entry.value.isNil()) return entry.value;
   entry.key.takeFrom(key);
   entry.value.takeFrom(value);
-  return kNil;
+  return {};
 }
 
 Plist Plist::copy() const {

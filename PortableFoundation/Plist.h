@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 namespace zekara {
 
@@ -136,19 +137,15 @@ class Plist {
 
   // A dictionary's entries, in order. The range lives until the dictionary changes.
   std::span<const Entry> entries() const;
-  // The value under `key`, nil when there is none. The reference lives until the dictionary changes. Constant
-  // time in the mean, logarithmic where all keys were stored in ascending order, whatever keys a hostile
-  // writer chose.
-  const Plist& objectForKey(const Plist& key) const;
-  const Plist& objectForKey(std::string_view key) const;
-  const Plist& objectForKey(const std::string& key) const { return objectForKey(std::string_view(key)); }
-  const Plist& objectForKey(const char* key) const { return objectForKey(std::string_view(key)); }
+  // The value under `key`, nil when there is none. Constant time in the mean, logarithmic where all keys were
+  // stored in ascending order, whatever keys a hostile writer chose.
+  Plist objectForKey(const Plist& key) const;
   // Stores `value` under `key`, replacing an earlier value in its place. A key is any value but nil and
   // containers; only string keys can be written as a property list.
   void setObject_forKey(Plist value, Plist key) const;
-  // The same, but leaves an earlier value alone, and `value` too. Returns the earlier one, as objectForKey()
-  // does; nil when `value` was moved in.
-  const Plist& setObject_forKeyIfAbsent(Plist& value, Plist key) const;
+  // The same, but leaves an earlier value alone, and `value` too. Returns the earlier value; nil when `value`
+  // was moved in.
+  Plist setObject_forKeyIfAbsent(Plist& value, Plist key) const;
 
   // An unmodifiable copy: containers are copied one level deep and share their elements; scalars are
   // themselves.
@@ -258,8 +255,11 @@ struct Plist::Entry {
 class Plist::StringPool {
  public:
   StringPool() noexcept = default;
-  StringPool(const StringPool&) = delete;
-  StringPool& operator=(const StringPool&) = delete;
+  StringPool(StringPool&& other) noexcept { swap(other); }
+  StringPool& operator=(StringPool&& other) noexcept {
+    swap(other);
+    return *this;
+  }
   ~StringPool() { close(); }
 
   Plist string(std::string_view text);
@@ -271,6 +271,12 @@ class Plist::StringPool {
 
   void open(std::size_t leastSize);
   void close() noexcept;
+  void swap(StringPool& other) noexcept {
+    std::swap(block_, other.block_);
+    std::swap(size_, other.size_);
+    std::swap(used_, other.used_);
+    std::swap(unclaimed_, other.unclaimed_);
+  }
 
   StringNode* block_ = nullptr;
   std::size_t size_ = 0;

@@ -27,9 +27,10 @@ class ZKAIniData {
   // Stores a value, replacing an earlier value or list; otherwise the same.
   void setObject_forKey_inSection(Plist object, const Plist& key, const Plist& section);
 
-  // The stored value itself; nil when the section or the key is missing. The reference lives until its
-  // section changes.
-  const Plist& objectForKey_inSection(const Plist& key, const Plist& section) const;
+  // Returns the stored value itself, not a copy of a list; nil if the section or the key is missing.
+  Plist objectForKey_inSection(const Plist& key, const Plist& section) const {
+    return plist_.objectForKey(section).objectForKey(key);
+  }
   // The section's live dictionary; nil when missing.
   Plist section(const Plist& section) const { return plist_.objectForKey(section); }
 
@@ -41,25 +42,20 @@ class ZKAIniData {
   }
 
   // The live section tree.
-  const Plist& asDictionary() const noexcept { return plist_; }
+  Plist asDictionary() const noexcept { return plist_; }
 
   // The document as INI text in UTF-8, as docs/ini-format.md lays it down. Raises
   // "NSInvalidArgumentException" when a section is no dictionary, or a value is nested too deeply for a text.
   std::string asIni() const;
-  // The same, appended to `text`; what was appended before a failure stays.
-  void appendIniTo(std::string& text) const;
-  // How many bytes that text has. Raises as asIni() does.
-  std::size_t sizeAsIni() const;
 
  private:
-  friend class ZKAIniParser;  // looks each section up once, not for each value
-
   ZKAIniData() = default;
 
-  const Plist& madeSection(const Plist& name, std::size_t capacity = 0);
-  static void addObject_forKey_toSection(Plist object, const Plist& key, const Plist& section);
+  Plist sectionToChange(const Plist& name);
 
   Plist plist_ = Plist::dictionary();
+  // The entry of the section that was changed last. Most changes are to the same section as the one before.
+  std::size_t lastSection_ = 0;
 };
 
 }  // namespace zekara

@@ -28,20 +28,6 @@ bool IsPartOf(std::uint8_t part, char c) {
   return (kPartsOf[static_cast<unsigned char>(c)] & part) != 0;
 }
 
-// One comparison a byte without a branch, in blocks of known size: compilers make vector instructions of it.
-std::size_t CountEquals(std::string_view text) {
-  constexpr std::size_t kBlockSize = 32;
-  std::size_t count = 0;
-  for (; text.size() >= kBlockSize; text.remove_prefix(kBlockSize)) {
-    const char* const block = text.data();
-    std::uint8_t inBlock = 0;
-    for (std::size_t i = 0; i < kBlockSize; ++i)
-      inBlock = static_cast<std::uint8_t>(inBlock + (block[i] == '=' ? 1 : 0));
-    count += inBlock;
-  }
-  return count + static_cast<std::size_t>(std::ranges::count(text, '='));
-}
-
 }  // namespace
 
 // Takes characters as getc() does, up to the first one that is no such part, which stays. The zero byte
@@ -58,6 +44,7 @@ std::int32_t ZKAIniLexer::nextToken() {
   textStart_ = textEnd_ = 0;
   for (;;) {
     skip(Blanks);
+    offset_ = cpos_;
     const std::int32_t c = getc();
     switch (c) {
       case '[':
@@ -116,12 +103,9 @@ std::string_view ZKAIniLexer::string() const noexcept {
   return {start, static_cast<std::size_t>(end - start)};
 }
 
-std::size_t ZKAIniLexer::countKeysAhead() const noexcept {
-  constexpr std::size_t kSmallSection = 512;  // whose keys find room as they come
-  const std::string_view rest = std::string_view(data_).substr(std::min(cpos_, data_.size()));
-  const std::string_view section = rest.substr(0, rest.find('['));
-  if (section.size() < kSmallSection) return 0;
-  return CountEquals(section);
+std::size_t ZKAIniLexer::lineAt(std::size_t offset) const noexcept {
+  const std::string_view before = std::string_view(data_).substr(0, offset);
+  return 1 + static_cast<std::size_t>(std::ranges::count(before, '\n'));
 }
 
 Plist ZKAIniLexer::value() {

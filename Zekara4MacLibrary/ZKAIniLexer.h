@@ -42,8 +42,10 @@ class ZKAIniLexer {
   // empty text included, stays a string. Quotes make no difference.
   Plist value();
 
-  // About how many keys come before the next section header: a hint for who makes room for them.
-  std::size_t countKeysAhead() const noexcept;
+  // How many bytes of the input precede the current token; 0 before the first nextToken().
+  std::size_t offset() const noexcept { return offset_; }
+  // The line that the byte at `offset` is on. Lines are counted from 1 and end with LF.
+  std::size_t lineAt(std::size_t offset) const noexcept;
 
   // The next character, a byte taken as a signed 8-bit number, or 0 at the end.
   //
@@ -68,6 +70,7 @@ class ZKAIniLexer {
   std::string data_;      // but the last byte
   std::size_t cpos_ = 0;  // how many characters getc() has taken
   std::int32_t token_ = ZKAIniTokenNone;
+  std::size_t offset_ = 0;
   // The current token's text is a part of data_.
   std::size_t textStart_ = 0;
   std::size_t textEnd_ = 0;

@@ -1,7 +1,5 @@
 #include "Zekara4MacLibrary/ZKAIniParser.h"
 
-#include <algorithm>
-
 #include "PortableFoundation/NSException.h"
 
 namespace zekara {
@@ -21,17 +19,21 @@ std::shared_ptr<ZKAIniData> ZKAIniParser::parse() {
   if (ini_) return ini_;
   ini_ = ZKAIniData::init();
   while (lexer_.nextToken() != ZKAIniTokenEnd) {
+    const std::size_t offset = lexer_.offset();
     switch (lexer_.token()) {
       case ZKAIniTokenComma:
+        item_ = offset;
         parseValue();
         break;
       case ZKAIniTokenString:
+        item_ = offset;
         parseKey();
         parseValue();
         break;
       case ZKAIniTokenEndOfLine:
         break;
       case ZKAIniTokenOpenBracket:
+        item_ = offset;
         parseSection();
         break;
       default:
@@ -46,7 +48,6 @@ std::shared_ptr<ZKAIniData> ZKAIniParser::parse() {
 void ZKAIniParser::parseSection() {
   Require(lexer_.nextToken() == ZKAIniTokenString);
   section_ = lexer_.name();
-  dictionary_ = Plist();
   Require(lexer_.nextToken() == ZKAIniTokenCloseBracket);
 }
 
@@ -55,19 +56,10 @@ void ZKAIniParser::parseKey() {
   Require(lexer_.nextToken() == ZKAIniTokenEquals);
 }
 
-// For the keys of a section, and for some that a patch adds. A text may hold any number of what looks like
-// keys.
-std::size_t ZKAIniParser::roomAhead() const {
-  constexpr std::size_t kMostRoom = 1024;
-  const std::size_t keys = lexer_.countKeysAhead();
-  return std::min(keys + keys / 8, kMostRoom);
-}
-
 void ZKAIniParser::parseValue() {
   const std::int32_t token = lexer_.nextToken();
   Require(token == ZKAIniTokenString || token == ZKAIniTokenEndOfLine);
-  if (dictionary_.isNil()) dictionary_ = ini_->madeSection(section_, roomAhead());
-  ZKAIniData::addObject_forKey_toSection(lexer_.value(), key_, dictionary_);
+  ini_->addObject_forKey_inSection(lexer_.value(), key_, section_);
 }
 
 }  // namespace zekara

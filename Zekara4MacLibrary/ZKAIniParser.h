@@ -23,10 +23,13 @@ class ZKAIniParser {
   // parse() returns what had been read before the failing token.
   std::shared_ptr<ZKAIniData> parse();
 
+  // The line, counted from 1, on which the section header, key or "," that parse() read last begins. After an
+  // exception from parse() this tells where to look: the mistake is in that item or directly after it.
+  std::size_t line() const noexcept { return lexer_.lineAt(item_); }
+
  private:
   explicit ZKAIniParser(std::string data) : lexer_(ZKAIniLexer::initWithData(std::move(data))) {}
 
-  std::size_t roomAhead() const;
   void parseSection();
   void parseKey();
   void parseValue();
@@ -35,7 +38,7 @@ class ZKAIniParser {
   std::shared_ptr<ZKAIniData> ini_;
   Plist section_;  // the current names; nil until there is one
   Plist key_;
-  Plist dictionary_;  // of the current section, from its first value on
+  std::size_t item_ = 0;  // offset of the item that was begun last
 };
 
 }  // namespace zekara

@@ -14,20 +14,20 @@
 namespace zekara {
 namespace {
 
-// Finds out, while the file is whole, whether there is memory for its new text and whether the text may be
-// written at this size; what the writer itself will raise is left for later. Returns an empty string with
-// room for the text: the memory has been written to, so that the system has it.
-std::string RehearseWriting(const ZKAIniData& ini) {
+// Makes the new text while the file is whole: if memory runs out, or if the text is larger than a file may
+// be, the file stays as it was.
+std::string NewText(const ZKAIniData& ini, NSFileHandle& file) {
   std::string text;
   try {
-    text.resize(ini.sizeAsIni());
+    text = ini.asIni();
   } catch (const NSException&) {
-    // Deliberate: raised again after the truncation, which the writer's failures do not prevent.
+    // Deliberate: the file is truncated even if the document cannot be written.
+    file.truncateFileAtOffset(0);
+    throw;
   }
   if (text.size() > FileSizeLimit()) {
     throw NSException(NSFileHandleOperationException, "the new text is larger than files may be");
   }
-  text.clear();
   return text;
 }
 
@@ -42,10 +42,8 @@ ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch) {
   std::string bytes = file->readDataToEndOfFile();
   const std::shared_ptr<ZKAIniData> ini = ZKAIniParser::initWithData(std::move(bytes)).parse();
   ZKAChangedSections changed = ini->applyPatch(patch);
-  std::string text = RehearseWriting(*ini);
-  // Deliberate: the file is cut before its new text exists.
+  const std::string text = NewText(*ini, *file);
   file->truncateFileAtOffset(0);
-  ini->appendIniTo(text);
   file->writeData(text);
   file->synchronizeFile();
   file->closeFile();

@@ -84,7 +84,6 @@ void Check(std::string_view bytes) {
   if (IsPlainDocument(document->asDictionary())) RequireRoundTrip(*document);
   // Whatever the document holds, its text can be read or fails as every text may.
   const std::string text = document->asIni();
-  Require(document->sizeAsIni() == text.size());
   if (isWhole) Require(DumpParse(text) == LiteralParse(text));
 
   Choices choices(bytes);

@@ -49,28 +49,6 @@ void WaitForSharedLock(const Descriptor& file, const std::string& path, std::chr
   }
 }
 
-bool IsIni(const std::string& text) {
-  try {
-    ZKAIniParser::initWithData(text).parse();
-    return true;
-  } catch (const NSException&) {
-    return false;
-  }
-}
-
-// The line before which everything can be read. The reader itself tells no position, so it is asked about
-// ever shorter beginnings of the file; 0 where that would take too long.
-std::size_t LineOfSyntaxError(const std::string& text) {
-  constexpr std::size_t kMaximumSize = 16384;
-  if (text.size() > kMaximumSize) return 0;
-  std::size_t line = LineAt(text, text.size());
-  for (std::size_t end = text.size(); end > 0 && end != std::string::npos; --line) {
-    end = text.rfind('\n', end - 1);
-    if (end == std::string::npos || IsIni(text.substr(0, end) + "\n\n")) return line;
-  }
-  return 1;
-}
-
 }  // namespace
 
 std::string ReadInput(const std::string& path) {
@@ -104,14 +82,13 @@ Configuration ReadConfiguration(const std::string& path, std::optional<std::chro
 }
 
 Plist ParseIni(const std::string& bytes, const std::string& name) {
+  ZKAIniParser parser = ZKAIniParser::initWithData(bytes);
   try {
-    return ZKAIniParser::initWithData(bytes).parse()->asDictionary();
+    return parser.parse()->asDictionary();
   } catch (const NSException& exception) {
-    const std::size_t line = LineOfSyntaxError(bytes);
-    const std::string place = line == 0 ? "" : " on or just after line " + std::to_string(line);
     const bool isSyntax = exception.name() == "ini-syntax";
     throw Failure(ExitStatus::Unreadable,
-                  name + " is no INI file" + place + ": " +
+                  name + " is no INI file on or just after line " + std::to_string(parser.line()) + ": " +
                       (isSyntax ? exception.reason() : "a value stands outside of every section"),
                   "Values with any of [ ] = , ; # need double quotes, and every key needs \"=\".");
   }

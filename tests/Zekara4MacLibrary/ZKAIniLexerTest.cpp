@@ -54,23 +54,43 @@ TEST(ZKAIniLexerTest, TokenIsNoneBeforeTheFirstIsTaken) {
   EXPECT_EQ(ZKAIniLexer::initWithData("word\n").token(), ZKAIniTokenNone);
 }
 
-// countKeysAhead()
-
-TEST(ZKAIniLexerTest, KeysAheadAreThoseOfALargeSectionUpToTheNextHeader) {
-  std::string section;
-  for (int i = 0; i < 100; ++i) section += "key" + std::to_string(i) + " = value\n";
-  ZKAIniLexer lexer = ZKAIniLexer::initWithData(section + "[next]\nkey = value\n");
-  EXPECT_EQ(lexer.countKeysAhead(), 100U);
-  lexer.nextToken();
-  lexer.nextToken();
-  EXPECT_EQ(lexer.countKeysAhead(), 99U);
-  while (lexer.nextToken() != ZKAIniTokenEnd) continue;
-  EXPECT_EQ(lexer.countKeysAhead(), 0U);
+TEST(ZKAIniLexerTest, LexerThatHasMovedReadsOnWhereItWas) {
+  const std::string word(100, 'w');
+  ZKAIniLexer first = ZKAIniLexer::initWithData(word + ", " + word + ", last\n");
+  first.nextToken();
+  const Plist value = first.value();
+  ZKAIniLexer second = std::move(first);
+  EXPECT_EQ(second.value(), value);
+  EXPECT_EQ(second.nextToken(), ZKAIniTokenComma);
+  second.nextToken();
+  EXPECT_EQ(second.value(), value);
+  ZKAIniLexer third = ZKAIniLexer::initWithData("other\n");
+  third = std::move(second);
+  EXPECT_EQ(third.nextToken(), ZKAIniTokenComma);
+  third.nextToken();
+  EXPECT_EQ(third.value(), Plist("last"));
+  EXPECT_EQ(value, Plist(word));
 }
 
-TEST(ZKAIniLexerTest, KeysAheadOfASmallSectionAreNotCounted) {
-  EXPECT_EQ(ZKAIniLexer::initWithData("key = value\n[next]\n" + std::string(1000, '=')).countKeysAhead(), 0U);
-  EXPECT_EQ(ZKAIniLexer::initWithData("").countKeysAhead(), 0U);
+// offset() and lineAt()
+
+TEST(ZKAIniLexerTest, OffsetIsThatOfTheTokensFirstByteBehindBlanksAndComments) {
+  ZKAIniLexer lexer = ZKAIniLexer::initWithData(" [A]\n; note\n\t\"q\" = b\n");
+  EXPECT_EQ(lexer.offset(), 0U);
+  for (const std::size_t offset : {1U, 2U, 3U, 4U, 13U, 17U, 19U}) {
+    lexer.nextToken();
+    EXPECT_EQ(lexer.offset(), offset);
+  }
+}
+
+TEST(ZKAIniLexerTest, LinesAreCountedByTheirLineFeeds) {
+  const ZKAIniLexer lexer = ZKAIniLexer::initWithData("a\r\nb\n\nc\rd\n");
+  EXPECT_EQ(lexer.lineAt(0), 1U);
+  EXPECT_EQ(lexer.lineAt(2), 1U);
+  EXPECT_EQ(lexer.lineAt(3), 2U);
+  EXPECT_EQ(lexer.lineAt(6), 4U);
+  EXPECT_EQ(lexer.lineAt(8), 4U);
+  EXPECT_EQ(lexer.lineAt(1000), 4U) << "the last byte is not part of the input";
 }
 
 // getc() and ungetc()

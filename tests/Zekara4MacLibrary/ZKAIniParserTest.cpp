@@ -133,6 +133,38 @@ TEST(ZKAIniParserTest, SyntaxErrorCarriesItsNameAndReason) {
   }
 }
 
+TEST(ZKAIniParserTest, ParserThatHasMovedReadsOnWhereItWas) {
+  ZKAIniParser first = ZKAIniParser::initWithData("[A]\nname = a value that is too long for a handle\n\n");
+  ZKAIniParser second = std::move(first);
+  const auto document = second.parse();
+  EXPECT_EQ(document->asIni(), "[A]\nname = \"a value that is too long for a handle\"\n\n");
+  first = std::move(second);
+  EXPECT_EQ(first.parse(), document);
+}
+
+TEST(ZKAIniParserTest, LineIsTheFirstBeforeAnythingIsRead) {
+  EXPECT_EQ(ZKAIniParser::initWithData("\n\n[A]\n").line(), 1U);
+}
+
+TEST(ZKAIniParserTest, LineIsThatOfTheItemThatWasBegunLast) {
+  constexpr struct {
+    const char* bytes;
+    std::size_t line;
+  } kCases[] = {
+      {"]\n\n", 1},
+      {"[A]\nx = 1\ny\nz = 2\n\n", 3},
+      {"[A]\nx = 1\n, =\n\n", 3},
+      {"[A]\nx = a = b\ny = 1\n\n", 2},
+      {"[A]\nx = ; a comment takes its line end along\ny = 1\n\n", 2},
+      {"[A]\n\n\n[\n\n", 4},
+  };
+  for (const auto& [bytes, line] : kCases) {
+    ZKAIniParser parser = ZKAIniParser::initWithData(bytes);
+    EXPECT_THROW(parser.parse(), NSException) << bytes;
+    EXPECT_EQ(parser.line(), line) << bytes;
+  }
+}
+
 TEST(ZKAIniParserTest, ParseAfterAFailureReturnsWhatHadBeenReadBeforeIt) {
   ZKAIniParser parser = ZKAIniParser::initWithData("[A]\nx = 1\n]\ny = 2\n");
   EXPECT_THROW(parser.parse(), NSException);

@@ -102,16 +102,17 @@ INSTANTIATE_TEST_SUITE_P(ConfigurationFile, SyntaxErrors,
                                          SyntaxError{"[A]\nx = 1\n\n\n[\n\n", "5: unexpected token"},
                                          SyntaxError{"[A]\nx = a = b\ny = 1\nz = 2\n\n",
                                                      "2: unexpected token"},
+                                         SyntaxError{"[A]\nx = ; note\ny = 1\n\n", "2: unexpected token"},
                                          SyntaxError{"\n\nx = 1\n\n", "3: a value stands outside"}));
 
-TEST(ParseIni, AFileTooLargeToSearchIsRefusedWithoutALine) {
+TEST(ParseIni, ASyntaxErrorAtTheEndOfALargeFileIsToldWithItsLine) {
   std::string bytes = "[A]\n";
   for (int i = 0; i < 20000; ++i) bytes += "x = 1\n";
   try {
-    ParseIni(bytes + "]\n\n", "name");
+    ParseIni(bytes + "y\n\n", "name");
     FAIL() << "nothing was raised";
   } catch (const Failure& failure) {
-    EXPECT_STREQ(failure.what(), "name is no INI file: unexpected token");
+    EXPECT_STREQ(failure.what(), "name is no INI file on or just after line 20002: unexpected token");
   }
 }
 
