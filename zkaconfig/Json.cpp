@@ -1,123 +1,121 @@
 #include "zkaconfig/Json.h"
 
-#include <algorithm>
-#include <cmath>
-#include <string_view>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "PortableFoundation/PlistDate.h"
 #include "PortableFoundation/PlistScalars.h"
-#include "PortableFoundation/Utf8.h"
+#include "zkaconfig/Failure.h"
+#include "zkaconfig/Text.h"
 
 namespace zekara {
 namespace {
 
-void AppendCharacter(std::string& text, std::string_view character) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  const auto byte = static_cast<unsigned char>(character[0]);
-  if (byte == '"' || byte == '\\') {
-    text += {'\\', character[0]};
-  } else if (byte < 0x20 || byte == 0x7F) {
-    text += "\\u00";
-    text += {kDigits[byte >> 4], kDigits[byte & 0xF]};
-  } else {
-    text += character;
-  }
+using Json = nlohmann::ordered_json;
+
+Json JsonFrom(const Plist& value);
+
+Json ArrayFrom(const Plist& array) {
+  Json json = Json::array();
+  for (const Plist& element : array.elements()) json.push_back(JsonFrom(element));
+  return json;
 }
 
-void AppendString(std::string& text, std::string_view string) {
-  text += '"';
-  while (!string.empty()) {
-    const std::size_t length = Utf8SequenceLength(string);
-    AppendCharacter(text, length == 0 ? "\uFFFD" : string.substr(0, length));
-    string.remove_prefix(std::max<std::size_t>(length, 1));
-  }
-  text += '"';
+// The keys of a dictionary differ, so none is looked for before it is added.
+Json ObjectFrom(const Plist& dictionary) {
+  Json json = Json::object();
+  auto& entries = json.get_ref<Json::object_t&>();
+  for (const auto& [key, value] : dictionary.entries())
+    entries.emplace_back(key.description(), JsonFrom(value));
+  return json;
 }
 
-void AppendDate(std::string& text, const Plist& date) {
-  text += '"';
-  PlistDate::fromSeconds(date.secondsSince1970()).appendTo(text, 'T', "Z");
-  text += '"';
+Json IntegerFrom(const Plist& number) {
+  return number.isBeyondSigned() ? Json(number.unsignedLongLongValue()) : Json(number.longLongValue());
 }
 
-void AppendData(std::string& text, const Plist& data) {
-  text += '"';
-  AppendBase64(text, data.bytes());
-  text += '"';
-}
-
-void StartLine(std::string& text, int depth) {
-  text += '\n';
-  text.append(2 * static_cast<std::size_t>(depth), ' ');
-}
-
-void AppendValue(std::string& text, const Plist& value, int depth);
-
-void AppendElements(std::string& text, const Plist& array, int depth) {
-  std::string_view separator;
-  text += '[';
-  for (const Plist& element : array.elements()) {
-    text += std::exchange(separator, ",");
-    StartLine(text, depth + 1);
-    AppendValue(text, element, depth + 1);
-  }
-  if (array.count() > 0) StartLine(text, depth);
-  text += ']';
-}
-
-void AppendEntries(std::string& text, const Plist& dictionary, int depth) {
-  std::string_view separator;
-  text += '{';
-  for (const auto& [key, value] : dictionary.entries()) {
-    text += std::exchange(separator, ",");
-    StartLine(text, depth + 1);
-    AppendString(text, key.description());
-    text += ": ";
-    AppendValue(text, value, depth + 1);
-  }
-  if (dictionary.count() > 0) StartLine(text, depth);
-  text += '}';
-}
-
-void AppendValue(std::string& text, const Plist& value, int depth) {
+Json JsonFrom(const Plist& value) {
+  std::string text;
   switch (value.kind()) {
     case Plist::Kind::Nil:
-      text += "null";
-      break;
+      return nullptr;
     case Plist::Kind::String:
-      AppendString(text, value.string());
-      break;
+      return std::string(value.string());
     case Plist::Kind::Integer:
-      text += value.description();
-      break;
+      return IntegerFrom(value);
     case Plist::Kind::Real:
-      text += std::isfinite(value.doubleValue()) ? value.description() : "null";
-      break;
+      return value.doubleValue();
     case Plist::Kind::Boolean:
-      text += value.boolValue() ? "true" : "false";
-      break;
+      return value.boolValue();
     case Plist::Kind::Data:
-      AppendData(text, value);
-      break;
+      AppendBase64(text, value.bytes());
+      return text;
     case Plist::Kind::Date:
-      AppendDate(text, value);
-      break;
+      PlistDate::fromSeconds(value.secondsSince1970()).appendTo(text, 'T', "Z");
+      return text;
     case Plist::Kind::Array:
-      AppendElements(text, value, depth);
-      break;
+      return ArrayFrom(value);
     case Plist::Kind::Dictionary:
-      AppendEntries(text, value, depth);
-      break;
+      return ObjectFrom(value);
   }
+  return nullptr;
+}
+
+Plist PlistFrom(const Json& json, const std::string& name) {
+  switch (json.type()) {
+    case Json::value_t::string:
+      return json.get_ref<const std::string&>();
+    case Json::value_t::boolean:
+      return json.get<bool>();
+    case Json::value_t::number_integer:
+      return json.get<std::int64_t>();
+    case Json::value_t::number_unsigned:
+      return json.get<std::uint64_t>();
+    case Json::value_t::number_float:
+      return json.get<double>();
+    case Json::value_t::array: {
+      const Plist array = Plist::array();
+      for (const Json& element : json) array.addObject(PlistFrom(element, name));
+      return array;
+    }
+    case Json::value_t::object: {
+      const Plist dictionary = Plist::dictionary();
+      for (const auto& [key, value] : json.items()) dictionary.setObject_forKey(PlistFrom(value, name), key);
+      return dictionary;
+    }
+    default:
+      throw Failure(ExitStatus::Unreadable, name + " holds null, which no setting can be",
+                    "The tool cannot remove a setting; \"zkaconfig reset\" writes its default.");
+  }
+}
+
+// The parser's own text, such as "parse error at line 1, column 2: ...", without the library's number for it.
+std::string Reason(const Json::parse_error& error) {
+  std::string_view text = error.what();
+  text.remove_prefix(std::min(text.size(), text.find("] ") + 2));
+  return Printable(text);
 }
 
 }  // namespace
 
 std::string JsonText(const Plist& value) {
-  std::string text;
-  AppendValue(text, value, 0);
-  return text;
+  constexpr int kIndentation = 2;
+  return JsonFrom(value).dump(kIndentation, ' ', true, Json::error_handler_t::replace);
+}
+
+Plist PlistFromJson(std::string_view text, const std::string& name) {
+  // Called at the start of a container with the number of those around it.
+  const auto limitDepth = [&](int depth, Json::parse_event_t event, const Json&) {
+    const bool isStart =
+        event == Json::parse_event_t::array_start || event == Json::parse_event_t::object_start;
+    if (!isStart || depth < kMaximumPlistDepth) return true;
+    throw Failure(ExitStatus::Unreadable, name + " is nested too deeply");
+  };
+  try {
+    return PlistFrom(Json::parse(text, limitDepth), name);
+  } catch (const Json::parse_error& error) {
+    throw Failure(ExitStatus::Unreadable, name + " is not JSON: " + Reason(error));
+  }
 }
 
 }  // namespace zekara

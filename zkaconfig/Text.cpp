@@ -2,21 +2,42 @@
 
 #include <algorithm>
 
+#include "PortableFoundation/Utf8.h"
 #include "Zekara4MacLibrary/ZKAIniData.h"
 
 namespace zekara {
+namespace {
+
+// `character` is a UTF-8 sequence, or a byte that begins none, which terminals with 8-bit controls may obey.
+// Among the sequences are the C1 controls (U+0080 to U+009F) and the marks that reorder text for display
+// (U+202A to U+202E, U+2066 to U+2069).
+bool SteersTerminals(std::string_view character) {
+  const auto first = static_cast<unsigned char>(character.front());
+  if (character.size() == 1) return first < 0x20 || first >= 0x7F;
+  if (character.size() == 2) return character >= "\u0080" && character <= "\u009F";
+  return (character >= "\u202A" && character <= "\u202E") || (character >= "\u2066" && character <= "\u2069");
+}
+
+void AppendEscaped(std::string& text, char c) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  const auto byte = static_cast<unsigned char>(c);
+  text += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xF]};
+}
+
+}  // namespace
 
 std::string Printable(std::string_view text, bool isBlock) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
   std::string result;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    const bool isControl = byte < 0x20 || byte == 0x7F;
-    if (!isControl || (isBlock && (c == '\n' || c == '\t'))) {
-      result += c;
+  while (!text.empty()) {
+    const std::size_t length = std::max<std::size_t>(Utf8SequenceLength(text), 1);
+    const std::string_view character = text.substr(0, length);
+    const bool isLayout = isBlock && (character == "\n" || character == "\t");
+    if (isLayout || !SteersTerminals(character)) {
+      result += character;
     } else {
-      result += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xF]};
+      for (const char byte : character) AppendEscaped(result, byte);
     }
+    text.remove_prefix(length);
   }
   return result;
 }

@@ -7,9 +7,9 @@
 
 namespace zekara {
 
-// The text with every control character as \xNN: anybody may write into the configuration file, and what he
-// writes is not to steer the terminal of whoever looks at it. Line ends and tabs stay where `isBlock` says
-// so.
+// Returns `text` with every byte of a control character, of a mark that reorders text for display, and of
+// malformed UTF-8 as \xNN. Any user can have the configuration file changed, so control characters must not
+// reach a terminal. Line ends and tabs stay if `isBlock` is true.
 std::string Printable(std::string_view text, bool isBlock = false);
 
 // "the number 42", "the text \"on\"", "a list": a value in a message.

@@ -14,6 +14,15 @@ TEST(Printable, ShowsControlCharactersAsTheirCodesAndLeavesTheRest) {
   EXPECT_EQ(Printable("a\n\tb\r", true), "a\n\tb\\x0d");
 }
 
+TEST(Printable, ShowsWhatSteersTerminalsBeyondAsciiAsItsBytes) {
+  EXPECT_EQ(Printable("\u0080\u009B"), "\\xc2\\x80\\xc2\\x9b");
+  EXPECT_EQ(Printable("\u009F\u00A0"), "\\xc2\\x9f\u00A0");
+  EXPECT_EQ(Printable("\u2029\u202A\u202E\u202F"), "\u2029\\xe2\\x80\\xaa\\xe2\\x80\\xae\u202F");
+  EXPECT_EQ(Printable("\u2065\u2066\u2069\u206A"), "\u2065\\xe2\\x81\\xa6\\xe2\\x81\\xa9\u206A");
+  EXPECT_EQ(Printable("a\x9B\xC3"), "a\\x9b\\xc3") << "no UTF-8: a terminal may take the byte for a control";
+  EXPECT_EQ(Printable("\U0001F600"), "\U0001F600");
+}
+
 TEST(Described, TellsTheKindAndTheValue) {
   EXPECT_EQ(Described(42), "the number 42");
   EXPECT_EQ(Described("o\x1bn"), "the text \"o\\x1bn\"");
