@@ -10,6 +10,17 @@ namespace {
 
 constexpr char32_t kCodePoints = 0x110000;
 constexpr const char* kDatabase = "/usr/share/unicode/UnicodeData.txt";
+// Its first line names the version of the database.
+constexpr const char* kVersioned = "/usr/share/unicode/DerivedAge.txt";
+// The table's own version: with another one's categories it cannot be compared.
+constexpr const char* kVersion = "# DerivedAge-15.0.";
+
+std::string FirstLine(const char* path) {
+  std::ifstream file(path);
+  std::string line;
+  std::getline(file, line);
+  return line;
+}
 
 // The first letter of every code point's general category; C where the database has no entry.
 std::string ReadCategories() {
@@ -42,6 +53,8 @@ class AlphanumericDatabase : public testing::Test {
   void SetUp() override {
     if (access(kDatabase, R_OK) != 0)
       GTEST_SKIP() << kDatabase << " is missing; it is in the package unicode-data";
+    if (!FirstLine(kVersioned).starts_with(kVersion))
+      GTEST_SKIP() << "The table is that of Unicode 15.0, and the system's database is " << FirstLine(kVersioned);
     categories_ = ReadCategories();
   }
   bool isWanted(char32_t codePoint) const {
@@ -89,7 +102,7 @@ TEST_F(AlphanumericDatabase, GeneratedTableIsUpToDate) {
   const std::string command = "'" + source + "/scripts/generate-alphanumeric-ranges' --output '" + output +
                               "' >'" + (directory / "log") + "'";
   ASSERT_EQ(std::system(command.c_str()), 0);
-  EXPECT_EQ(ReadFile(output), ReadFile(source + "/PortableFoundation/AlphanumericRanges.h"));
+  EXPECT_TRUE(ReadFile(output) == ReadFile(source + "/PortableFoundation/AlphanumericRanges.h"));
   EXPECT_FALSE(ReadFile(output).empty());
 }
 

@@ -102,7 +102,7 @@ std::string ThroughLibplist(const std::string& text) {
   std::uint32_t size = 0;
   plist_to_xml(plist, &bytes, &size);
   std::string written(bytes != nullptr ? bytes : "", size);
-  plist_to_xml_free(bytes);
+  plist_mem_free(bytes);
   plist_free(plist);
   return written;
 }

@@ -476,6 +476,8 @@ TEST_F(PatchIniFileTest, SignalsAreBlockedOnceTheFileIsLockedUntilTheTransaction
       EXPECT_TRUE(isBlocked());
     }
     EXPECT_FALSE(isBlocked());
+    // The file was created read-only, which stops everybody but root.
+    ASSERT_EQ(chmod(path_.c_str(), 0644), 0);
     {
       const Transaction transaction;
       EXPECT_NE(failure(Plist::dictionary({{"A", 1}})), "");
