@@ -1,10 +1,10 @@
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "Zekara4MacLibrary/ZKAConfigDefaults.h"
-#include "gtest/gtest.h"
 
 namespace zekara {
 namespace {
@@ -40,14 +40,14 @@ std::vector<Row> RowsOf(const SectionDefault* table) {
   return rows;
 }
 
-TEST(ZKAConfigDefaultsTest, TypeCodesAreThoseOfTheInterface) {
+TEST(ZKAConfigDefaults, TypeCodesAreThoseOfTheInterface) {
   EXPECT_EQ(DefaultTypeString, 0U);
   EXPECT_EQ(DefaultTypeNumber, 1U);
   EXPECT_EQ(DefaultTypeBoolean, 2U);
   EXPECT_EQ(DefaultTypeList, 3U);
 }
 
-TEST(ZKAConfigDefaultsTest, TheScanningDaemonHasItsTwelveSettings) {
+TEST(ZKAConfigDefaults, TheScanningDaemonHasItsTwelveSettings) {
   const std::vector<Row> expected = {
       {"RunForeground", 2, {"Yes"}},
       {"User", 0, {"root"}},
@@ -68,12 +68,12 @@ TEST(ZKAConfigDefaultsTest, TheScanningDaemonHasItsTwelveSettings) {
   EXPECT_EQ(RowsOf(g_daemon_defaults), expected);
 }
 
-TEST(ZKAConfigDefaultsTest, TheUpdaterHasItsTwoSettings) {
+TEST(ZKAConfigDefaults, TheUpdaterHasItsTwoSettings) {
   const std::vector<Row> expected = {{"Mode", 0, {"Auto"}}, {"Interval", 1, {"43200"}}};
   EXPECT_EQ(RowsOf(g_updated_defaults), expected);
 }
 
-TEST(ZKAConfigDefaultsTest, TheFileMonitorHasItsTwelveSettings) {
+TEST(ZKAConfigDefaults, TheFileMonitorHasItsTwelveSettings) {
   const std::vector<Row> expected = {
       {"IsActive", 2, {"No"}},
       {"FileTimeout", 1, {"30"}},
@@ -93,7 +93,7 @@ TEST(ZKAConfigDefaultsTest, TheFileMonitorHasItsTwelveSettings) {
   EXPECT_EQ(RowsOf(g_filed_defaults), expected);
 }
 
-TEST(ZKAConfigDefaultsTest, SupplementingAnEmptyTreeGivesEachRowTheValueOfItsType) {
+TEST(ZKAConfigDefaults, SupplementingAnEmptyTreeGivesEachRowTheValueOfItsType) {
   const Plist tree = Plist::dictionary();
   PlistSupplementDefaults(tree, "MacOSWardex", g_filed_defaults);
   const Plist section = tree.objectForKey("MacOSWardex");
@@ -106,7 +106,7 @@ TEST(ZKAConfigDefaultsTest, SupplementingAnEmptyTreeGivesEachRowTheValueOfItsTyp
   EXPECT_EQ(section.objectForKey("ActionHacktools"), Plist("Report"));
 }
 
-TEST(ZKAConfigDefaultsTest, BooleanConversionsLeaveTheDaemonsTextSwitchesAlone) {
+TEST(ZKAConfigDefaults, BooleanConversionsLeaveTheDaemonsTextSwitchesAlone) {
   const Plist tree = Plist::dictionary();
   PlistSupplementDefaults(tree, "Daemon", g_daemon_defaults);
   const Plist section = tree.objectForKey("Daemon");

@@ -1,9 +1,9 @@
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <limits>
 #include <string>
 
 #include "Zekara4MacLibrary/ZKAConfig.h"
-#include "gtest/gtest.h"
 
 namespace zekara {
 namespace {
@@ -13,7 +13,7 @@ struct TargetCase {
   const char* key;
 };
 
-TEST(ZKAConfigTest, EveryTargetCodeNamesTheKeyOfItsAction) {
+TEST(ZKAConfig, EveryTargetCodeNamesTheKeyOfItsAction) {
   const TargetCase cases[] = {
       {1, "InfectedFiles"}, {2, "SuspiciousFiles"}, {3, "IncurableFiles"}, {4, "ActionAdware"},
       {5, "ActionDialers"}, {6, "ActionJokes"},     {7, "ActionRiskware"}, {8, "ActionHacktools"},
@@ -21,7 +21,7 @@ TEST(ZKAConfigTest, EveryTargetCodeNamesTheKeyOfItsAction) {
   for (const TargetCase& one : cases) EXPECT_STREQ(target2string(one.target), one.key) << one.target;
 }
 
-TEST(ZKAConfigTest, EveryOtherTargetCodeIsAnError) {
+TEST(ZKAConfig, EveryOtherTargetCodeIsAnError) {
   using Limits = std::numeric_limits<std::int32_t>;
   for (const std::int32_t target : {0, 9, -1, 10, 257, 65537, Limits::max(), Limits::min()}) {
     EXPECT_STREQ(target2string(target), "ERROR") << target;
@@ -33,23 +33,23 @@ struct ActionCase {
   std::int32_t code;
 };
 
-class ZKAConfigActionTest : public testing::TestWithParam<ActionCase> {};
+class ZKAConfigAction : public testing::TestWithParam<ActionCase> {};
 
-TEST_P(ZKAConfigActionTest, AWordGivesItsCode) {
+TEST_P(ZKAConfigAction, AWordGivesItsCode) {
   EXPECT_EQ(string2action(GetParam().word), GetParam().code);
 }
 
-INSTANTIATE_TEST_SUITE_P(Words, ZKAConfigActionTest,
+INSTANTIATE_TEST_SUITE_P(Words, ZKAConfigAction,
                          testing::Values(ActionCase{"Delete", 1}, ActionCase{"Cure", 2},
                                          ActionCase{"Quarantine", 4}, ActionCase{"Ignore", 8},
                                          ActionCase{"Report", 32}));
 
-TEST(ZKAConfigTest, LetterCaseOfAnActionWordIsIgnored) {
+TEST(ZKAConfig, LetterCaseOfAnActionWordIsIgnored) {
   const ActionCase cases[] = {{"REPORT", 32}, {"quarantine", 4}, {"cURE", 2}, {"deletE", 1}, {"iGNOREWD", 0}};
   for (const ActionCase& one : cases) EXPECT_EQ(string2action(one.word), one.code) << one.word;
 }
 
-TEST(ZKAConfigTest, AnyOtherTextIsNoAction) {
+TEST(ZKAConfig, AnyOtherTextIsNoAction) {
   for (const char* word : {"", " ", "Report ", " Cure", "Cur", "Cures", "Yes", "1", "32", "Move", "Cure\n"}) {
     EXPECT_EQ(string2action(word), 0) << '"' << word << '"';
   }

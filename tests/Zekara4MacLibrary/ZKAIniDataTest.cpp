@@ -1,5 +1,7 @@
 #include <cstdint>
 #include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <limits>
 #include <ostream>
 #include <string>
@@ -7,8 +9,6 @@
 #include "PortableFoundation/NSException.h"
 #include "Zekara4MacLibrary/ZKAIniData.h"
 #include "Zekara4MacLibrary/ZKAIniParser.h"
-#include "gmock/gmock.h"
-#include "gtest/gtest.h"
 #include "tests/support/LiteralIni.h"
 #include "tests/support/PlistGenerator.h"
 
@@ -46,26 +46,26 @@ Plist ReadBack(const Plist& tree) {
 
 // Adding and setting
 
-TEST(ZKAIniDataTest, NewDocumentIsEmptyAndWritesTheEmptyText) {
+TEST(ZKAIniData, NewDocumentIsEmptyAndWritesTheEmptyText) {
   const auto document = ZKAIniData::init();
   EXPECT_EQ(document->asDictionary().count(), 0U);
   EXPECT_EQ(document->asIni(), "");
 }
 
-TEST(ZKAIniDataTest, FirstValueIsStoredAsItIs) {
+TEST(ZKAIniData, FirstValueIsStoredAsItIs) {
   const auto document = ZKAIniData::init();
   document->addObject_forKey_inSection("1", "k", "A");
   EXPECT_EQ(document->objectForKey_inSection("k", "A"), Plist("1"));
 }
 
-TEST(ZKAIniDataTest, SecondValueMakesAListAndLaterOnesAreAppended) {
+TEST(ZKAIniData, SecondValueMakesAListAndLaterOnesAreAppended) {
   const auto document = ZKAIniData::init();
   for (const char* value : {"1", "2", "3"}) document->addObject_forKey_inSection(value, "k", "A");
   EXPECT_EQ(document->objectForKey_inSection("k", "A"), Plist::array({"1", "2", "3"}));
   EXPECT_EQ(document->asIni(), "[A]\nk = 1, 2, 3\n\n");
 }
 
-TEST(ZKAIniDataTest, FirstValueThatIsAListIsAppendedTo) {
+TEST(ZKAIniData, FirstValueThatIsAListIsAppendedTo) {
   const auto document = ZKAIniData::init();
   const Plist list = Plist::array({"a"});
   document->addObject_forKey_inSection(list, "k", "A");
@@ -74,7 +74,7 @@ TEST(ZKAIniDataTest, FirstValueThatIsAListIsAppendedTo) {
   EXPECT_EQ(list, Plist::array({"a", 2}));
 }
 
-TEST(ZKAIniDataTest, AddingToAListThatCannotBeChangedRaisesAndLeavesIt) {
+TEST(ZKAIniData, AddingToAListThatCannotBeChangedRaisesAndLeavesIt) {
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection(Plist::array({"a"}).copy(), "k", "A");
   EXPECT_EQ(NameOfExceptionIn([&] { document->addObject_forKey_inSection("b", "k", "A"); }),
@@ -82,27 +82,27 @@ TEST(ZKAIniDataTest, AddingToAListThatCannotBeChangedRaisesAndLeavesIt) {
   EXPECT_EQ(document->objectForKey_inSection("k", "A"), Plist::array({"a"}));
 }
 
-TEST(ZKAIniDataTest, SettingReplacesAListByASingleValue) {
+TEST(ZKAIniData, SettingReplacesAListByASingleValue) {
   const auto document = ZKAIniData::init();
   for (const char* value : {"1", "2", "3"}) document->addObject_forKey_inSection(value, "k", "A");
   document->setObject_forKey_inSection("4", "k", "A");
   EXPECT_EQ(document->objectForKey_inSection("k", "A"), Plist("4"));
 }
 
-TEST(ZKAIniDataTest, SettingMakesAMissingSection) {
+TEST(ZKAIniData, SettingMakesAMissingSection) {
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection("v", "k", "New");
   EXPECT_EQ(document->asIni(), "[New]\nk = v\n\n");
 }
 
-TEST(ZKAIniDataTest, SettingKeepsThePlaceOfTheKey) {
+TEST(ZKAIniData, SettingKeepsThePlaceOfTheKey) {
   const auto document = ZKAIniData::init();
   for (const char* key : {"x", "y", "z"}) document->addObject_forKey_inSection("old", key, "A");
   document->setObject_forKey_inSection("new", "x", "A");
   EXPECT_EQ(document->asIni(), "[A]\nx = new\ny = old\nz = old\n\n");
 }
 
-TEST(ZKAIniDataTest, MissingNamesAndValuesAreInvalidArguments) {
+TEST(ZKAIniData, MissingNamesAndValuesAreInvalidArguments) {
   const auto document = ZKAIniData::init();
   const Plist nil;
   EXPECT_EQ(NameOfExceptionIn([&] { document->addObject_forKey_inSection("v", "k", nil); }),
@@ -123,7 +123,7 @@ TEST(ZKAIniDataTest, MissingNamesAndValuesAreInvalidArguments) {
 
 // Asking
 
-TEST(ZKAIniDataTest, MissingSectionOrKeyIsNothing) {
+TEST(ZKAIniData, MissingSectionOrKeyIsNothing) {
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection("v", "k", "A");
   EXPECT_TRUE(document->objectForKey_inSection("other", "A").isNil());
@@ -132,27 +132,27 @@ TEST(ZKAIniDataTest, MissingSectionOrKeyIsNothing) {
   EXPECT_TRUE(document->objectForKey_inSection("k", "a").isNil()) << "names differ in case";
 }
 
-TEST(ZKAIniDataTest, SectionIsTheLiveDictionary) {
+TEST(ZKAIniData, SectionIsTheLiveDictionary) {
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection("v", "k", "A");
   document->section("A").setObject_forKey("w", "k");
   EXPECT_EQ(document->objectForKey_inSection("k", "A"), Plist("w"));
 }
 
-TEST(ZKAIniDataTest, AsDictionaryIsTheLiveTree) {
+TEST(ZKAIniData, AsDictionaryIsTheLiveTree) {
   const auto document = ZKAIniData::init();
   document->asDictionary().setObject_forKey(Plist::dictionary({{"k", "v"}}), "A");
   EXPECT_EQ(document->asIni(), "[A]\nk = v\n\n");
 }
 
-TEST(ZKAIniDataTest, ObjectForKeyIsTheStoredObjectItself) {
+TEST(ZKAIniData, ObjectForKeyIsTheStoredObjectItself) {
   const auto document = ZKAIniData::init();
   const Plist list = Plist::array();
   document->setObject_forKey_inSection(list, "k", "A");
   EXPECT_TRUE(document->objectForKey_inSection("k", "A").isSameObject(list));
 }
 
-TEST(ZKAIniDataTest, ApplyPatchPatchesTheTreeAndNamesTheChangedSections) {
+TEST(ZKAIniData, ApplyPatchPatchesTheTreeAndNamesTheChangedSections) {
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection("old", "k", "A");
   document->setObject_forKey_inSection("same", "k", "B");
@@ -163,7 +163,7 @@ TEST(ZKAIniDataTest, ApplyPatchPatchesTheTreeAndNamesTheChangedSections) {
   EXPECT_EQ(document->asIni(), "[A]\nk = new\n\n[B]\nk = same\n\n[C]\n\n");
 }
 
-TEST(ZKAIniDataTest, SupplimentDefaultsFillsTheKeysThatTheSectionLacks) {
+TEST(ZKAIniData, SupplimentDefaultsFillsTheKeysThatTheSectionLacks) {
   const SectionDefault defaults[] = {
       {"k", DefaultTypeString, "default"}, {"n", DefaultTypeNumber, "5"}, {nullptr, 0, nullptr}};
   const auto document = ZKAIniData::init();
@@ -184,9 +184,9 @@ void PrintTo(const TermCase& one, std::ostream* out) {
   *out << one.name;
 }
 
-class ZKAIniDataWrittenTest : public testing::TestWithParam<TermCase> {};
+class ZKAIniDataWritten : public testing::TestWithParam<TermCase> {};
 
-TEST_P(ZKAIniDataWrittenTest, IsAsTheFormatSays) {
+TEST_P(ZKAIniDataWritten, IsAsTheFormatSays) {
   EXPECT_EQ(Written(GetParam().value), GetParam().written);
 }
 
@@ -224,29 +224,29 @@ const TermCase kTermCases[] = {
     {"EmptyListIsNothingNotEvenALineEnd", Plist::array(), ""},
 };
 
-INSTANTIATE_TEST_SUITE_P(Values, ZKAIniDataWrittenTest, testing::ValuesIn(kTermCases),
+INSTANTIATE_TEST_SUITE_P(Values, ZKAIniDataWritten, testing::ValuesIn(kTermCases),
                          [](const auto& test) { return test.param.name; });
 
-TEST(ZKAIniDataTest, SectionWithoutKeysIsWrittenAsItsHeaderAndABlankLine) {
+TEST(ZKAIniData, SectionWithoutKeysIsWrittenAsItsHeaderAndABlankLine) {
   const auto document = ZKAIniData::init();
   document->asDictionary().setObject_forKey(Plist::dictionary(), "Empty");
   EXPECT_EQ(document->asIni(), "[Empty]\n\n");
 }
 
-TEST(ZKAIniDataTest, KeyAfterAnEmptyListFollowsOnTheSameLine) {
+TEST(ZKAIniData, KeyAfterAnEmptyListFollowsOnTheSameLine) {
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection(Plist::array(), "list", "A");
   document->setObject_forKey_inSection("v", "next", "A");
   EXPECT_EQ(document->asIni(), "[A]\nlist = next = v\n\n");
 }
 
-TEST(ZKAIniDataTest, NamesAreWrittenAsTheyAre) {
+TEST(ZKAIniData, NamesAreWrittenAsTheyAre) {
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection("v", "a = \"b\"", "x]y");
   EXPECT_EQ(document->asIni(), "[x]y]\na = \"b\" = v\n\n");
 }
 
-TEST(ZKAIniDataTest, OrderIsThatInWhichNamesFirstAppeared) {
+TEST(ZKAIniData, OrderIsThatInWhichNamesFirstAppeared) {
   const auto document = ZKAIniData::init();
   for (const char* section : {"Z", "A", "M", "A"}) {
     for (const char* key : {"z", "a", "m"}) document->addObject_forKey_inSection(1, key, section);
@@ -255,7 +255,7 @@ TEST(ZKAIniDataTest, OrderIsThatInWhichNamesFirstAppeared) {
             "[Z]\nz = 1\na = 1\nm = 1\n\n[A]\nz = 1, 1\na = 1, 1\nm = 1, 1\n\n[M]\nz = 1\na = 1\nm = 1\n\n");
 }
 
-TEST(ZKAIniDataTest, SectionThatIsNoDictionaryCannotBeWritten) {
+TEST(ZKAIniData, SectionThatIsNoDictionaryCannotBeWritten) {
   for (const Plist& section : {Plist("text"), Plist(""), Plist::array(), Plist(5), Plist::data("")}) {
     const auto document = ZKAIniData::init();
     document->asDictionary().setObject_forKey(section, "A");
@@ -264,7 +264,7 @@ TEST(ZKAIniDataTest, SectionThatIsNoDictionaryCannotBeWritten) {
   }
 }
 
-TEST(ZKAIniDataTest, ValuesThatTheFormatDoesNotKnowReadAgainAsOneWordAndDisturbNoOtherKey) {
+TEST(ZKAIniData, ValuesThatTheFormatDoesNotKnowReadAgainAsOneWordAndDisturbNoOtherKey) {
   const Plist values[] = {
       Plist::data(""),
       Plist::data(std::string(1000, '\xFE')),
@@ -298,7 +298,7 @@ TEST(ZKAIniDataTest, ValuesThatTheFormatDoesNotKnowReadAgainAsOneWordAndDisturbN
 
 // Writing and reading
 
-TEST(ZKAIniDataTest, GeneratedDocumentsAreTheSameAfterWritingAndReading) {
+TEST(ZKAIniData, GeneratedDocumentsAreTheSameAfterWritingAndReading) {
   for (std::uint32_t seed = 0; seed < 3000; ++seed) {
     const std::string bytes = RandomBytes(seed, 400);
     Choices choices(bytes);
@@ -307,7 +307,7 @@ TEST(ZKAIniDataTest, GeneratedDocumentsAreTheSameAfterWritingAndReading) {
   }
 }
 
-TEST(ZKAIniDataTest, WhatWasReadFromAnyBytesIsStableOnceItHasBeenWritten) {
+TEST(ZKAIniData, WhatWasReadFromAnyBytesIsStableOnceItHasBeenWritten) {
   const auto document =
       ZKAIniParser::initWithData("[A]\nx = 007, \" y \", z\nb =\n\n[B]\nc = \"42\"\n").parse();
   const std::string once = document->asIni();
@@ -315,38 +315,38 @@ TEST(ZKAIniDataTest, WhatWasReadFromAnyBytesIsStableOnceItHasBeenWritten) {
   EXPECT_EQ(ZKAIniParser::initWithData(once).parse()->asIni(), once);
 }
 
-TEST(ZKAIniDataTest, DigitsComeBackAsANumber) {
+TEST(ZKAIniData, DigitsComeBackAsANumber) {
   const Plist tree = Plist::dictionary({{"A", Plist::dictionary({{"k", "007"}})}});
   EXPECT_EQ(ReadBack(tree).objectForKey("A").objectForKey("k"), Plist(7));
 }
 
-TEST(ZKAIniDataTest, ListOfOneComesBackAsAPlainValue) {
+TEST(ZKAIniData, ListOfOneComesBackAsAPlainValue) {
   const Plist tree = Plist::dictionary({{"A", Plist::dictionary({{"k", Plist::array({"a b"})}})}});
   EXPECT_EQ(ReadBack(tree).objectForKey("A").objectForKey("k"), Plist("a b"));
 }
 
-TEST(ZKAIniDataTest, NegativeNumberComesBackAsAString) {
+TEST(ZKAIniData, NegativeNumberComesBackAsAString) {
   const Plist tree = Plist::dictionary({{"A", Plist::dictionary({{"k", -3}})}});
   EXPECT_EQ(ReadBack(tree).objectForKey("A").objectForKey("k"), Plist("-3"));
 }
 
-TEST(ZKAIniDataTest, SectionWithoutKeysDoesNotComeBack) {
+TEST(ZKAIniData, SectionWithoutKeysDoesNotComeBack) {
   EXPECT_EQ(ReadBack(Plist::dictionary({{"A", Plist::dictionary()}})).count(), 0U);
 }
 
-TEST(ZKAIniDataTest, BlanksAtTheEndsDoNotComeBack) {
+TEST(ZKAIniData, BlanksAtTheEndsDoNotComeBack) {
   const Plist tree = Plist::dictionary({{"A", Plist::dictionary({{"k", "\t a b "}})}});
   EXPECT_EQ(ReadBack(tree).objectForKey("A").objectForKey("k"), Plist("a b"));
 }
 
-TEST(ZKAIniDataTest, EmptyStringAtTheEndOfAListComesBackAndElsewhereTheTextCannotBeRead) {
+TEST(ZKAIniData, EmptyStringAtTheEndOfAListComesBackAndElsewhereTheTextCannotBeRead) {
   const Plist last = Plist::dictionary({{"A", Plist::dictionary({{"k", Plist::array({"a", ""})}})}});
   EXPECT_EQ(ReadBack(last), last);
   const Plist first = Plist::dictionary({{"A", Plist::dictionary({{"k", Plist::array({"", "a"})}})}});
   EXPECT_EQ(NameOfExceptionIn([&] { ReadBack(first); }), "ini-syntax");
 }
 
-TEST(ZKAIniDataTest, LettersBeyondAsciiEndTheDocumentForTheReader) {
+TEST(ZKAIniData, LettersBeyondAsciiEndTheDocumentForTheReader) {
   const Plist tree = Plist::dictionary({{"A", Plist::dictionary({{"k", "gr\xC3\xBCn"}, {"m", "lost"}})}});
   EXPECT_EQ(ReadBack(tree), Plist::dictionary({{"A", Plist::dictionary({{"k", "gr"}})}}));
 }

@@ -1,11 +1,11 @@
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <ostream>
 #include <string>
 #include <string_view>
 
 #include "Zekara4MacLibrary/ZKAIniLexer.h"
-#include "gtest/gtest.h"
 #include "tests/support/LiteralIni.h"
 #include "tests/support/PlistGenerator.h"
 
@@ -39,7 +39,7 @@ Plist FirstValue(std::string_view bytes) {
   return lexer.value();
 }
 
-TEST(ZKAIniLexerTest, TokenNumbersAreThoseOfTheInterface) {
+TEST(ZKAIniLexer, TokenNumbersAreThoseOfTheInterface) {
   EXPECT_EQ(ZKAIniTokenNone, 0);
   EXPECT_EQ(ZKAIniTokenOpenBracket, 1);
   EXPECT_EQ(ZKAIniTokenCloseBracket, 2);
@@ -50,11 +50,11 @@ TEST(ZKAIniLexerTest, TokenNumbersAreThoseOfTheInterface) {
   EXPECT_EQ(ZKAIniTokenEnd, 7);
 }
 
-TEST(ZKAIniLexerTest, TokenIsNoneBeforeTheFirstIsTaken) {
+TEST(ZKAIniLexer, TokenIsNoneBeforeTheFirstIsTaken) {
   EXPECT_EQ(ZKAIniLexer::initWithData("word\n").token(), ZKAIniTokenNone);
 }
 
-TEST(ZKAIniLexerTest, LexerThatHasMovedReadsOnWhereItWas) {
+TEST(ZKAIniLexer, LexerThatHasMovedReadsOnWhereItWas) {
   const std::string word(100, 'w');
   ZKAIniLexer first = ZKAIniLexer::initWithData(word + ", " + word + ", last\n");
   first.nextToken();
@@ -74,7 +74,7 @@ TEST(ZKAIniLexerTest, LexerThatHasMovedReadsOnWhereItWas) {
 
 // offset() and lineAt()
 
-TEST(ZKAIniLexerTest, OffsetIsThatOfTheTokensFirstByteBehindBlanksAndComments) {
+TEST(ZKAIniLexer, OffsetIsThatOfTheTokensFirstByteBehindBlanksAndComments) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData(" [A]\n; note\n\t\"q\" = b\n");
   EXPECT_EQ(lexer.offset(), 0U);
   for (const std::size_t offset : {1U, 2U, 3U, 4U, 13U, 17U, 19U}) {
@@ -83,7 +83,7 @@ TEST(ZKAIniLexerTest, OffsetIsThatOfTheTokensFirstByteBehindBlanksAndComments) {
   }
 }
 
-TEST(ZKAIniLexerTest, LinesAreCountedByTheirLineFeeds) {
+TEST(ZKAIniLexer, LinesAreCountedByTheirLineFeeds) {
   const ZKAIniLexer lexer = ZKAIniLexer::initWithData("a\r\nb\n\nc\rd\n");
   EXPECT_EQ(lexer.lineAt(0), 1U);
   EXPECT_EQ(lexer.lineAt(2), 1U);
@@ -95,7 +95,7 @@ TEST(ZKAIniLexerTest, LinesAreCountedByTheirLineFeeds) {
 
 // getc() and ungetc()
 
-TEST(ZKAIniLexerTest, LastByteOfTheInputIsNeverReturned) {
+TEST(ZKAIniLexer, LastByteOfTheInputIsNeverReturned) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData("abc");
   EXPECT_EQ(lexer.getc(), 'a');
   EXPECT_EQ(lexer.getc(), 'b');
@@ -103,7 +103,7 @@ TEST(ZKAIniLexerTest, LastByteOfTheInputIsNeverReturned) {
   EXPECT_EQ(lexer.getc(), 0);
 }
 
-TEST(ZKAIniLexerTest, BytesFrom0x80UpAreNegativeCharacters) {
+TEST(ZKAIniLexer, BytesFrom0x80UpAreNegativeCharacters) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData("\x7F\x80\xFF\0x"s);
   EXPECT_EQ(lexer.getc(), 127);
   EXPECT_EQ(lexer.getc(), -128);
@@ -112,7 +112,7 @@ TEST(ZKAIniLexerTest, BytesFrom0x80UpAreNegativeCharacters) {
   EXPECT_EQ(lexer.getc(), 0);
 }
 
-TEST(ZKAIniLexerTest, UngetcGivesTheCharacterAgain) {
+TEST(ZKAIniLexer, UngetcGivesTheCharacterAgain) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData("ab\n");
   EXPECT_EQ(lexer.getc(), 'a');
   lexer.ungetc();
@@ -120,7 +120,7 @@ TEST(ZKAIniLexerTest, UngetcGivesTheCharacterAgain) {
   EXPECT_EQ(lexer.getc(), 'b');
 }
 
-TEST(ZKAIniLexerTest, EachUngetcAtTheEndTakesOneStepBack) {
+TEST(ZKAIniLexer, EachUngetcAtTheEndTakesOneStepBack) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData("ab");
   EXPECT_EQ(lexer.getc(), 'a');
   for (int i = 0; i < 3; ++i) EXPECT_EQ(lexer.getc(), 0);
@@ -145,9 +145,9 @@ void PrintTo(const TokenCase& one, std::ostream* out) {
   *out << one.name;
 }
 
-class ZKAIniLexerTokensTest : public testing::TestWithParam<TokenCase> {};
+class ZKAIniLexerTokens : public testing::TestWithParam<TokenCase> {};
 
-TEST_P(ZKAIniLexerTokensTest, AreAsTheFormatSays) {
+TEST_P(ZKAIniLexerTokens, AreAsTheFormatSays) {
   EXPECT_EQ(Tokens(GetParam().bytes), GetParam().tokens);
 }
 
@@ -230,16 +230,16 @@ const TokenCase kTokenCases[] = {
     {"PunctuationMakesWords", "!$%&'()*+-./:<>?@\\^_`{|}~\n", "(!$%&'()*+-./:<>?@\\^_`{|}~)."},
 };
 
-INSTANTIATE_TEST_SUITE_P(Tokens, ZKAIniLexerTokensTest, testing::ValuesIn(kTokenCases),
+INSTANTIATE_TEST_SUITE_P(Tokens, ZKAIniLexerTokens, testing::ValuesIn(kTokenCases),
                          [](const auto& test) { return test.param.name; });
 
-TEST(ZKAIniLexerTest, TrueEndIsReturnedAgainAndAgain) {
+TEST(ZKAIniLexer, TrueEndIsReturnedAgainAndAgain) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData("a\n");
   EXPECT_EQ(lexer.nextToken(), ZKAIniTokenString);
   for (int i = 0; i < 5; ++i) EXPECT_EQ(lexer.nextToken(), ZKAIniTokenEnd);
 }
 
-TEST(ZKAIniLexerTest, EndInsideTheInputIsConsumedAndReadingGoesOnBehindIt) {
+TEST(ZKAIniLexer, EndInsideTheInputIsConsumedAndReadingGoesOnBehindIt) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData("\x80=\0,\n"s);
   EXPECT_EQ(lexer.nextToken(), ZKAIniTokenEnd);
   EXPECT_EQ(lexer.nextToken(), ZKAIniTokenEquals);
@@ -248,7 +248,7 @@ TEST(ZKAIniLexerTest, EndInsideTheInputIsConsumedAndReadingGoesOnBehindIt) {
   EXPECT_EQ(lexer.nextToken(), ZKAIniTokenEnd);
 }
 
-TEST(ZKAIniLexerTest, TextLivesUntilTheNextTokenAndIsEmptyThen) {
+TEST(ZKAIniLexer, TextLivesUntilTheNextTokenAndIsEmptyThen) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData(" 42 =\n");
   EXPECT_EQ(lexer.string(), "");
   EXPECT_EQ(lexer.nextToken(), ZKAIniTokenString);
@@ -273,9 +273,9 @@ void PrintTo(const ValueCase& one, std::ostream* out) {
   *out << one.name;
 }
 
-class ZKAIniLexerValueTest : public testing::TestWithParam<ValueCase> {};
+class ZKAIniLexerValue : public testing::TestWithParam<ValueCase> {};
 
-TEST_P(ZKAIniLexerValueTest, IsAsTheFormatSays) {
+TEST_P(ZKAIniLexerValue, IsAsTheFormatSays) {
   const Plist value = FirstValue(GetParam().bytes);
   EXPECT_EQ(value.kind(), GetParam().value.kind());
   EXPECT_EQ(value, GetParam().value) << value.description();
@@ -306,10 +306,10 @@ const ValueCase kValueCases[] = {
     {"FormFeedBesideDigitsKeepsThemAString", "12\f\n", "12\f"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Values, ZKAIniLexerValueTest, testing::ValuesIn(kValueCases),
+INSTANTIATE_TEST_SUITE_P(Values, ZKAIniLexerValue, testing::ValuesIn(kValueCases),
                          [](const auto& test) { return test.param.name; });
 
-TEST(ZKAIniLexerTest, LongDigitStringsAreClampedWhateverTheirLength) {
+TEST(ZKAIniLexer, LongDigitStringsAreClampedWhateverTheirLength) {
   EXPECT_EQ(FirstValue(std::string(100000, '9') + "\n"), Plist(2147483647));
   EXPECT_EQ(FirstValue(std::string(100000, '0') + "7\n"), Plist(7));
 }
@@ -327,7 +327,7 @@ std::string RandomIniBytes(std::uint32_t seed) {
   return bytes;
 }
 
-TEST(ZKAIniLexerTest, GivesTheTokensOfTheLiteralLexerForRandomBytes) {
+TEST(ZKAIniLexer, GivesTheTokensOfTheLiteralLexerForRandomBytes) {
   for (std::uint32_t seed = 0; seed < 20000; ++seed) {
     const std::string bytes = RandomIniBytes(seed);
     ZKAIniLexer lexer = ZKAIniLexer::initWithData(bytes);

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <ostream>
 #include <string>
@@ -9,7 +10,6 @@
 
 #include "PortableFoundation/NSException.h"
 #include "Zekara4MacLibrary/ZKAIniParser.h"
-#include "gtest/gtest.h"
 #include "tests/support/LiteralIni.h"
 #include "tests/support/PlistGenerator.h"
 #include "tests/support/TestFiles.h"
@@ -29,9 +29,9 @@ void PrintTo(const DocumentCase& one, std::ostream* out) {
   *out << one.name;
 }
 
-class ZKAIniParserDocumentsTest : public testing::TestWithParam<DocumentCase> {};
+class ZKAIniParserDocuments : public testing::TestWithParam<DocumentCase> {};
 
-TEST_P(ZKAIniParserDocumentsTest, AreAsTheFormatSays) {
+TEST_P(ZKAIniParserDocuments, AreAsTheFormatSays) {
   EXPECT_EQ(DumpParse(GetParam().bytes), GetParam().tree);
 }
 
@@ -119,10 +119,10 @@ const DocumentCase kDocumentCases[] = {
     {"ContinuationBeforeTheFirstKeyIsAnInvalidArgument", "[A]\n, 1\n", "! NSInvalidArgumentException\n[A]\n"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Documents, ZKAIniParserDocumentsTest, testing::ValuesIn(kDocumentCases),
+INSTANTIATE_TEST_SUITE_P(Documents, ZKAIniParserDocuments, testing::ValuesIn(kDocumentCases),
                          [](const auto& test) { return test.param.name; });
 
-TEST(ZKAIniParserTest, SyntaxErrorCarriesItsNameAndReason) {
+TEST(ZKAIniParser, SyntaxErrorCarriesItsNameAndReason) {
   ZKAIniParser parser = ZKAIniParser::initWithData("[A]\nx = 1\n]\ny = 2\n");
   try {
     parser.parse();
@@ -133,7 +133,7 @@ TEST(ZKAIniParserTest, SyntaxErrorCarriesItsNameAndReason) {
   }
 }
 
-TEST(ZKAIniParserTest, ParserThatHasMovedReadsOnWhereItWas) {
+TEST(ZKAIniParser, ParserThatHasMovedReadsOnWhereItWas) {
   ZKAIniParser first = ZKAIniParser::initWithData("[A]\nname = a value that is too long for a handle\n\n");
   ZKAIniParser second = std::move(first);
   const auto document = second.parse();
@@ -142,11 +142,11 @@ TEST(ZKAIniParserTest, ParserThatHasMovedReadsOnWhereItWas) {
   EXPECT_EQ(first.parse(), document);
 }
 
-TEST(ZKAIniParserTest, LineIsTheFirstBeforeAnythingIsRead) {
+TEST(ZKAIniParser, LineIsTheFirstBeforeAnythingIsRead) {
   EXPECT_EQ(ZKAIniParser::initWithData("\n\n[A]\n").line(), 1U);
 }
 
-TEST(ZKAIniParserTest, LineIsThatOfTheItemThatWasBegunLast) {
+TEST(ZKAIniParser, LineIsThatOfTheItemThatWasBegunLast) {
   constexpr struct {
     const char* bytes;
     std::size_t line;
@@ -165,7 +165,7 @@ TEST(ZKAIniParserTest, LineIsThatOfTheItemThatWasBegunLast) {
   }
 }
 
-TEST(ZKAIniParserTest, ParseAfterAFailureReturnsWhatHadBeenReadBeforeIt) {
+TEST(ZKAIniParser, ParseAfterAFailureReturnsWhatHadBeenReadBeforeIt) {
   ZKAIniParser parser = ZKAIniParser::initWithData("[A]\nx = 1\n]\ny = 2\n");
   EXPECT_THROW(parser.parse(), NSException);
   const auto partial = parser.parse();
@@ -173,7 +173,7 @@ TEST(ZKAIniParserTest, ParseAfterAFailureReturnsWhatHadBeenReadBeforeIt) {
   EXPECT_EQ(parser.parse(), partial);
 }
 
-TEST(ZKAIniParserTest, SecondParseReturnsTheSameDocument) {
+TEST(ZKAIniParser, SecondParseReturnsTheSameDocument) {
   ZKAIniParser parser = ZKAIniParser::initWithData("[A]\nx = 1\n");
   const auto document = parser.parse();
   document->setObject_forKey_inSection("changed", "x", "A");
@@ -181,18 +181,18 @@ TEST(ZKAIniParserTest, SecondParseReturnsTheSameDocument) {
   EXPECT_TRUE(parser.parse()->objectForKey_inSection("x", "A").isEqualToString("changed"));
 }
 
-TEST(ZKAIniParserTest, SecondParseReadsNoFurtherThanAnEndInsideTheInput) {
+TEST(ZKAIniParser, SecondParseReadsNoFurtherThanAnEndInsideTheInput) {
   ZKAIniParser parser = ZKAIniParser::initWithData("[A]\nx = 1\n\x80[B]\ny = 2\n");
   EXPECT_EQ(parser.parse()->asDictionary().count(), 1U);
   EXPECT_EQ(parser.parse()->asDictionary().count(), 1U);
 }
 
-TEST(ZKAIniParserTest, DocumentOutlivesItsParser) {
+TEST(ZKAIniParser, DocumentOutlivesItsParser) {
   const auto document = ZKAIniParser::initWithData("[A]\nx = 1\n").parse();
   EXPECT_EQ(document->objectForKey_inSection("x", "A"), Plist(1));
 }
 
-TEST(ZKAIniParserTest, GivesTheDocumentOfTheLiteralParserForRandomBytes) {
+TEST(ZKAIniParser, GivesTheDocumentOfTheLiteralParserForRandomBytes) {
   constexpr std::string_view kPieces[] = {"[A]", "[B]", "k",    "m", "=",    "=",   "=",  ",",
                                           "\n",  "\n",  "\r\n", " ", "1",    "v w", "\"", "\"q\"",
                                           ";",   "#",   "]",    "[", "\x80", "\t"};
@@ -219,9 +219,9 @@ std::vector<std::string> DocumentNames() {
   return names;
 }
 
-class ZKAIniParserGoldenTest : public testing::TestWithParam<std::string> {};
+class ZKAIniParserGolden : public testing::TestWithParam<std::string> {};
 
-TEST_P(ZKAIniParserGoldenTest, DocumentIsReadAndWrittenBackAsRecorded) {
+TEST_P(ZKAIniParserGolden, DocumentIsReadAndWrittenBackAsRecorded) {
   const std::string path = DataDirectory() + "/" + GetParam();
   const std::string bytes = ReadTestFile(path + ".ini");
   EXPECT_EQ(DumpParse(bytes), ReadTestFile(path + ".tree"));
@@ -230,7 +230,7 @@ TEST_P(ZKAIniParserGoldenTest, DocumentIsReadAndWrittenBackAsRecorded) {
   EXPECT_EQ(ZKAIniParser::initWithData(bytes).parse()->asIni(), ReadTestFile(path + ".written"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Documents, ZKAIniParserGoldenTest, testing::ValuesIn(DocumentNames()),
+INSTANTIATE_TEST_SUITE_P(Documents, ZKAIniParserGolden, testing::ValuesIn(DocumentNames()),
                          [](const auto& test) { return test.param; });
 
 }  // namespace

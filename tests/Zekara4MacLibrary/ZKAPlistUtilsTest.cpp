@@ -1,14 +1,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <initializer_list>
 #include <ostream>
 #include <string>
 
 #include "PortableFoundation/NSException.h"
 #include "Zekara4MacLibrary/ZKAPlistUtils.h"
-#include "gmock/gmock.h"
-#include "gtest/gtest.h"
 #include "tests/support/PlistGenerator.h"
 
 namespace zekara {
@@ -50,7 +50,7 @@ const SectionDefault kNoRows[] = {{nullptr, 0, nullptr}};
 
 // PlistSupplementDefaults
 
-TEST(PlistSupplementDefaultsTest, MissingSectionIsMadeAndEveryRowFilledIn) {
+TEST(PlistSupplementDefaults, MissingSectionIsMadeAndEveryRowFilledIn) {
   const Plist tree = Tree();
   PlistSupplementDefaults(tree, "A", kTable);
   const Plist section = tree.objectForKey("A");
@@ -64,13 +64,13 @@ TEST(PlistSupplementDefaultsTest, MissingSectionIsMadeAndEveryRowFilledIn) {
   EXPECT_TRUE(section.objectForKey("empty").isMutable());
 }
 
-TEST(PlistSupplementDefaultsTest, TableWithoutRowsStillMakesTheSection) {
+TEST(PlistSupplementDefaults, TableWithoutRowsStillMakesTheSection) {
   const Plist tree = Tree();
   PlistSupplementDefaults(tree, "A", kNoRows);
   EXPECT_EQ(tree, Tree({{"A", Section()}}));
 }
 
-TEST(PlistSupplementDefaultsTest, ValuesThatAreThereStayWhateverTheyAre) {
+TEST(PlistSupplementDefaults, ValuesThatAreThereStayWhateverTheyAre) {
   const Plist section =
       Section({{"text", ""}, {"number", Plist::array()}, {"switch", 5}, {"list", false}, {"own", "x"}});
   const Plist expected = section.mutableCopy();
@@ -79,13 +79,13 @@ TEST(PlistSupplementDefaultsTest, ValuesThatAreThereStayWhateverTheyAre) {
   EXPECT_EQ(section, expected);
 }
 
-TEST(PlistSupplementDefaultsTest, OtherSectionsAreLeftAlone) {
+TEST(PlistSupplementDefaults, OtherSectionsAreLeftAlone) {
   const Plist tree = Tree({{"B", Section({{"k", "v"}})}});
   PlistSupplementDefaults(tree, "A", kTable);
   EXPECT_EQ(tree.objectForKey("B"), Section({{"k", "v"}}));
 }
 
-TEST(PlistSupplementDefaultsTest, NumbersAreTakenAsAtoiTakesThem) {
+TEST(PlistSupplementDefaults, NumbersAreTakenAsAtoiTakesThem) {
   struct Case {
     const char* text;
     int number;
@@ -101,13 +101,13 @@ TEST(PlistSupplementDefaultsTest, NumbersAreTakenAsAtoiTakesThem) {
   }
 }
 
-TEST(PlistSupplementDefaultsTest, BooleanRowsStayInTheirWrittenForm) {
+TEST(PlistSupplementDefaults, BooleanRowsStayInTheirWrittenForm) {
   const Plist tree = Tree();
   PlistSupplementDefaults(tree, "A", kTable);
   EXPECT_TRUE(tree.objectForKey("A").objectForKey("switch").isString());
 }
 
-TEST(PlistSupplementDefaultsTest, RowOfUnknownTypeRaisesAndTheRowsBeforeItStay) {
+TEST(PlistSupplementDefaults, RowOfUnknownTypeRaisesAndTheRowsBeforeItStay) {
   const SectionDefault table[] = {{"first", DefaultTypeString, "x"},
                                   {"bad", 4, "y"},
                                   {"last", DefaultTypeString, "z"},
@@ -117,14 +117,14 @@ TEST(PlistSupplementDefaultsTest, RowOfUnknownTypeRaisesAndTheRowsBeforeItStay) 
   EXPECT_EQ(tree, Tree({{"A", Section({{"first", "x"}})}}));
 }
 
-TEST(PlistSupplementDefaultsTest, RowOfUnknownTypeUnderAPresentKeyIsNotLookedAt) {
+TEST(PlistSupplementDefaults, RowOfUnknownTypeUnderAPresentKeyIsNotLookedAt) {
   const SectionDefault table[] = {{"bad", 4, "y"}, {nullptr, 0, nullptr}};
   const Plist tree = Tree({{"A", Section({{"bad", 1}})}});
   PlistSupplementDefaults(tree, "A", table);
   EXPECT_EQ(tree, Tree({{"A", Section({{"bad", 1}})}}));
 }
 
-TEST(PlistSupplementDefaultsTest, TreeOrSectionThatCannotBeChangedRaisesAtTheFirstWrite) {
+TEST(PlistSupplementDefaults, TreeOrSectionThatCannotBeChangedRaisesAtTheFirstWrite) {
   ExpectInvalidArgument([] { PlistSupplementDefaults(Tree().copy(), "A", kNoRows); });
   const Plist section = Section({{"text", "own"}}).copy();
   ExpectInvalidArgument([&] { PlistSupplementDefaults(Tree({{"A", section}}), "A", kTable); });
@@ -132,20 +132,20 @@ TEST(PlistSupplementDefaultsTest, TreeOrSectionThatCannotBeChangedRaisesAtTheFir
   PlistSupplementDefaults(Tree({{"A", section}}).copy(), "A", kNoRows);  // nothing to write: nothing to raise
 }
 
-TEST(PlistSupplementDefaultsTest, SectionThatIsNoDictionaryRaises) {
+TEST(PlistSupplementDefaults, SectionThatIsNoDictionaryRaises) {
   ExpectInvalidArgument([] { PlistSupplementDefaults(Tree({{"A", "text"}}), "A", kTable); });
 }
 
 // PlistDeepCopy
 
-TEST(PlistDeepCopyTest, EmptyTreeIsAnEmptyDictionary) {
+TEST(PlistDeepCopy, EmptyTreeIsAnEmptyDictionary) {
   const Plist copy = PlistDeepCopy(Tree());
   EXPECT_TRUE(copy.isDictionary());
   EXPECT_TRUE(copy.isMutable());
   EXPECT_EQ(copy.count(), 0U);
 }
 
-TEST(PlistDeepCopyTest, CopyEqualsTheTreeAndChangingItLeavesTheSourceUnchanged) {
+TEST(PlistDeepCopy, CopyEqualsTheTreeAndChangingItLeavesTheSourceUnchanged) {
   const Plist tree = Tree({{"A", Section({{"k", "v"}})}, {"B", Section()}}).copy();
   const Plist copy = PlistDeepCopy(tree);
   EXPECT_EQ(copy, tree);
@@ -154,7 +154,7 @@ TEST(PlistDeepCopyTest, CopyEqualsTheTreeAndChangingItLeavesTheSourceUnchanged) 
   EXPECT_EQ(tree, Tree({{"A", Section({{"k", "v"}})}, {"B", Section()}}));
 }
 
-TEST(PlistDeepCopyTest, ArraysAreCopiedUnmodifiableAndTheirElementsShared) {
+TEST(PlistDeepCopy, ArraysAreCopiedUnmodifiableAndTheirElementsShared) {
   const Plist inner = Plist::array({1});
   const Plist list = Plist::array({inner});
   const Plist copy = PlistDeepCopy(Tree({{"A", Section({{"k", list}})}}));
@@ -166,54 +166,54 @@ TEST(PlistDeepCopyTest, ArraysAreCopiedUnmodifiableAndTheirElementsShared) {
   EXPECT_EQ(copied.count(), 1U);
 }
 
-TEST(PlistDeepCopyTest, SectionThatIsNoDictionaryRaises) {
+TEST(PlistDeepCopy, SectionThatIsNoDictionaryRaises) {
   ExpectInvalidArgument([] { PlistDeepCopy(Tree({{"A", Plist::array()}})); });
 }
 
 // PlistDiff
 
-TEST(PlistDiffTest, EqualTreesHaveNoDifference) {
+TEST(PlistDiff, EqualTreesHaveNoDifference) {
   EXPECT_EQ(PlistDiff(Tree(), Tree()).count(), 0U);
   EXPECT_EQ(PlistDiff(Tree({{"A", Section({{"k", "v"}})}}), Tree({{"A", Section({{"k", "v"}})}})).count(),
             0U);
 }
 
-TEST(PlistDiffTest, StringThatBecomesANumberIsInTheDiff) {
+TEST(PlistDiff, StringThatBecomesANumberIsInTheDiff) {
   const Plist diff = PlistDiff(Tree({{"A", Section({{"k", "30"}})}}), Tree({{"A", Section({{"k", 30}})}}));
   EXPECT_EQ(diff, Tree({{"A", Section({{"k", 30}})}}));
 }
 
-TEST(PlistDiffTest, CaseCounts) {
+TEST(PlistDiff, CaseCounts) {
   const Plist diff =
       PlistDiff(Tree({{"A", Section({{"k", "Yes"}})}}), Tree({{"A", Section({{"k", "yes"}})}}));
   EXPECT_EQ(diff, Tree({{"A", Section({{"k", "yes"}})}}));
 }
 
-TEST(PlistDiffTest, OrderOfAListCounts) {
+TEST(PlistDiff, OrderOfAListCounts) {
   const Plist diff = PlistDiff(Tree({{"A", Section({{"k", Plist::array({1, 2})}})}}),
                                Tree({{"A", Section({{"k", Plist::array({2, 1})}})}}));
   EXPECT_EQ(diff.count(), 1U);
 }
 
-TEST(PlistDiffTest, BooleanEqualsTheNumberThatTheFileGivesBackForIt) {
+TEST(PlistDiff, BooleanEqualsTheNumberThatTheFileGivesBackForIt) {
   EXPECT_EQ(PlistDiff(Tree({{"A", Section({{"k", 1}})}}), Tree({{"A", Section({{"k", true}})}})).count(), 0U);
   EXPECT_EQ(PlistDiff(Tree({{"A", Section({{"k", 0}})}}), Tree({{"A", Section({{"k", false}})}})).count(),
             0U);
   EXPECT_EQ(PlistDiff(Tree({{"A", Section({{"k", 2}})}}), Tree({{"A", Section({{"k", true}})}})).count(), 1U);
 }
 
-TEST(PlistDiffTest, WhatOnlyTheOldTreeHasLeavesNoTrace) {
+TEST(PlistDiff, WhatOnlyTheOldTreeHasLeavesNoTrace) {
   const Plist old = Tree({{"A", Section({{"gone", 1}, {"k", "v"}})}, {"Gone", Section({{"k", 1}})}});
   EXPECT_EQ(PlistDiff(old, Tree({{"A", Section({{"k", "v"}})}})).count(), 0U);
 }
 
-TEST(PlistDiffTest, OnlyTheChangedKeysOfASectionAreInTheDiff) {
+TEST(PlistDiff, OnlyTheChangedKeysOfASectionAreInTheDiff) {
   const Plist diff = PlistDiff(Tree({{"A", Section({{"same", 1}, {"other", 1}})}}),
                                Tree({{"A", Section({{"same", 1}, {"other", 2}, {"new", 3}})}}));
   EXPECT_EQ(diff, Tree({{"A", Section({{"other", 2}, {"new", 3}})}}));
 }
 
-TEST(PlistDiffTest, SectionThatOnlyTheNewTreeHasIsSharedWholeEvenWhenEmpty) {
+TEST(PlistDiff, SectionThatOnlyTheNewTreeHasIsSharedWholeEvenWhenEmpty) {
   const Plist empty = Section();
   const Plist full = Section({{"k", "v"}});
   const Plist diff = PlistDiff(Tree(), Tree({{"E", empty}, {"F", full}}));
@@ -222,7 +222,7 @@ TEST(PlistDiffTest, SectionThatOnlyTheNewTreeHasIsSharedWholeEvenWhenEmpty) {
   EXPECT_TRUE(diff.objectForKey("F").isSameObject(full));
 }
 
-TEST(PlistDiffTest, NeitherTreeIsChangedAndValuesAreShared) {
+TEST(PlistDiff, NeitherTreeIsChangedAndValuesAreShared) {
   const Plist list = Plist::array({1});
   const Plist old = Tree({{"A", Section({{"k", "v"}})}}).copy();
   const Plist fresh = Tree({{"A", Section({{"k", list}}).copy()}}).copy();
@@ -233,7 +233,7 @@ TEST(PlistDiffTest, NeitherTreeIsChangedAndValuesAreShared) {
   EXPECT_EQ(old, Tree({{"A", Section({{"k", "v"}})}}));
 }
 
-TEST(PlistDiffTest, EntryThatIsNoDictionaryRaisesOnlyWhereItsKeysAreNeeded) {
+TEST(PlistDiff, EntryThatIsNoDictionaryRaisesOnlyWhereItsKeysAreNeeded) {
   EXPECT_EQ(PlistDiff(Tree(), Tree({{"A", "text"}})), Tree({{"A", "text"}}));
   ExpectInvalidArgument([] { PlistDiff(Tree({{"A", Section()}}), Tree({{"A", "text"}})); });
   ExpectInvalidArgument([] { PlistDiff(Tree({{"A", "text"}}), Tree({{"A", Section({{"k", 1}})}})); });
@@ -241,14 +241,14 @@ TEST(PlistDiffTest, EntryThatIsNoDictionaryRaisesOnlyWhereItsKeysAreNeeded) {
 
 // PlistPatch
 
-TEST(PlistPatchTest, EmptyPatchChangesNothing) {
+TEST(PlistPatch, EmptyPatchChangesNothing) {
   const Plist tree = Tree({{"A", Section({{"k", "v"}})}});
   EXPECT_THAT(PlistPatch(tree, Tree()), IsEmpty());
   EXPECT_THAT(PlistPatch(tree, Plist()), IsEmpty());
   EXPECT_EQ(tree, Tree({{"A", Section({{"k", "v"}})}}));
 }
 
-TEST(PlistPatchTest, ChangedSectionsAreNamedOnceAndTheOthersNot) {
+TEST(PlistPatch, ChangedSectionsAreNamedOnceAndTheOthersNot) {
   const Plist tree =
       Tree({{"A", Section({{"k", 1}, {"m", 1}})}, {"B", Section({{"k", 1}})}, {"C", Section()}});
   const Plist patch =
@@ -259,33 +259,33 @@ TEST(PlistPatchTest, ChangedSectionsAreNamedOnceAndTheOthersNot) {
       Tree({{"A", Section({{"k", 2}, {"m", 2}})}, {"B", Section({{"k", 1}})}, {"C", Section({{"n", 1}})}}));
 }
 
-TEST(PlistPatchTest, EqualValuesAreLeftAloneAndMarkNothing) {
+TEST(PlistPatch, EqualValuesAreLeftAloneAndMarkNothing) {
   const Plist list = Plist::array({"a"});
   const Plist tree = Tree({{"A", Section({{"k", list}})}});
   EXPECT_THAT(PlistPatch(tree, Tree({{"A", Section({{"k", Plist::array({"a"})}})}})), IsEmpty());
   EXPECT_TRUE(tree.objectForKey("A").objectForKey("k").isSameObject(list));
 }
 
-TEST(PlistPatchTest, RepeatedPatchMarksNothing) {
+TEST(PlistPatch, RepeatedPatchMarksNothing) {
   const Plist tree = Tree();
   const Plist patch = Tree({{"A", Section({{"k", true}, {"m", Plist::array({1, "x"})}})}, {"B", Section()}});
   EXPECT_THAT(PlistPatch(tree, patch), ElementsAre("A", "B"));
   EXPECT_THAT(PlistPatch(tree, patch), IsEmpty());
 }
 
-TEST(PlistPatchTest, EmptyPatchSectionMarksOnlyAMissingSection) {
+TEST(PlistPatch, EmptyPatchSectionMarksOnlyAMissingSection) {
   const Plist tree = Tree({{"A", Section({{"k", 1}})}});
   EXPECT_THAT(PlistPatch(tree, Tree({{"A", Section()}, {"B", Section()}})), ElementsAre("B"));
   EXPECT_EQ(tree, Tree({{"A", Section({{"k", 1}})}, {"B", Section()}}));
 }
 
-TEST(PlistPatchTest, KeysThatThePatchDoesNotNameAreNeverTouched) {
+TEST(PlistPatch, KeysThatThePatchDoesNotNameAreNeverTouched) {
   const Plist tree = Tree({{"A", Section({{"kept", 1}})}, {"Kept", Section({{"k", 1}})}});
   PlistPatch(tree, Tree({{"A", Section({{"k", 2}})}}));
   EXPECT_EQ(tree, Tree({{"A", Section({{"kept", 1}, {"k", 2}})}, {"Kept", Section({{"k", 1}})}}));
 }
 
-TEST(PlistPatchTest, NewSectionIsAModifiableCopyThatSharesItsValues) {
+TEST(PlistPatch, NewSectionIsAModifiableCopyThatSharesItsValues) {
   const Plist list = Plist::array({1});
   const Plist section = Section({{"k", list}});
   const Plist patch = Tree({{"A", section.copy()}, {"B", section}});
@@ -300,14 +300,14 @@ TEST(PlistPatchTest, NewSectionIsAModifiableCopyThatSharesItsValues) {
   EXPECT_TRUE(tree.objectForKey("A").objectForKey("k").isSameObject(list));
 }
 
-TEST(PlistPatchTest, TreeOrSectionThatCannotBeChangedRaisesAtTheFirstWrite) {
+TEST(PlistPatch, TreeOrSectionThatCannotBeChangedRaisesAtTheFirstWrite) {
   ExpectInvalidArgument([] { PlistPatch(Tree().copy(), Tree({{"A", Section()}})); });
   const Plist tree = Tree({{"A", Section({{"k", 1}}).copy()}}).copy();
   EXPECT_THAT(PlistPatch(tree, Tree({{"A", Section({{"k", 1}})}})), IsEmpty());
   ExpectInvalidArgument([&] { PlistPatch(tree, Tree({{"A", Section({{"k", 2}})}})); });
 }
 
-TEST(PlistPatchTest, EntryThatIsNoDictionaryRaisesWhereTheTreeHasTheSectionAndNothingIsRolledBack) {
+TEST(PlistPatch, EntryThatIsNoDictionaryRaisesWhereTheTreeHasTheSectionAndNothingIsRolledBack) {
   const Plist tree = Tree({{"A", Section({{"k", 1}})}, {"B", Section()}});
   ExpectInvalidArgument([&] {
     PlistPatch(tree, Tree({{"A", Section({{"k", 2}})}, {"B", "text"}, {"C", Section()}}));
@@ -316,7 +316,7 @@ TEST(PlistPatchTest, EntryThatIsNoDictionaryRaisesWhereTheTreeHasTheSectionAndNo
   ExpectInvalidArgument([] { PlistPatch(Tree({{"A", "text"}}), Tree({{"A", Section({{"k", 1}})}})); });
 }
 
-TEST(PlistPatchTest, EntryThatHasAModifiableCopyIsTakenInWhereTheTreeLacksTheSection) {
+TEST(PlistPatch, EntryThatHasAModifiableCopyIsTakenInWhereTheTreeLacksTheSection) {
   for (const Plist& entry : {Plist("text"), Plist(""), Plist::array({1}), Plist::data("x")}) {
     const Plist tree = Tree();
     EXPECT_THAT(PlistPatch(tree, Tree({{"A", entry}})), ElementsAre("A"));
@@ -324,7 +324,7 @@ TEST(PlistPatchTest, EntryThatHasAModifiableCopyIsTakenInWhereTheTreeLacksTheSec
   }
 }
 
-TEST(PlistPatchTest, EntryWithoutAModifiableCopyRaisesWhereTheTreeLacksTheSection) {
+TEST(PlistPatch, EntryWithoutAModifiableCopyRaisesWhereTheTreeLacksTheSection) {
   for (const Plist& entry : {Plist(1), Plist(1.5), Plist(true), Plist::date(0)}) {
     const Plist tree = Tree();
     ExpectInvalidArgument([&] { PlistPatch(tree, Tree({{"A", entry}})); });
@@ -332,13 +332,13 @@ TEST(PlistPatchTest, EntryWithoutAModifiableCopyRaisesWhereTheTreeLacksTheSectio
   }
 }
 
-TEST(PlistPatchTest, PatchThatIsNoDictionaryRaises) {
+TEST(PlistPatch, PatchThatIsNoDictionaryRaises) {
   for (const Plist& patch : {Plist("text"), Plist::array(), Plist(1)}) {
     ExpectInvalidArgument([&] { PlistPatch(Tree(), patch); });
   }
 }
 
-TEST(PlistPatchTest, PatchingWithTheDiffNamesItsSectionsAndLeavesNoDifference) {
+TEST(PlistPatch, PatchingWithTheDiffNamesItsSectionsAndLeavesNoDifference) {
   std::size_t changes = 0;
   for (std::uint32_t seed = 0; seed < 20000; ++seed) {
     const std::string bytes = RandomBytes(seed, 300);
@@ -376,9 +376,9 @@ void PrintTo(const ConversionCase& one, std::ostream* out) {
   *out << one.name;
 }
 
-class SectionBooleansToNumbersTest : public testing::TestWithParam<ConversionCase> {};
+class SectionBooleansNumbers : public testing::TestWithParam<ConversionCase> {};
 
-TEST_P(SectionBooleansToNumbersTest, ConvertsTheValue) {
+TEST_P(SectionBooleansNumbers, ConvertsTheValue) {
   const Plist section = Section({{"switch", GetParam().before}});
   SectionBooleansToNumbers(section, kBooleans);
   EXPECT_TRUE(AreIdentical(section.objectForKey("switch"), GetParam().after)) << section.description();
@@ -386,7 +386,7 @@ TEST_P(SectionBooleansToNumbersTest, ConvertsTheValue) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Values, SectionBooleansToNumbersTest,
+    Values, SectionBooleansNumbers,
     testing::Values(ConversionCase{"YesIsTrue", "Yes", true}, ConversionCase{"NoIsFalse", "No", false},
                     ConversionCase{"LowerCaseYesIsFalse", "yes", false},
                     ConversionCase{"CapitalYesIsFalse", "YES", false},
@@ -397,9 +397,9 @@ INSTANTIATE_TEST_SUITE_P(
                     ConversionCase{"ListStays", Plist::array({"Yes"}), Plist::array({"Yes"})}),
     [](const auto& test) { return test.param.name; });
 
-class SectionBooleansToStringsTest : public testing::TestWithParam<ConversionCase> {};
+class SectionBooleansStrings : public testing::TestWithParam<ConversionCase> {};
 
-TEST_P(SectionBooleansToStringsTest, ConvertsTheValue) {
+TEST_P(SectionBooleansStrings, ConvertsTheValue) {
   const Plist section = Section({{"other", GetParam().before}});
   SectionBooleansToStrings(section, kBooleans);
   EXPECT_TRUE(AreIdentical(section.objectForKey("other"), GetParam().after)) << section.description();
@@ -407,7 +407,7 @@ TEST_P(SectionBooleansToStringsTest, ConvertsTheValue) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Values, SectionBooleansToStringsTest,
+    Values, SectionBooleansStrings,
     testing::Values(ConversionCase{"TrueIsYes", true, "Yes"}, ConversionCase{"FalseIsNo", false, "No"},
                     ConversionCase{"ZeroIsNo", 0, "No"}, ConversionCase{"TwoIsYes", 2, "Yes"},
                     ConversionCase{"NegativeNumberIsYes", -1, "Yes"}, ConversionCase{"HalfIsYes", 0.5, "Yes"},
@@ -417,7 +417,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ConversionCase{"ListStays", Plist::array({1}), Plist::array({1})}),
     [](const auto& test) { return test.param.name; });
 
-TEST(SectionBooleansTest, RowsOfOtherTypesAreSkippedWhateverTheirValues) {
+TEST(SectionBooleans, RowsOfOtherTypesAreSkippedWhateverTheirValues) {
   const Plist strings = Section({{"text", "Yes"}, {"number", "No"}, {"list", "Yes"}, {"unknown", "Yes"}});
   const Plist numbers = Section({{"text", true}, {"number", 1}, {"list", 0}, {"unknown", false}});
   const Plist stringsBefore = strings.copy();
@@ -428,7 +428,7 @@ TEST(SectionBooleansTest, RowsOfOtherTypesAreSkippedWhateverTheirValues) {
   EXPECT_TRUE(AreIdentical(numbers, numbersBefore));
 }
 
-TEST(SectionBooleansTest, EveryBooleanRowIsConverted) {
+TEST(SectionBooleans, EveryBooleanRowIsConverted) {
   const Plist section = Section({{"switch", "Yes"}, {"other", "No"}});
   SectionBooleansToNumbers(section, kBooleans);
   EXPECT_TRUE(AreIdentical(section, Section({{"switch", true}, {"other", false}})));
@@ -436,7 +436,7 @@ TEST(SectionBooleansTest, EveryBooleanRowIsConverted) {
   EXPECT_TRUE(AreIdentical(section, Section({{"switch", "Yes"}, {"other", "No"}})));
 }
 
-TEST(SectionBooleansTest, NumberSurvivesTheWayThereAndBecomesAWordOnTheWayBack) {
+TEST(SectionBooleans, NumberSurvivesTheWayThereAndBecomesAWordOnTheWayBack) {
   const Plist section = Section({{"switch", 5}});
   SectionBooleansToNumbers(section, kBooleans);
   EXPECT_TRUE(AreIdentical(section.objectForKey("switch"), 5));
@@ -444,12 +444,12 @@ TEST(SectionBooleansTest, NumberSurvivesTheWayThereAndBecomesAWordOnTheWayBack) 
   EXPECT_TRUE(AreIdentical(section.objectForKey("switch"), "Yes"));
 }
 
-TEST(SectionBooleansTest, NilSectionIsLeftAlone) {
+TEST(SectionBooleans, NilSectionIsLeftAlone) {
   SectionBooleansToNumbers(Plist(), kBooleans);
   SectionBooleansToStrings(Plist(), kBooleans);
 }
 
-TEST(SectionBooleansTest, SectionThatCannotBeChangedRaisesAtTheFirstChange) {
+TEST(SectionBooleans, SectionThatCannotBeChangedRaisesAtTheFirstChange) {
   const Plist text = Section({{"switch", "Yes"}}).copy();
   ExpectInvalidArgument([&] { SectionBooleansToNumbers(text, kBooleans); });
   SectionBooleansToStrings(text, kBooleans);  // nothing to change
@@ -461,38 +461,38 @@ TEST(SectionBooleansTest, SectionThatCannotBeChangedRaisesAtTheFirstChange) {
 
 const Plist kTranslation = Plist::dictionary({{"Cure", 2}, {"Delete", 1}, {"Report", "Report"}, {5, "five"}});
 
-TEST(SectionTranslateTest, ValuesUnderTheKeysAreReplaced) {
+TEST(SectionTranslate, ValuesUnderTheKeysAreReplaced) {
   const Plist section = Section({{"a", "Cure"}, {"b", "Delete"}, {"c", 5}, {"other", "Cure"}});
   SectionTranslate(section, Plist::array({"a", "b", "c"}), kTranslation);
   EXPECT_EQ(section, Section({{"a", 2}, {"b", 1}, {"c", "five"}, {"other", "Cure"}}));
 }
 
-TEST(SectionTranslateTest, KeysThatTheSectionLacksAreSkipped) {
+TEST(SectionTranslate, KeysThatTheSectionLacksAreSkipped) {
   const Plist section = Section({{"b", "Cure"}});
   SectionTranslate(section, Plist::array({"a", "b", "c"}), kTranslation);
   EXPECT_EQ(section, Section({{"b", 2}}));
 }
 
-TEST(SectionTranslateTest, ValueThatMapsToItselfIsStoredAgain) {
+TEST(SectionTranslate, ValueThatMapsToItselfIsStoredAgain) {
   const Plist section = Section({{"a", "Report"}});
   SectionTranslate(section, Plist::array({"a"}), kTranslation);
   EXPECT_EQ(section, Section({{"a", "Report"}}));
 }
 
-TEST(SectionTranslateTest, ValueWithoutATranslationRaisesAndEarlierKeysStayTranslated) {
+TEST(SectionTranslate, ValueWithoutATranslationRaisesAndEarlierKeysStayTranslated) {
   const Plist section = Section({{"a", "Cure"}, {"b", "cure"}, {"c", "Delete"}});
   ExpectInvalidArgument([&] { SectionTranslate(section, Plist::array({"a", "b", "c"}), kTranslation); });
   EXPECT_EQ(section, Section({{"a", 2}, {"b", "cure"}, {"c", "Delete"}}));
 }
 
-TEST(SectionTranslateTest, NilSectionOrKeysDoNothing) {
+TEST(SectionTranslate, NilSectionOrKeysDoNothing) {
   SectionTranslate(Plist(), Plist::array({"a"}), kTranslation);
   const Plist section = Section({{"a", "Cure"}});
   SectionTranslate(section, Plist(), kTranslation);
   EXPECT_EQ(section, Section({{"a", "Cure"}}));
 }
 
-TEST(SectionTranslateTest, SectionThatCannotBeChangedRaisesAtTheFirstChange) {
+TEST(SectionTranslate, SectionThatCannotBeChangedRaisesAtTheFirstChange) {
   const Plist section = Section({{"a", "Cure"}}).copy();
   SectionTranslate(section, Plist::array({"b"}), kTranslation);
   ExpectInvalidArgument([&] { SectionTranslate(section, Plist::array({"a"}), kTranslation); });

@@ -10,6 +10,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -18,8 +20,6 @@
 
 #include "PortableFoundation/Descriptor.h"
 #include "Zekara4MacLibrary/ZKASignalSender.h"
-#include "gmock/gmock.h"
-#include "gtest/gtest.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/TestProcesses.h"
 
@@ -58,7 +58,7 @@ void MakeLink(const std::string& target, const std::string& path) {
   ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0) << path;
 }
 
-class ZKASendSignalTest : public testing::Test {
+class ZKASendSignalPidFile : public testing::Test {
  protected:
   // Sends to a pid file with this content, and expects one complaint and no more.
   void expectFailure(std::string_view content) {
@@ -112,15 +112,15 @@ void PrintTo(const PidTextCase& one, std::ostream* out) {
   *out << one.name;
 }
 
-class ZKASendSignalTextTest : public ZKASendSignalTest, public testing::WithParamInterface<PidTextCase> {};
+class ZKASendSignalText : public ZKASendSignalPidFile, public testing::WithParamInterface<PidTextCase> {};
 
-TEST_P(ZKASendSignalTextTest, SignalsTheProcess) {
+TEST_P(ZKASendSignalText, SignalsTheProcess) {
   WaitingChild child;
   expectSuccess(GetParam().before + child.pidText() + GetParam().after, child);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Texts, ZKASendSignalTextTest,
+    Texts, ZKASendSignalText,
     testing::Values(PidTextCase{"PlainNumber", "", ""}, PidTextCase{"NumberAndALineEnd", "", "\n"},
                     PidTextCase{"BlanksBeforeTheNumber", "  ", "\n"},
                     PidTextCase{"LineEndsAndTabsBefore", "\r\n\t\v\f", ""},
@@ -134,7 +134,7 @@ INSTANTIATE_TEST_SUITE_P(
                     PidTextCase{"AMebibyteBehind", "", "\n" + std::string(1 << 20, '9')}),
     [](const auto& test) { return test.param.name; });
 
-TEST_F(ZKASendSignalTest, EverySignalNumberIsPassedOn) {
+TEST_F(ZKASendSignalPidFile, EverySignalNumberIsPassedOn) {
   for (const int signal : {SIGHUP, SIGTERM, SIGUSR1, SIGWINCH}) {
     WaitingChild child;
     WriteTestFile(directory / "pid", child.pidText());
@@ -143,14 +143,14 @@ TEST_F(ZKASendSignalTest, EverySignalNumberIsPassedOn) {
   }
 }
 
-TEST_F(ZKASendSignalTest, TextWithoutAPositiveNumberSignalsNobody) {
+TEST_F(ZKASendSignalPidFile, TextWithoutAPositiveNumberSignalsNobody) {
   for (const char* text :
        {"", "0", "0\n", "-1", "-1\n", "- 1", "abc", "\n", "  ", "+", "-", "x1", "--1", "+-1", "0x1", ".1"}) {
     expectFailure(text);
   }
 }
 
-TEST_F(ZKASendSignalTest, NumberBeyondThirtyTwoBitsIsClampedAndDoesNotWrap) {
+TEST_F(ZKASendSignalPidFile, NumberBeyondThirtyTwoBitsIsClampedAndDoesNotWrap) {
   // Each of them is 1, or this process, modulo 2^32 or 2^64.
   for (const char* text :
        {"4294967297", "-4294967295", "18446744073709551617", "-2147483649", "99999999999999999999999"}) {
@@ -160,7 +160,7 @@ TEST_F(ZKASendSignalTest, NumberBeyondThirtyTwoBitsIsClampedAndDoesNotWrap) {
   expectFailure(std::string(100000, '9'));
 }
 
-TEST_F(ZKASendSignalTest, ByteBeyondAsciiAnywhereMakesTheFileHoldNoNumber) {
+TEST_F(ZKASendSignalPidFile, ByteBeyondAsciiAnywhereMakesTheFileHoldNoNumber) {
   const std::string pid = std::to_string(getpid());
   expectFailure("\x80" + pid);
   expectFailure(pid + "\n\xC3\xA4");
@@ -168,13 +168,13 @@ TEST_F(ZKASendSignalTest, ByteBeyondAsciiAnywhereMakesTheFileHoldNoNumber) {
   expectFailure("\xEF\xBB\xBF" + pid);
 }
 
-TEST_F(ZKASendSignalTest, MissingFileIsLoggedWithThePathAsItWasPassed) {
+TEST_F(ZKASendSignalPidFile, MissingFileIsLoggedWithThePathAsItWasPassed) {
   expectFailureAt(directory / "missing");
   expectFailureAt("relative/%s%n%d/missing");
   expectFailureAt("");
 }
 
-TEST_F(ZKASendSignalTest, SignalNumberAndPathStandInTheComplaint) {
+TEST_F(ZKASendSignalPidFile, SignalNumberAndPathStandInTheComplaint) {
   const StandardErrorCapture capture;
   EXPECT_FALSE(ZKASendSignal(directory / "UpdateD.pid", SIGHUP));
   EXPECT_FALSE(ZKASendSignal(directory / "FileD.pid", SIGTERM));
@@ -182,24 +182,24 @@ TEST_F(ZKASendSignalTest, SignalNumberAndPathStandInTheComplaint) {
                                               "Can't signal 15 to " + directory / "FileD.pid"));
 }
 
-TEST_F(ZKASendSignalTest, ProcessThatHasExitedIsOneComplaintAndTheFileStays) {
+TEST_F(ZKASendSignalPidFile, ProcessThatHasExitedIsOneComplaintAndTheFileStays) {
   expectFailure(std::to_string(ExitedProcess()));
 }
 
-TEST_F(ZKASendSignalTest, SignalThatDoesNotExistIsAComplaint) {
+TEST_F(ZKASendSignalPidFile, SignalThatDoesNotExistIsAComplaint) {
   WriteTestFile(directory / "pid", std::to_string(getpid()));
   const StandardErrorCapture capture;
   EXPECT_FALSE(ZKASendSignal(directory / "pid", 12345));
   EXPECT_THAT(capture.messages(), ElementsAre(Complaint(12345, directory / "pid")));
 }
 
-TEST_F(ZKASendSignalTest, ProcessOfAnotherUserIsNotSignalledByOneWhoMayNot) {
+TEST_F(ZKASendSignalPidFile, ProcessOfAnotherUserIsNotSignalledByOneWhoMayNot) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root, to become another user";
   WriteTestFile(directory / "pid", std::to_string(getpid()));
   expectFailureAsAnotherUser(directory / "pid");
 }
 
-TEST_F(ZKASendSignalTest, FileThatMayNotBeReadHoldsNoNumber) {
+TEST_F(ZKASendSignalPidFile, FileThatMayNotBeReadHoldsNoNumber) {
   WaitingChild child;
   WriteTestFile(directory / "pid", child.pidText());
   ASSERT_EQ(chmod((directory / "pid").c_str(), 0), 0);
@@ -210,7 +210,7 @@ TEST_F(ZKASendSignalTest, FileThatMayNotBeReadHoldsNoNumber) {
   }
 }
 
-TEST_F(ZKASendSignalTest, LinkIsFollowed) {
+TEST_F(ZKASendSignalPidFile, LinkIsFollowed) {
   WaitingChild child;
   WriteTestFile(directory / "target", child.pidText());
   MakeLink("target", directory / "link");
@@ -218,14 +218,14 @@ TEST_F(ZKASendSignalTest, LinkIsFollowed) {
   EXPECT_EQ(child.takeSignal(), SIGTERM);
 }
 
-TEST_F(ZKASendSignalTest, LinkThatLeadsNowhereOrInACircleHoldsNoNumber) {
+TEST_F(ZKASendSignalPidFile, LinkThatLeadsNowhereOrInACircleHoldsNoNumber) {
   MakeLink("missing", directory / "dangling");
   MakeLink("circle", directory / "circle");
   expectFailureAt(directory / "dangling");
   expectFailureAt(directory / "circle");
 }
 
-TEST_F(ZKASendSignalTest, WhatIsNoRegularFileHoldsNoNumberAndNothingHangs) {
+TEST_F(ZKASendSignalPidFile, WhatIsNoRegularFileHoldsNoNumberAndNothingHangs) {
   MakeFifo(directory / "fifo");
   MakeSocket(directory / "socket");
   for (const std::string& path :
@@ -234,7 +234,7 @@ TEST_F(ZKASendSignalTest, WhatIsNoRegularFileHoldsNoNumberAndNothingHangs) {
   }
 }
 
-TEST_F(ZKASendSignalTest, FifoWithAWriterIsNotReadEither) {
+TEST_F(ZKASendSignalPidFile, FifoWithAWriterIsNotReadEither) {
   MakeFifo(directory / "fifo");
   const Descriptor both(open((directory / "fifo").c_str(), O_RDWR | O_CLOEXEC));
   const std::string text = std::to_string(getpid()) + "\n";
@@ -242,7 +242,7 @@ TEST_F(ZKASendSignalTest, FifoWithAWriterIsNotReadEither) {
   expectFailureAt(directory / "fifo");
 }
 
-TEST_F(ZKASendSignalTest, HugeFileNeedsNoMemory) {
+TEST_F(ZKASendSignalPidFile, HugeFileNeedsNoMemory) {
   WaitingChild child;
   const std::string path = directory / "pid";
   WriteTestFile(path, child.pidText() + "\n");
@@ -257,7 +257,7 @@ TEST_F(ZKASendSignalTest, HugeFileNeedsNoMemory) {
 }
 
 // The front-end directory is fixed, so these run where /var is their own.
-class ZKASendSignalToGUITest : public testing::Test {
+class ZKASendSignalFrontEnds : public testing::Test {
  protected:
   void SetUp() override {
     // Entering a namespace cannot be taken back, so the program is opened before /var, in which it may be, is
@@ -288,19 +288,19 @@ class ZKASendSignalToGUITest : public testing::Test {
   std::vector<std::string> messages;
 };
 
-TEST_F(ZKASendSignalToGUITest, MissingDirectoryGivesZeroAndNoComplaint) {
+TEST_F(ZKASendSignalFrontEnds, MissingDirectoryGivesZeroAndNoComplaint) {
   EXPECT_EQ(send(SIGHUP), 0);
   EXPECT_THAT(messages, IsEmpty());
 }
 
-TEST_F(ZKASendSignalToGUITest, EmptyDirectoryGivesZero) {
+TEST_F(ZKASendSignalFrontEnds, EmptyDirectoryGivesZero) {
   makeFrontEnd();
   EXPECT_EQ(send(SIGHUP), 0);
   EXPECT_THAT(messages, IsEmpty());
   EXPECT_TRUE(Exists(frontEnd));
 }
 
-TEST_F(ZKASendSignalToGUITest, FileOrLinkInPlaceOfTheDirectoryGivesZero) {
+TEST_F(ZKASendSignalFrontEnds, FileOrLinkInPlaceOfTheDirectoryGivesZero) {
   WriteTestFile(frontEnd, std::to_string(getpid()));
   EXPECT_EQ(send(kHarmless), 0);
   unlink(frontEnd.c_str());
@@ -310,7 +310,7 @@ TEST_F(ZKASendSignalToGUITest, FileOrLinkInPlaceOfTheDirectoryGivesZero) {
   EXPECT_THAT(messages, IsEmpty());
 }
 
-TEST_F(ZKASendSignalToGUITest, LiveProcessIsSignalledStaleOneRemovedAndAnyOtherEntryLeft) {
+TEST_F(ZKASendSignalFrontEnds, LiveProcessIsSignalledStaleOneRemovedAndAnyOtherEntryLeft) {
   makeFrontEnd();
   WaitingChild live;
   registerProcess("ag1", live.pid());
@@ -324,7 +324,7 @@ TEST_F(ZKASendSignalToGUITest, LiveProcessIsSignalledStaleOneRemovedAndAnyOtherE
   EXPECT_TRUE(Exists(entry("xy3")));
 }
 
-TEST_F(ZKASendSignalToGUITest, ProgramPrintsTheCount) {
+TEST_F(ZKASendSignalFrontEnds, ProgramPrintsTheCount) {
   makeFrontEnd();
   WaitingChild first;
   WaitingChild second;
@@ -342,7 +342,7 @@ TEST_F(ZKASendSignalToGUITest, ProgramPrintsTheCount) {
   EXPECT_EQ(second.takeSignal(), SIGTERM);
 }
 
-TEST_F(ZKASendSignalToGUITest, PrefixIsMatchedLiterally) {
+TEST_F(ZKASendSignalFrontEnds, PrefixIsMatchedLiterally) {
   makeFrontEnd();
   for (const char* name : {"Agent.pid", "AG", "Cc", "a", "c", "xag", "ac", "ca", " ag", ".ag", "g"}) {
     registerProcess(name, ExitedProcess());
@@ -354,7 +354,7 @@ TEST_F(ZKASendSignalToGUITest, PrefixIsMatchedLiterally) {
   EXPECT_EQ(send(kHarmless), 2);
 }
 
-TEST_F(ZKASendSignalToGUITest, EntryBelowAnotherDirectoryIsLeftAlone) {
+TEST_F(ZKASendSignalFrontEnds, EntryBelowAnotherDirectoryIsLeftAlone) {
   makeFrontEnd();
   MakeDirectory(entry("sub"));
   registerProcess("sub/agent.pid", ExitedProcess());
@@ -365,7 +365,7 @@ TEST_F(ZKASendSignalToGUITest, EntryBelowAnotherDirectoryIsLeftAlone) {
   EXPECT_TRUE(Exists(entry("sub/cc")));
 }
 
-TEST_F(ZKASendSignalToGUITest, DirectoryThatCountsAsARegistrationIsRemovedWithItsContent) {
+TEST_F(ZKASendSignalFrontEnds, DirectoryThatCountsAsARegistrationIsRemovedWithItsContent) {
   makeFrontEnd();
   WaitingChild unreached;
   MakeDirectory(entry("agents"));
@@ -378,7 +378,7 @@ TEST_F(ZKASendSignalToGUITest, DirectoryThatCountsAsARegistrationIsRemovedWithIt
   EXPECT_EQ(unreached.takeSignal(), 0) << "what lay below the removed directory is not visited";
 }
 
-TEST_F(ZKASendSignalToGUITest, EveryKindOfFailureRemovesTheRegistration) {
+TEST_F(ZKASendSignalFrontEnds, EveryKindOfFailureRemovesTheRegistration) {
   makeFrontEnd();
   WriteTestFile(entry("ag-empty"), "");
   WriteTestFile(entry("ag-zero"), "0");
@@ -394,7 +394,7 @@ TEST_F(ZKASendSignalToGUITest, EveryKindOfFailureRemovesTheRegistration) {
   EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
 }
 
-TEST_F(ZKASendSignalToGUITest, LinkToAPidFileOutsideIsReadAndStays) {
+TEST_F(ZKASendSignalFrontEnds, LinkToAPidFileOutsideIsReadAndStays) {
   makeFrontEnd();
   WaitingChild live;
   WriteTestFile("/var/outside/pid", live.pidText());
@@ -404,7 +404,7 @@ TEST_F(ZKASendSignalToGUITest, LinkToAPidFileOutsideIsReadAndStays) {
   EXPECT_TRUE(Exists(entry("ag-link")));
 }
 
-TEST_F(ZKASendSignalToGUITest, RemovedLinkLeavesItsTargetAlone) {
+TEST_F(ZKASendSignalFrontEnds, RemovedLinkLeavesItsTargetAlone) {
   makeFrontEnd();
   WriteTestFile("/var/outside/pid", std::to_string(ExitedProcess()));
   MakeDirectory("/var/outside/directory");
@@ -417,7 +417,7 @@ TEST_F(ZKASendSignalToGUITest, RemovedLinkLeavesItsTargetAlone) {
   EXPECT_TRUE(Exists("/var/outside/directory/ag-file"));
 }
 
-TEST_F(ZKASendSignalToGUITest, LinksInARemovedDirectoryAreNotFollowed) {
+TEST_F(ZKASendSignalFrontEnds, LinksInARemovedDirectoryAreNotFollowed) {
   makeFrontEnd();
   WriteTestFile("/var/outside/kept", "kept");
   MakeDirectory(entry("agents"));
@@ -429,7 +429,7 @@ TEST_F(ZKASendSignalToGUITest, LinksInARemovedDirectoryAreNotFollowed) {
   EXPECT_EQ(ReadTestFile("/var/outside/kept"), "kept");
 }
 
-TEST_F(ZKASendSignalToGUITest, NamesOfAnyBytesAreServed) {
+TEST_F(ZKASendSignalFrontEnds, NamesOfAnyBytesAreServed) {
   makeFrontEnd();
   const std::string names[] = {"ag\nnewline",   "cc\xFF\xFE", "ag" + std::string(253, 'x'),
                                "cc \t\x01\x7F", "ag%s%n",     "cc'\"\\$(x)"};
@@ -441,7 +441,7 @@ TEST_F(ZKASendSignalToGUITest, NamesOfAnyBytesAreServed) {
   EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
 }
 
-TEST_F(ZKASendSignalToGUITest, DirectoriesOfOddNamesAreRemoved) {
+TEST_F(ZKASendSignalFrontEnds, DirectoriesOfOddNamesAreRemoved) {
   makeFrontEnd();
   std::string path = entry("ag\n");
   MakeDirectory(path);
@@ -453,7 +453,7 @@ TEST_F(ZKASendSignalToGUITest, DirectoriesOfOddNamesAreRemoved) {
   EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
 }
 
-TEST_F(ZKASendSignalToGUITest, DeepTreeIsRemovedWithFewOpenFiles) {
+TEST_F(ZKASendSignalFrontEnds, DeepTreeIsRemovedWithFewOpenFiles) {
   makeFrontEnd();
   Descriptor level(open(frontEnd.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   const char* name = "ag";
@@ -480,7 +480,7 @@ TEST_F(ZKASendSignalToGUITest, DeepTreeIsRemovedWithFewOpenFiles) {
   EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
 }
 
-TEST_F(ZKASendSignalToGUITest, ManyRegistrationsAreAllServed) {
+TEST_F(ZKASendSignalFrontEnds, ManyRegistrationsAreAllServed) {
   makeFrontEnd();
   for (int i = 0; i < 500; ++i) {
     registerProcess("ag" + std::to_string(i), getpid());
@@ -492,14 +492,14 @@ TEST_F(ZKASendSignalToGUITest, ManyRegistrationsAreAllServed) {
   EXPECT_THAT(messages, IsEmpty());
 }
 
-TEST_F(ZKASendSignalToGUITest, HugeRegistrationIsRead) {
+TEST_F(ZKASendSignalFrontEnds, HugeRegistrationIsRead) {
   makeFrontEnd();
   registerProcess("ag1", getpid());
   ASSERT_EQ(truncate(entry("ag1").c_str(), 64 << 20), 0);
   EXPECT_EQ(send(kHarmless), 1);
 }
 
-TEST_F(ZKASendSignalToGUITest, SameProcessRegisteredTwiceIsSignalledTwice) {
+TEST_F(ZKASendSignalFrontEnds, SameProcessRegisteredTwiceIsSignalledTwice) {
   makeFrontEnd();
   registerProcess("ag1", getpid());
   ASSERT_EQ(link(entry("ag1").c_str(), entry("cc1").c_str()), 0);
@@ -516,7 +516,7 @@ void MakeReadOnly(const std::string& path) {
   ASSERT_EQ(mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0) << path;
 }
 
-TEST_F(ZKASendSignalToGUITest, DirectoryThatCannotBeRemovedIsEmptiedAsFarAsCanBe) {
+TEST_F(ZKASendSignalFrontEnds, DirectoryThatCannotBeRemovedIsEmptiedAsFarAsCanBe) {
   makeFrontEnd();
   MakeDirectory(entry("agents"));
   WriteTestFile(entry("agents/file"), "");
@@ -530,7 +530,7 @@ TEST_F(ZKASendSignalToGUITest, DirectoryThatCannotBeRemovedIsEmptiedAsFarAsCanBe
               ElementsAre(Complaint(SIGHUP, entry("agents")), Complaint(SIGHUP, entry("agents/mount"))));
 }
 
-TEST_F(ZKASendSignalToGUITest, ContentsOfADirectoryThatCannotBeRemovedAreTriedAsRegistrations) {
+TEST_F(ZKASendSignalFrontEnds, ContentsOfADirectoryThatCannotBeRemovedAreTriedAsRegistrations) {
   makeFrontEnd();
   WaitingChild live;
   MakeDirectory(entry("agents"));
@@ -547,7 +547,7 @@ TEST_F(ZKASendSignalToGUITest, ContentsOfADirectoryThatCannotBeRemovedAreTriedAs
                                                       Complaint(SIGHUP, entry("agents/mount/stale"))));
 }
 
-TEST_F(ZKASendSignalToGUITest, RemovalThatFailsIsNotLogged) {
+TEST_F(ZKASendSignalFrontEnds, RemovalThatFailsIsNotLogged) {
   MountIn(frontEnd);
   registerProcess("ag1", getpid());
   registerProcess("cc2", ExitedProcess());
@@ -557,7 +557,7 @@ TEST_F(ZKASendSignalToGUITest, RemovalThatFailsIsNotLogged) {
   EXPECT_THAT(messages, ElementsAre(Complaint(kHarmless, entry("cc2"))));
 }
 
-TEST_F(ZKASendSignalToGUITest, FilesAreReadAfreshAtEveryCall) {
+TEST_F(ZKASendSignalFrontEnds, FilesAreReadAfreshAtEveryCall) {
   makeFrontEnd();
   registerProcess("ag1", getpid());
   EXPECT_EQ(send(kHarmless), 1);

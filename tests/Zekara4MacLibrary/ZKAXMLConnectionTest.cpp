@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -24,8 +26,6 @@
 #include "PortableFoundation/NSPropertyListSerialization.h"
 #include "PortableFoundation/NSRunLoop.h"
 #include "Zekara4MacLibrary/ZKAXMLConnection.h"
-#include "gmock/gmock.h"
-#include "gtest/gtest.h"
 #include "tests/support/PlistGenerator.h"
 #include "tests/support/TestFiles.h"
 
@@ -119,7 +119,7 @@ std::string Small(int number) {
 }
 
 // A connection that reads from one pipe and writes to another.
-class ZKAXMLConnectionTest : public testing::Test {
+class ZKAXMLConnectionPipes : public testing::Test {
  protected:
   void connect() {
     connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
@@ -170,7 +170,7 @@ Stream MakeStream() {
   return stream;
 }
 
-TEST_F(ZKAXMLConnectionTest, InputIsCutAlikeAtEveryChunkSize) {
+TEST_F(ZKAXMLConnectionPipes, InputIsCutAlikeAtEveryChunkSize) {
   const Stream stream = MakeStream();
   for (std::size_t size = 1; size <= stream.bytes.size(); ++size) {
     SCOPED_TRACE("chunks of " + std::to_string(size));
@@ -195,7 +195,7 @@ TEST_F(ZKAXMLConnectionTest, InputIsCutAlikeAtEveryChunkSize) {
   }
 }
 
-TEST_F(ZKAXMLConnectionTest, RandomPiecesOfMarkersAreCutAtEveryWholeMarker) {
+TEST_F(ZKAXMLConnectionPipes, RandomPiecesOfMarkersAreCutAtEveryWholeMarker) {
   constexpr std::string_view kPieces[] = {"<",        "/", "</", "</p",  "plist", "</plist",
                                           "</plist>", ">", "x",  "</pl", "ist>"};
   for (std::uint32_t seed = 0; seed < 300; ++seed) {
@@ -219,7 +219,7 @@ TEST_F(ZKAXMLConnectionTest, RandomPiecesOfMarkersAreCutAtEveryWholeMarker) {
   }
 }
 
-TEST_F(ZKAXMLConnectionTest, TwoMessagesInOneBlockAreDeliveredInOrderAndAThirdIncompleteOneStays) {
+TEST_F(ZKAXMLConnectionPipes, TwoMessagesInOneBlockAreDeliveredInOrderAndAThirdIncompleteOneStays) {
   connect();
   put(Small(1) + Small(2) + "<plist><integer>3</int");
   ASSERT_TRUE(HandleOneBlock());
@@ -230,7 +230,7 @@ TEST_F(ZKAXMLConnectionTest, TwoMessagesInOneBlockAreDeliveredInOrderAndAThirdIn
   EXPECT_THAT(delegate.descriptions(), ElementsAre("1", "2", "3"));
 }
 
-TEST_F(ZKAXMLConnectionTest, SplitMarkerCompletesItsMessageWithItsLastByte) {
+TEST_F(ZKAXMLConnectionPipes, SplitMarkerCompletesItsMessageWithItsLastByte) {
   connect();
   put("<plist><integer>7</integer></pl");
   ASSERT_TRUE(HandleOneBlock());
@@ -243,7 +243,7 @@ TEST_F(ZKAXMLConnectionTest, SplitMarkerCompletesItsMessageWithItsLastByte) {
   EXPECT_THAT(delegate.descriptions(), ElementsAre("7"));
 }
 
-TEST_F(ZKAXMLConnectionTest, NextReadIsArmedOnlyAfterEveryMessageOfTheBlock) {
+TEST_F(ZKAXMLConnectionPipes, NextReadIsArmedOnlyAfterEveryMessageOfTheBlock) {
   connect();
   bool wasReading = false;
   delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { wasReading = wasReading || IsReading(); };
@@ -255,7 +255,7 @@ TEST_F(ZKAXMLConnectionTest, NextReadIsArmedOnlyAfterEveryMessageOfTheBlock) {
   EXPECT_FALSE(wasReading);
 }
 
-TEST_F(ZKAXMLConnectionTest, WhiteSpaceAfterAMarkerIsTheHeadOfTheNextMessage) {
+TEST_F(ZKAXMLConnectionPipes, WhiteSpaceAfterAMarkerIsTheHeadOfTheNextMessage) {
   connect();
   put(Serialized("one") + "\r\n \t\n");
   ASSERT_TRUE(HandleOneBlock());
@@ -264,7 +264,7 @@ TEST_F(ZKAXMLConnectionTest, WhiteSpaceAfterAMarkerIsTheHeadOfTheNextMessage) {
   EXPECT_THAT(delegate.descriptions(), ElementsAre("one", "two"));
 }
 
-TEST_F(ZKAXMLConnectionTest, MarkerIsMatchedCaseSensitivelyAndWithoutBlanks) {
+TEST_F(ZKAXMLConnectionPipes, MarkerIsMatchedCaseSensitivelyAndWithoutBlanks) {
   connect();
   put("<plist><string>a</string></PLIST></plist ></Plist>");
   ASSERT_TRUE(HandleOneBlock());
@@ -275,7 +275,7 @@ TEST_F(ZKAXMLConnectionTest, MarkerIsMatchedCaseSensitivelyAndWithoutBlanks) {
   EXPECT_THAT(capture.messages(), IsEmpty());
 }
 
-TEST_F(ZKAXMLConnectionTest, MarkerInsideACommentCutsTheMessageAllTheSame) {
+TEST_F(ZKAXMLConnectionPipes, MarkerInsideACommentCutsTheMessageAllTheSame) {
   connect();
   put("<plist><!-- </plist> --><integer>1</integer></plist>" + Small(2));
   const StandardErrorCapture capture;
@@ -285,7 +285,7 @@ TEST_F(ZKAXMLConnectionTest, MarkerInsideACommentCutsTheMessageAllTheSame) {
                                               StartsWith("ZKAXMLConnection: xml format: ")));
 }
 
-TEST_F(ZKAXMLConnectionTest, MessageThatDoesNotParseIsLoggedAndDroppedAndTheNextIsServed) {
+TEST_F(ZKAXMLConnectionPipes, MessageThatDoesNotParseIsLoggedAndDroppedAndTheNextIsServed) {
   connect();
   put("%s%n <plist><nonsense></plist>");
   {
@@ -301,7 +301,7 @@ TEST_F(ZKAXMLConnectionTest, MessageThatDoesNotParseIsLoggedAndDroppedAndTheNext
   EXPECT_EQ(TakeAll(output.first), "") << "nothing is replied";
 }
 
-TEST_F(ZKAXMLConnectionTest, MessageThatHoldsAZeroByteIsDropped) {
+TEST_F(ZKAXMLConnectionPipes, MessageThatHoldsAZeroByteIsDropped) {
   connect();
   put(std::string_view("<plist><string>a\0b</string></plist>", 35));
   const StandardErrorCapture capture;
@@ -310,7 +310,7 @@ TEST_F(ZKAXMLConnectionTest, MessageThatHoldsAZeroByteIsDropped) {
   EXPECT_EQ(capture.messages().size(), 1U);
 }
 
-TEST_F(ZKAXMLConnectionTest, MessageMayBeOfAnyTypeAndItsContainersCannotBeChanged) {
+TEST_F(ZKAXMLConnectionPipes, MessageMayBeOfAnyTypeAndItsContainersCannotBeChanged) {
   connect();
   const std::vector<Plist> values = {Plist::dictionary({{"k", Plist::array({1})}}),
                                      Plist::array({"a"}),
@@ -329,7 +329,7 @@ TEST_F(ZKAXMLConnectionTest, MessageMayBeOfAnyTypeAndItsContainersCannotBeChange
   EXPECT_FALSE(delegate.messages[1].isMutable());
 }
 
-TEST_F(ZKAXMLConnectionTest, HugeMessageArrivesWholeBlockByBlock) {
+TEST_F(ZKAXMLConnectionPipes, HugeMessageArrivesWholeBlockByBlock) {
   connect();
   const Plist huge = std::string(33U << 20, 'x');
   const std::string bytes = Serialized(huge) + Small(1);
@@ -346,7 +346,7 @@ TEST_F(ZKAXMLConnectionTest, HugeMessageArrivesWholeBlockByBlock) {
   EXPECT_EQ(delegate.messages[1], Plist(1));
 }
 
-TEST_F(ZKAXMLConnectionTest, ManySmallMessagesInOneBlockAreDeliveredInOrder) {
+TEST_F(ZKAXMLConnectionPipes, ManySmallMessagesInOneBlockAreDeliveredInOrder) {
   connect();
   std::string bytes;
   std::vector<std::string> expected;
@@ -361,7 +361,7 @@ TEST_F(ZKAXMLConnectionTest, ManySmallMessagesInOneBlockAreDeliveredInOrder) {
 
 // The end of the input
 
-TEST_F(ZKAXMLConnectionTest, EndOfInputClosesOnce) {
+TEST_F(ZKAXMLConnectionPipes, EndOfInputClosesOnce) {
   connect();
   endInput();
   ASSERT_TRUE(HandleOneBlock());
@@ -370,7 +370,7 @@ TEST_F(ZKAXMLConnectionTest, EndOfInputClosesOnce) {
   EXPECT_EQ(delegate.closings, 1);
 }
 
-TEST_F(ZKAXMLConnectionTest, PartialMessageAtTheEndOfInputIsDiscardedSilently) {
+TEST_F(ZKAXMLConnectionPipes, PartialMessageAtTheEndOfInputIsDiscardedSilently) {
   connect();
   put(Small(1) + "<plist><integer>2</integer></plist");
   endInput();
@@ -381,7 +381,7 @@ TEST_F(ZKAXMLConnectionTest, PartialMessageAtTheEndOfInputIsDiscardedSilently) {
   EXPECT_THAT(capture.messages(), IsEmpty());
 }
 
-TEST_F(ZKAXMLConnectionTest, InputThatCannotBeReadIsAtItsEnd) {
+TEST_F(ZKAXMLConnectionPipes, InputThatCannotBeReadIsAtItsEnd) {
   const Descriptor directory = OpenAt(AT_FDCWD, "/", O_RDONLY);
   connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
       HandleOn(directory), HandleOn(output.second), &delegate);
@@ -389,7 +389,7 @@ TEST_F(ZKAXMLConnectionTest, InputThatCannotBeReadIsAtItsEnd) {
   EXPECT_EQ(delegate.closings, 1);
 }
 
-TEST_F(ZKAXMLConnectionTest, ClosedConnectionStillSends) {
+TEST_F(ZKAXMLConnectionPipes, ClosedConnectionStillSends) {
   connect();
   endInput();
   RunUntilClosed(delegate);
@@ -397,7 +397,7 @@ TEST_F(ZKAXMLConnectionTest, ClosedConnectionStillSends) {
   EXPECT_EQ(TakeAll(output.first), Serialized("after the end"));
 }
 
-TEST_F(ZKAXMLConnectionTest, ConnectionClosedMaySend) {
+TEST_F(ZKAXMLConnectionPipes, ConnectionClosedMaySend) {
   connect();
   delegate.onClose = [](ZKAXMLConnection& closed) { closed.sendMessage("goodbye"); };
   endInput();
@@ -407,7 +407,7 @@ TEST_F(ZKAXMLConnectionTest, ConnectionClosedMaySend) {
 
 // Failures of the delegate
 
-TEST_F(ZKAXMLConnectionTest, NSExceptionOfTheDelegateIsLoggedAndClosesWhateverIsLeftOfTheInput) {
+TEST_F(ZKAXMLConnectionPipes, NSExceptionOfTheDelegateIsLoggedAndClosesWhateverIsLeftOfTheInput) {
   connect();
   delegate.onMessage = [](const Plist&, ZKAXMLConnection&) { throw NSException("name", "the %s reason"); };
   put(Small(1) + Small(2));
@@ -421,7 +421,7 @@ TEST_F(ZKAXMLConnectionTest, NSExceptionOfTheDelegateIsLoggedAndClosesWhateverIs
   EXPECT_EQ(delegate.closings, 1);
 }
 
-TEST_F(ZKAXMLConnectionTest, AnythingElseThrownByTheDelegatePassesOnAndDoesNotClose) {
+TEST_F(ZKAXMLConnectionPipes, AnythingElseThrownByTheDelegatePassesOnAndDoesNotClose) {
   const std::function<void()> throwers[] = {
       [] { throw NSError("xx", 123, Plist()); },
       [] { throw std::runtime_error("other"); },
@@ -445,7 +445,7 @@ TEST_F(ZKAXMLConnectionTest, AnythingElseThrownByTheDelegatePassesOnAndDoesNotCl
   }
 }
 
-TEST_F(ZKAXMLConnectionTest, ErrorObjectPassesOnUnchanged) {
+TEST_F(ZKAXMLConnectionPipes, ErrorObjectPassesOnUnchanged) {
   connect();
   delegate.onMessage = [](const Plist&, ZKAXMLConnection&) {
     throw NSError("xx", 123, Plist::dictionary({{"k", "v"}}));
@@ -463,7 +463,7 @@ TEST_F(ZKAXMLConnectionTest, ErrorObjectPassesOnUnchanged) {
 
 // Letting go of the connection
 
-TEST_F(ZKAXMLConnectionTest, DelegateMayReleaseTheConnectionInAMessage) {
+TEST_F(ZKAXMLConnectionPipes, DelegateMayReleaseTheConnectionInAMessage) {
   connect();
   delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { connection.reset(); };
   put(Small(1) + Small(2));
@@ -474,7 +474,7 @@ TEST_F(ZKAXMLConnectionTest, DelegateMayReleaseTheConnectionInAMessage) {
   EXPECT_EQ(delegate.closings, 0);
 }
 
-TEST_F(ZKAXMLConnectionTest, DelegateMayReleaseTheConnectionAndRaise) {
+TEST_F(ZKAXMLConnectionPipes, DelegateMayReleaseTheConnectionAndRaise) {
   connect();
   delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) {
     connection.reset();
@@ -486,7 +486,7 @@ TEST_F(ZKAXMLConnectionTest, DelegateMayReleaseTheConnectionAndRaise) {
   EXPECT_EQ(delegate.closings, 1);
 }
 
-TEST_F(ZKAXMLConnectionTest, DelegateMayReleaseTheConnectionWhenItCloses) {
+TEST_F(ZKAXMLConnectionPipes, DelegateMayReleaseTheConnectionWhenItCloses) {
   connect();
   const std::weak_ptr<ZKAXMLConnection> observed = connection;
   delegate.onClose = [&](ZKAXMLConnection&) { connection.reset(); };
@@ -495,7 +495,7 @@ TEST_F(ZKAXMLConnectionTest, DelegateMayReleaseTheConnectionWhenItCloses) {
   EXPECT_TRUE(observed.expired());
 }
 
-TEST_F(ZKAXMLConnectionTest, ReleasedConnectionReadsNoMore) {
+TEST_F(ZKAXMLConnectionPipes, ReleasedConnectionReadsNoMore) {
   connect();
   put(Small(1));
   connection.reset();
@@ -504,7 +504,7 @@ TEST_F(ZKAXMLConnectionTest, ReleasedConnectionReadsNoMore) {
   EXPECT_EQ(delegate.closings, 0);
 }
 
-TEST_F(ZKAXMLConnectionTest, HandlesAreSharedAndNotClosed) {
+TEST_F(ZKAXMLConnectionPipes, HandlesAreSharedAndNotClosed) {
   const auto reading = NSFileHandle::initWithFileDescriptor_closeOnDealloc(input.first.release(), true);
   const int descriptor = reading->fileDescriptor();
   connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
@@ -516,7 +516,7 @@ TEST_F(ZKAXMLConnectionTest, HandlesAreSharedAndNotClosed) {
   EXPECT_GE(fcntl(output.second.get(), F_GETFD), 0);
 }
 
-TEST_F(ZKAXMLConnectionTest, ConnectionKeepsItsHandlesAlive) {
+TEST_F(ZKAXMLConnectionPipes, ConnectionKeepsItsHandlesAlive) {
   const int descriptor = input.first.release();
   connection = ZKAXMLConnection::initWithFileHandle_delegate(
       NSFileHandle::initWithFileDescriptor_closeOnDealloc(descriptor, true), &delegate);
@@ -529,7 +529,7 @@ TEST_F(ZKAXMLConnectionTest, ConnectionKeepsItsHandlesAlive) {
 
 // Sending
 
-TEST_F(ZKAXMLConnectionTest, MessageIsWrittenAsTheSerialiserWritesItAndNothingElse) {
+TEST_F(ZKAXMLConnectionPipes, MessageIsWrittenAsTheSerialiserWritesItAndNothingElse) {
   connect();
   const Plist message = Plist::dictionary({{"tag", "ack"}, {"res", "OK"}});
   connection->sendMessage(message);
@@ -537,7 +537,7 @@ TEST_F(ZKAXMLConnectionTest, MessageIsWrittenAsTheSerialiserWritesItAndNothingEl
   EXPECT_EQ(TakeAll(output.first), Serialized(message) + Serialized("two"));
 }
 
-TEST_F(ZKAXMLConnectionTest, RepliesOfOneBlockFollowTheOrderOfItsMessages) {
+TEST_F(ZKAXMLConnectionPipes, RepliesOfOneBlockFollowTheOrderOfItsMessages) {
   connect();
   delegate.onMessage = [](const Plist& message, ZKAXMLConnection& through) { through.sendMessage(message); };
   put(Small(1) + Small(2) + Small(3));
@@ -545,7 +545,7 @@ TEST_F(ZKAXMLConnectionTest, RepliesOfOneBlockFollowTheOrderOfItsMessages) {
   EXPECT_EQ(TakeAll(output.first), Serialized(1) + Serialized(2) + Serialized(3));
 }
 
-TEST_F(ZKAXMLConnectionTest, OneHandleServesBothWays) {
+TEST_F(ZKAXMLConnectionPipes, OneHandleServesBothWays) {
   const auto [ours, theirs] = MakeSocketPair();
   connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(ours), &delegate);
   delegate.onMessage = [](const Plist& message, ZKAXMLConnection& through) { through.sendMessage(message); };
@@ -554,7 +554,7 @@ TEST_F(ZKAXMLConnectionTest, OneHandleServesBothWays) {
   EXPECT_EQ(TakeAll(theirs), Serialized(1));
 }
 
-TEST_F(ZKAXMLConnectionTest, AbsentHandleForWritingMeansTheOneForReading) {
+TEST_F(ZKAXMLConnectionPipes, AbsentHandleForWritingMeansTheOneForReading) {
   const auto [ours, theirs] = MakeSocketPair();
   connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
       HandleOn(ours), nullptr, &delegate);
@@ -562,7 +562,7 @@ TEST_F(ZKAXMLConnectionTest, AbsentHandleForWritingMeansTheOneForReading) {
   EXPECT_EQ(TakeAll(theirs), Serialized("hello"));
 }
 
-TEST_F(ZKAXMLConnectionTest, ConnectionsTalkToOneAnotherInTheSameRunLoop) {
+TEST_F(ZKAXMLConnectionPipes, ConnectionsTalkToOneAnotherInTheSameRunLoop) {
   const auto [ours, theirs] = MakeSocketPair();
   Delegate other;
   connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(ours), &delegate);
@@ -576,7 +576,7 @@ TEST_F(ZKAXMLConnectionTest, ConnectionsTalkToOneAnotherInTheSameRunLoop) {
   EXPECT_EQ(delegate.messages, std::vector<Plist>{Plist::array({"ping"})});
 }
 
-TEST_F(ZKAXMLConnectionTest, MessageLargerThanThePipeIsWrittenWhole) {
+TEST_F(ZKAXMLConnectionPipes, MessageLargerThanThePipeIsWrittenWhole) {
   connect();
   const Plist message = std::string(1U << 20, 'y');
   std::string received;
@@ -593,7 +593,7 @@ TEST_F(ZKAXMLConnectionTest, MessageLargerThanThePipeIsWrittenWhole) {
   EXPECT_TRUE(received == Serialized(message));
 }
 
-TEST_F(ZKAXMLConnectionTest, MessageThatCannotBeSerialisedIsLoggedAndNothingIsWritten) {
+TEST_F(ZKAXMLConnectionPipes, MessageThatCannotBeSerialisedIsLoggedAndNothingIsWritten) {
   connect();
   const Plist unwritable[] = {Plist(), Plist::array({"\xFF"}), Plist::dictionary({{1, "key is no string"}})};
   for (const Plist& message : unwritable) {
@@ -604,7 +604,7 @@ TEST_F(ZKAXMLConnectionTest, MessageThatCannotBeSerialisedIsLoggedAndNothingIsWr
   EXPECT_EQ(TakeAll(output.first), "");
 }
 
-TEST_F(ZKAXMLConnectionTest, WriteThatFailsIsLoggedAndTheSenderIsNotTold) {
+TEST_F(ZKAXMLConnectionPipes, WriteThatFailsIsLoggedAndTheSenderIsNotTold) {
   connect();
   output.second.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
   connect();
@@ -613,7 +613,7 @@ TEST_F(ZKAXMLConnectionTest, WriteThatFailsIsLoggedAndTheSenderIsNotTold) {
   EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection:sendMessage: ")));
 }
 
-TEST_F(ZKAXMLConnectionTest, ReplyToAReaderThatHasGoneIsLoggedAndTheConnectionServesOn) {
+TEST_F(ZKAXMLConnectionPipes, ReplyToAReaderThatHasGoneIsLoggedAndTheConnectionServesOn) {
   connect();
   output.first.reset();
   delegate.onMessage = [](const Plist& message, ZKAXMLConnection& through) { through.sendMessage(message); };
@@ -636,12 +636,12 @@ TEST_F(ZKAXMLConnectionTest, ReplyToAReaderThatHasGoneIsLoggedAndTheConnectionSe
   _exit(42);
 }
 
-TEST(ZKAXMLConnectionDeathTest, PipeWithoutAReaderDoesNotKillAProcessThatNeverIgnoredSigpipe) {
+TEST(ZKAXMLConnectionSigpipe, PipeWithoutAReaderDoesNotKillAProcessThatNeverIgnoredSigpipe) {
   EXPECT_EXIT(SendToNobody(MakePipe()), testing::ExitedWithCode(42),
               "ZKAXMLConnection:sendMessage: .*Broken pipe");
 }
 
-TEST(ZKAXMLConnectionDeathTest, SocketWithoutAPeerDoesNotKillEither) {
+TEST(ZKAXMLConnectionSigpipe, SocketWithoutAPeerDoesNotKillEither) {
   EXPECT_EXIT(SendToNobody(MakeSocketPair()), testing::ExitedWithCode(42),
               "ZKAXMLConnection:sendMessage: .*Broken pipe");
 }

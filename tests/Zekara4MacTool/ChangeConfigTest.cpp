@@ -38,9 +38,9 @@ struct Signalled {
   bool isUpdateDSignalled;
 };
 
-class ChangeConfigCmdSignals : public PrivateSuite, public testing::WithParamInterface<Signalled> {};
+class ChangeConfigSignals : public PrivateSuite, public testing::WithParamInterface<Signalled> {};
 
-TEST_P(ChangeConfigCmdSignals, DaemonsConcernedGetSignal1AndNoOther) {
+TEST_P(ChangeConfigSignals, DaemonsConcernedGetSignal1AndNoOther) {
   inside([] {
     WriteFile(kConfigurationFile, GetParam().before);
     StandIn fileD(kFileDPidFile);
@@ -55,7 +55,7 @@ TEST_P(ChangeConfigCmdSignals, DaemonsConcernedGetSignal1AndNoOther) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Patches, ChangeConfigCmdSignals,
+    Patches, ChangeConfigSignals,
     testing::Values(Signalled{"FileMonitorChanged", "", Section("MacOSWardex", "IsActive", "Yes"), true,
                               false},
                     Signalled{"FileMonitorUnchanged", "[MacOSWardex]\nIsActive = Yes\n",
@@ -74,9 +74,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Signalled{"Absent", "[UpdateD]\nInterval = 43200\n", Plist(), false, false}),
     [](const auto& test) { return test.param.name; });
 
-class ChangeConfigCmdTest : public PrivateSuite {};
+class ChangeConfigCommand : public PrivateSuite {};
 
-TEST_F(ChangeConfigCmdTest, FileMonitorIsSignalledBeforeTheUpdater) {
+TEST_F(ChangeConfigCommand, FileMonitorIsSignalledBeforeTheUpdater) {
   inside([] {
     CapturedLog log;
     ChangeConfigCmd(BothSections());
@@ -85,7 +85,7 @@ TEST_F(ChangeConfigCmdTest, FileMonitorIsSignalledBeforeTheUpdater) {
   });
 }
 
-TEST_F(ChangeConfigCmdTest, DaemonThatCannotBeSignalledIsLoggedAndTheOtherStillTried) {
+TEST_F(ChangeConfigCommand, DaemonThatCannotBeSignalledIsLoggedAndTheOtherStillTried) {
   inside([] {
     WriteFile(kFileDPidFile, "0\n");
     StandIn updateD(kUpdateDPidFile);
@@ -99,7 +99,7 @@ TEST_F(ChangeConfigCmdTest, DaemonThatCannotBeSignalledIsLoggedAndTheOtherStillT
 
 // The tool's own id stands in the file monitor's pid file: the signal ends it, but not before the updater is
 // told.
-TEST_F(ChangeConfigCmdTest, SignalToTheToolItselfWaitsUntilEveryDaemonIsTold) {
+TEST_F(ChangeConfigCommand, SignalToTheToolItselfWaitsUntilEveryDaemonIsTold) {
   inside([] {
     StandIn updateD(kUpdateDPidFile);
     const pid_t tool = StartChild([] {
@@ -112,7 +112,7 @@ TEST_F(ChangeConfigCmdTest, SignalToTheToolItselfWaitsUntilEveryDaemonIsTold) {
   });
 }
 
-TEST_F(ChangeConfigCmdTest, MissingFileIsMadeReadOnly) {
+TEST_F(ChangeConfigCommand, MissingFileIsMadeReadOnly) {
   inside([] {
     CapturedLog log;
     ChangeConfigCmd(Section("Daemon", "User", "root"));
@@ -121,7 +121,7 @@ TEST_F(ChangeConfigCmdTest, MissingFileIsMadeReadOnly) {
   });
 }
 
-TEST_F(ChangeConfigCmdTest, AbsentPatchRewritesTheFile) {
+TEST_F(ChangeConfigCommand, AbsentPatchRewritesTheFile) {
   inside([] {
     WriteFile(kConfigurationFile, "[A]\nb=1;c\n");
     ChangeConfigCmd(Plist());
@@ -129,7 +129,7 @@ TEST_F(ChangeConfigCmdTest, AbsentPatchRewritesTheFile) {
   });
 }
 
-TEST_F(ChangeConfigCmdTest, FailureSignalsNobody) {
+TEST_F(ChangeConfigCommand, FailureSignalsNobody) {
   inside([] {
     StandIn fileD(kFileDPidFile);
     StandIn updateD(kUpdateDPidFile);
@@ -151,7 +151,7 @@ TEST_F(ChangeConfigCmdTest, FailureSignalsNobody) {
   });
 }
 
-TEST_F(ChangeConfigCmdTest, StateOfTheProcessIsTheSameAfterwards) {
+TEST_F(ChangeConfigCommand, StateOfTheProcessIsTheSameAfterwards) {
   inside([] {
     CapturedLog log;
     sigset_t before;

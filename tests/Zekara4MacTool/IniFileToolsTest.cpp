@@ -22,7 +22,7 @@ Plist Patch(const char* section, const char* key, Plist value) {
   return Plist::dictionary({{section, Plist::dictionary({{key, std::move(value)}})}});
 }
 
-class PatchIniFileTest : public testing::Test {
+class IniFileTools : public testing::Test {
  protected:
   void write(std::string_view text) const { WriteFile(path_, text); }
   std::string text() const { return ReadFile(path_); }
@@ -55,7 +55,7 @@ struct Change {
   bool isStable = true;  // the same patch again changes nothing
 };
 
-class PatchIniFileTable : public PatchIniFileTest, public testing::WithParamInterface<Change> {};
+class PatchIniFileTable : public IniFileTools, public testing::WithParamInterface<Change> {};
 
 TEST_P(PatchIniFileTable, FileAndChangedSectionsAreAsExpected) {
   write(GetParam().before);
@@ -133,13 +133,13 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return test.param.name; });
 
 // The next key stands on the same line then, and is lost when the file is read again.
-TEST_F(PatchIniFileTest, EmptyListWritesNoLineEnd) {
+TEST_F(IniFileTools, EmptyListWritesNoLineEnd) {
   write("[A]\nlist = 1, 2\nnext = x\n");
   EXPECT_THAT(PatchIniFile(path_, Patch("A", "list", Plist::array())), ElementsAre("A"));
   EXPECT_EQ(text(), "[A]\nlist = next = x\n\n");
 }
 
-TEST_F(PatchIniFileTest, MissingFileIsMadeReadOnlyWithThePatchsSections) {
+TEST_F(IniFileTools, MissingFileIsMadeReadOnlyWithThePatchsSections) {
   for (const mode_t mask : {0U, 022U, 026U, 027U, 077U, 0777U}) {
     RunInChild([&] {
       umask(mask);
@@ -152,7 +152,7 @@ TEST_F(PatchIniFileTest, MissingFileIsMadeReadOnlyWithThePatchsSections) {
   }
 }
 
-TEST_F(PatchIniFileTest, ExistingFileKeepsItsModeOwnerAndPlace) {
+TEST_F(IniFileTools, ExistingFileKeepsItsModeOwnerAndPlace) {
   write("[A]\nb = 1\n");
   for (const mode_t mode : {0644U, 0444U, 0600U}) {
     if (!IsRoot() && mode == 0444U) continue;  // only root may write it
@@ -167,12 +167,12 @@ TEST_F(PatchIniFileTest, ExistingFileKeepsItsModeOwnerAndPlace) {
   }
 }
 
-TEST_F(PatchIniFileTest, MissingDirectoryIsCannotOpen) {
+TEST_F(IniFileTools, MissingDirectoryIsCannotOpen) {
   EXPECT_EQ(failure(directory_ / "missing/zekara32.ini", Patch("A", "b", 1)), kCannotOpen);
   EXPECT_FALSE(std::filesystem::exists(directory_ / "missing"));
 }
 
-TEST_F(PatchIniFileTest, FileWithoutPermissionIsCannotOpenAndUnchanged) {
+TEST_F(IniFileTools, FileWithoutPermissionIsCannotOpenAndUnchanged) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   write("[A]\nb = 1\n");
   chmod(path_.c_str(), 0444);
@@ -185,7 +185,7 @@ TEST_F(PatchIniFileTest, FileWithoutPermissionIsCannotOpenAndUnchanged) {
   EXPECT_EQ(text(), "[A]\nb = 1\n");
 }
 
-TEST_F(PatchIniFileTest, WhatIsNoRegularFileIsCannotOpenAtOnce) {
+TEST_F(IniFileTools, WhatIsNoRegularFileIsCannotOpenAtOnce) {
   ASSERT_EQ(mkfifo((directory_ / "fifo").c_str(), 0666), 0);
   ASSERT_EQ(mkdir((directory_ / "directory").c_str(), 0755), 0);
   ASSERT_EQ(symlink("fifo", (directory_ / "linkToFifo").c_str()), 0);
@@ -198,7 +198,7 @@ TEST_F(PatchIniFileTest, WhatIsNoRegularFileIsCannotOpenAtOnce) {
   EXPECT_EQ(failure("", Patch("A", "b", 1)), kCannotOpen);
 }
 
-TEST_F(PatchIniFileTest, LinkToAFileIsFollowed) {
+TEST_F(IniFileTools, LinkToAFileIsFollowed) {
   WriteFile(directory_ / "target", "[A]\nb = 1\n");
   ASSERT_EQ(symlink("target", path_.c_str()), 0);
   PatchIniFile(path_, Patch("A", "b", 2));
@@ -206,13 +206,13 @@ TEST_F(PatchIniFileTest, LinkToAFileIsFollowed) {
   EXPECT_TRUE(std::filesystem::is_symlink(path_));
 }
 
-TEST_F(PatchIniFileTest, LinkToAMissingFileMakesIt) {
+TEST_F(IniFileTools, LinkToAMissingFileMakesIt) {
   ASSERT_EQ(symlink("target", path_.c_str()), 0);
   PatchIniFile(path_, Patch("A", "b", 2));
   EXPECT_EQ(ReadFile(directory_ / "target"), "[A]\nb = 2\n\n");
 }
 
-class PatchIniFileSyntax : public PatchIniFileTest, public testing::WithParamInterface<const char*> {};
+class PatchIniFileSyntax : public IniFileTools, public testing::WithParamInterface<const char*> {};
 
 TEST_P(PatchIniFileSyntax, ErrorLeavesTheFileByteForByte) {
   write(GetParam());
@@ -224,7 +224,7 @@ INSTANTIATE_TEST_SUITE_P(Texts, PatchIniFileSyntax,
                          testing::Values("key before any section\n", "[A\nb = 1\n", "[A]\nb 1\n",
                                          "[A]\n= 1\n", "[A]\nb = 1\n]\n"));
 
-TEST_F(PatchIniFileTest, MergeFailureLeavesTheFileByteForByte) {
+TEST_F(IniFileTools, MergeFailureLeavesTheFileByteForByte) {
   constexpr std::string_view kText = "[A]\nb=1 ; kept as it is\n";
   for (const Plist& value :
        {Plist("text"), Plist(1), Plist(true), Plist::array({"x"}), Plist::data("x"), Plist::date(0)}) {
@@ -248,13 +248,13 @@ TEST_F(PatchIniFileTest, MergeFailureLeavesTheFileByteForByte) {
   }
 }
 
-TEST_F(PatchIniFileTest, MergeFailureLeavesANewFileEmpty) {
+TEST_F(IniFileTools, MergeFailureLeavesANewFileEmpty) {
   EXPECT_NE(failure(Plist::dictionary({{"A", 1}})), "");
   EXPECT_TRUE(std::filesystem::exists(path_));
   EXPECT_EQ(text(), "");
 }
 
-TEST_F(PatchIniFileTest, WriterFailureComesAfterTheTruncationAndLeavesTheFileEmpty) {
+TEST_F(IniFileTools, WriterFailureComesAfterTheTruncationAndLeavesTheFileEmpty) {
   for (const Plist& value :
        {Plist("text"), Plist(""), Plist::array({"x"}), Plist::array(), Plist::data("x")}) {
     write("[A]\nb = 1\n");
@@ -271,7 +271,7 @@ bool IsReleased(const std::string& path) {
   return flock(file.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
-TEST_F(PatchIniFileTest, FileIsClosedAndItsLockReleasedAfterSuccessAndAfterEveryFailure) {
+TEST_F(IniFileTools, FileIsClosedAndItsLockReleasedAfterSuccessAndAfterEveryFailure) {
   const int before = CountOpenDescriptors();
   write("[A]\nb = 1\n");
   PatchIniFile(path_, Patch("A", "b", 2));
@@ -286,7 +286,7 @@ TEST_F(PatchIniFileTest, FileIsClosedAndItsLockReleasedAfterSuccessAndAfterEvery
   EXPECT_EQ(CountOpenDescriptors(), before);
 }
 
-class PatchIniFileFault : public PatchIniFileTest {
+class PatchIniFileFault : public IniFileTools {
  protected:
   void SetUp() override { write(kOld); }
 
@@ -462,7 +462,7 @@ TEST_F(PatchIniFileFault, FileThatIsRemovedMeanwhileIsMadeAnew) {
   EXPECT_EQ(text(), kNew);
 }
 
-TEST_F(PatchIniFileTest, SignalsAreBlockedOnceTheFileIsLockedUntilTheTransactionEnds) {
+TEST_F(IniFileTools, SignalsAreBlockedOnceTheFileIsLockedUntilTheTransactionEnds) {
   RunInChild([&] {
     const auto isBlocked = [] {
       sigset_t blocked;
@@ -491,7 +491,7 @@ TEST_F(PatchIniFileTest, SignalsAreBlockedOnceTheFileIsLockedUntilTheTransaction
   });
 }
 
-TEST_F(PatchIniFileTest, ConcurrentPatchesAreAllKept) {
+TEST_F(IniFileTools, ConcurrentPatchesAreAllKept) {
   constexpr int kProcesses = 8;
   constexpr int kRounds = 20;
   std::vector<pid_t> children;

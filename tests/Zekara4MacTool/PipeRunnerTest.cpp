@@ -122,9 +122,9 @@ std::string ErrorOf(const Plist& reply) {
   return reply.objectForKey("err").description();
 }
 
-class PipeRunnerTest : public PrivateSuite {};
+class PipeRunnerRequests : public PrivateSuite {};
 
-TEST_F(PipeRunnerTest, SuccessfulCommandComesBackWithAckAndOkAndItsOwnKeys) {
+TEST_F(PipeRunnerRequests, SuccessfulCommandComesBackWithAckAndOkAndItsOwnKeys) {
   inside([] {
     StandIn updateD(kUpdateDPidFile);
     const Plist reply =
@@ -140,7 +140,7 @@ TEST_F(PipeRunnerTest, SuccessfulCommandComesBackWithAckAndOkAndItsOwnKeys) {
   });
 }
 
-TEST_F(PipeRunnerTest, CommandWithoutAnArgumentRewritesTheFile) {
+TEST_F(PipeRunnerRequests, CommandWithoutAnArgumentRewritesTheFile) {
   inside([] {
     WriteFile(kConfigurationFile, "[A]\nb=1;c\n");
     EXPECT_TRUE(ReplyTo(Request(kCommand)).objectForKey("err").isNil());
@@ -148,14 +148,14 @@ TEST_F(PipeRunnerTest, CommandWithoutAnArgumentRewritesTheFile) {
   });
 }
 
-TEST_F(PipeRunnerTest, FileThatCannotBeOpenedIsToldInErr) {
+TEST_F(PipeRunnerRequests, FileThatCannotBeOpenedIsToldInErr) {
   inside([] {
     std::filesystem::remove_all("/Library/Application Support");
     EXPECT_EQ(ErrorOf(ReplyTo(Request(kCommand + SetsInterval(60)))), "can't open ini file");
   });
 }
 
-TEST_F(PipeRunnerTest, SyntaxErrorIsToldInErrAndTheFileStays) {
+TEST_F(PipeRunnerRequests, SyntaxErrorIsToldInErrAndTheFileStays) {
   inside([] {
     WriteFile(kConfigurationFile, "syntax error");
     EXPECT_EQ(ErrorOf(ReplyTo(Request(kCommand + SetsInterval(60)))), "unexpected token");
@@ -209,7 +209,7 @@ INSTANTIATE_TEST_SUITE_P(
                 nullptr}),
     [](const auto& test) { return test.param.name; });
 
-TEST_F(PipeRunnerTest, ClientsOwnErrComesBackUnlessTheRequestFails) {
+TEST_F(PipeRunnerRequests, ClientsOwnErrComesBackUnlessTheRequestFails) {
   inside([] {
     EXPECT_EQ(ReplyTo(Request(kCommand + Text("err", "mine"))).objectForKey("err"), "mine");
     EXPECT_EQ(ReplyTo(Request(Text("tag", "x") + Text("err", "mine"))).objectForKey("err"), "not a command");
@@ -217,7 +217,7 @@ TEST_F(PipeRunnerTest, ClientsOwnErrComesBackUnlessTheRequestFails) {
   });
 }
 
-TEST_F(PipeRunnerTest, RequestsOfOneWriteAreAllAnsweredInOrder) {
+TEST_F(PipeRunnerRequests, RequestsOfOneWriteAreAllAnsweredInOrder) {
   inside([] {
     Tool tool;
     tool.write(Request(kCommand + SetsInterval(60) + Text("id", "1")) + "\n" +
@@ -234,7 +234,7 @@ TEST_F(PipeRunnerTest, RequestsOfOneWriteAreAllAnsweredInOrder) {
   });
 }
 
-TEST_F(PipeRunnerTest, RequestAfterTheFirstReplyIsNeverAnswered) {
+TEST_F(PipeRunnerRequests, RequestAfterTheFirstReplyIsNeverAnswered) {
   inside([] {
     Tool tool;
     // The second one is there in part, so that the runner has a reason to read on if it would.
@@ -244,7 +244,7 @@ TEST_F(PipeRunnerTest, RequestAfterTheFirstReplyIsNeverAnswered) {
   });
 }
 
-TEST_F(PipeRunnerTest, RequestInManyWritesIsAnswered) {
+TEST_F(PipeRunnerRequests, RequestInManyWritesIsAnswered) {
   inside([] {
     Tool tool;
     for (const char c : Request(kCommand + SetsInterval(60))) {
@@ -257,7 +257,7 @@ TEST_F(PipeRunnerTest, RequestInManyWritesIsAnswered) {
   });
 }
 
-TEST_F(PipeRunnerTest, RequestLargerThanAPipeIsAnswered) {
+TEST_F(PipeRunnerRequests, RequestLargerThanAPipeIsAnswered) {
   inside([] {
     const std::string large(1'000'000, 'x');
     const Plist reply = ReplyTo(Request(kCommand + Text("large", large)));
@@ -265,7 +265,7 @@ TEST_F(PipeRunnerTest, RequestLargerThanAPipeIsAnswered) {
   });
 }
 
-TEST_F(PipeRunnerTest, EndOfInputBeforeARequestEndsWithoutOutput) {
+TEST_F(PipeRunnerRequests, EndOfInputBeforeARequestEndsWithoutOutput) {
   inside([] {
     for (const char* text : {"", "  \n", "<plist><dict></dict></plis"}) {
       Tool tool;
@@ -278,7 +278,7 @@ TEST_F(PipeRunnerTest, EndOfInputBeforeARequestEndsWithoutOutput) {
   });
 }
 
-TEST_F(PipeRunnerTest, InputThatCannotBeReadEndsWithoutOutput) {
+TEST_F(PipeRunnerRequests, InputThatCannotBeReadEndsWithoutOutput) {
   inside([] {
     const Pipe output;
     const pid_t child = StartChild([&] {
@@ -294,7 +294,7 @@ TEST_F(PipeRunnerTest, InputThatCannotBeReadEndsWithoutOutput) {
   });
 }
 
-TEST_F(PipeRunnerTest, RequestThatIsNoDictionaryIsLoggedAndEndsTheRunnerWithoutAReply) {
+TEST_F(PipeRunnerRequests, RequestThatIsNoDictionaryIsLoggedAndEndsTheRunnerWithoutAReply) {
   inside([] {
     for (const char* content : {"<array><string>cmd</string></array>", "<string>text</string>",
                                 "<integer>1</integer>", "<true/>", "<data>AAAA</data>"}) {
@@ -308,7 +308,7 @@ TEST_F(PipeRunnerTest, RequestThatIsNoDictionaryIsLoggedAndEndsTheRunnerWithoutA
   });
 }
 
-TEST_F(PipeRunnerTest, MessageThatIsNoPropertyListIsLoggedAndTheNextAnswered) {
+TEST_F(PipeRunnerRequests, MessageThatIsNoPropertyListIsLoggedAndTheNextAnswered) {
   inside([] {
     Tool tool;
     tool.write("garbage</plist>" + Request(kCommand + SetsInterval(60)));
@@ -318,7 +318,7 @@ TEST_F(PipeRunnerTest, MessageThatIsNoPropertyListIsLoggedAndTheNextAnswered) {
   });
 }
 
-TEST_F(PipeRunnerTest, ReplyThatNobodyReadsIsLoggedAndTheChangeMade) {
+TEST_F(PipeRunnerRequests, ReplyThatNobodyReadsIsLoggedAndTheChangeMade) {
   inside([] {
     Tool tool;
     tool.closeOutput();
@@ -329,7 +329,7 @@ TEST_F(PipeRunnerTest, ReplyThatNobodyReadsIsLoggedAndTheChangeMade) {
   });
 }
 
-TEST_F(PipeRunnerTest, NothingButRepliesIsWrittenToTheOutput) {
+TEST_F(PipeRunnerRequests, NothingButRepliesIsWrittenToTheOutput) {
   inside([] {
     Tool tool;
     tool.write(Request(kCommand + SetsInterval(60)));
@@ -340,7 +340,7 @@ TEST_F(PipeRunnerTest, NothingButRepliesIsWrittenToTheOutput) {
   });
 }
 
-TEST_F(PipeRunnerTest, ReaderOfRepliesThatIsNotReadingIsNotWaitedForUnderTheLock) {
+TEST_F(PipeRunnerRequests, ReaderOfRepliesThatIsNotReadingIsNotWaitedForUnderTheLock) {
   inside([] {
     Tool tool;
     tool.shrinkOutput();

@@ -11,9 +11,9 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class PostInstallTest : public PrivateSuite {};
+class PostInstallCommand : public PrivateSuite {};
 
-TEST_F(PostInstallTest, FileMonitorIsSwitchedOnAndGetsBothSignals) {
+TEST_F(PostInstallCommand, FileMonitorIsSwitchedOnAndGetsBothSignals) {
   inside([] {
     WriteFile(kConfigurationFile, "[MacOSWardex]\nIsActive = No\nFileTimeout = 30\n[UpdateD]\nMode = Auto\n");
     StandIn fileD(kFileDPidFile);
@@ -28,7 +28,7 @@ TEST_F(PostInstallTest, FileMonitorIsSwitchedOnAndGetsBothSignals) {
   });
 }
 
-TEST_F(PostInstallTest, SecondTimeDoesTheSameAgain) {
+TEST_F(PostInstallCommand, SecondTimeDoesTheSameAgain) {
   inside([] {
     WriteFile(kConfigurationFile, "[MacOSWardex]\nIsActive = Yes ; on already\n");
     for (int time = 0; time < 2; ++time) {
@@ -40,7 +40,7 @@ TEST_F(PostInstallTest, SecondTimeDoesTheSameAgain) {
   });
 }
 
-TEST_F(PostInstallTest, WithoutTheDaemonTheFileIsChangedAndBothFailuresAreLoggedInOrder) {
+TEST_F(PostInstallCommand, WithoutTheDaemonTheFileIsChangedAndBothFailuresAreLoggedInOrder) {
   inside([] {
     CapturedLog log;
     PostInstall();
@@ -50,7 +50,7 @@ TEST_F(PostInstallTest, WithoutTheDaemonTheFileIsChangedAndBothFailuresAreLogged
   });
 }
 
-TEST_F(PostInstallTest, FailedChangePassesOnAndSendsNoTermination) {
+TEST_F(PostInstallCommand, FailedChangePassesOnAndSendsNoTermination) {
   inside([] {
     StandIn fileD(kFileDPidFile);
     CapturedLog log;

@@ -48,7 +48,7 @@ Plist RequestedIds() {
   return Plist::dictionary({{"NSFileOwnerAccountID", 0}, {"NSFileGroupOwnerAccountID", 0}});
 }
 
-class SelfCheckTest : public testing::Test {
+class SelfCheckPath : public testing::Test {
  protected:
   void make(uid_t owner, gid_t group, mode_t mode) const {
     WriteFile(path_, "");
@@ -66,7 +66,7 @@ class SelfCheckTest : public testing::Test {
   std::string path_ = directory_ / "tool";
 };
 
-class SelfCheckAsRoot : public SelfCheckTest {
+class SelfCheckAsRoot : public SelfCheckPath {
  protected:
   void SetUp() override {
     if (!IsRoot()) GTEST_SKIP() << "needs root";
@@ -154,7 +154,7 @@ TEST_F(SelfCheckAsRoot, LinksTargetIsExaminedAndRepairedAndTheLinkStays) {
   EXPECT_EQ(StatusOf(link).st_uid, 1000U);
 }
 
-TEST_F(SelfCheckTest, PathThatNamesNothingFailsAtTheOwnerChange) {
+TEST_F(SelfCheckPath, PathThatNamesNothingFailsAtTheOwnerChange) {
   RunInChild([&] {
     ASSERT_EQ(chdir(directory_.path().c_str()), 0);
     ASSERT_EQ(symlink("nowhere", "dangling"), 0);

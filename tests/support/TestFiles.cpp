@@ -6,12 +6,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
-
-#include "gtest/gtest.h"
 
 namespace zekara {
 
