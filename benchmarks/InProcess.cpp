@@ -1,12 +1,19 @@
 // Measures jobs inside a process, against the libraries that do the same.
 //
-//   in-process [TEXT]           every row whose name holds TEXT: one line of TAB-separated fields a subject
-//   in-process --loop TEXT      runs the first subject of the first such row for two seconds; prints its
-//   speed in-process --input TEXT FILE  writes the input of the first such row
+// Usage:
 //
-// Each measurement has a process of its own, forked for it, so that no subject inherits another's heap, and
-// the subjects of a row take turns. The fields: job, size, subject, bytes of input, nanoseconds of CPU time
-// for one run (median, first and third quartile), and peak memory in bytes, the input included.
+//   in-process [--seed N] [TEXT]             measures every row whose name holds TEXT
+//   in-process [--seed N] --loop TEXT        runs the first subject of the first such row for two seconds and
+//                                            prints its speed
+//   in-process [--seed N] --input TEXT FILE  writes the input of the first such row to FILE
+//
+// The inputs are made from the seed N. Without --seed they are made from a new one, which is printed on
+// standard error.
+//
+// Measuring prints one line of TAB-separated fields for each subject: job, size, subject, bytes of input,
+// nanoseconds of CPU time for one run (median, first and third quartile), and peak memory in bytes, the input
+// included. Each measurement runs in a child process that is forked for it, so that no subject inherits
+// another's heap, and the subjects of a row take turns.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -107,8 +114,8 @@ double Quantile(std::vector<double> values, double part) {
   return values[below] + (place - static_cast<double>(below)) * (values[above] - values[below]);
 }
 
-void MeasureRow(const Row& row) {
-  const std::string input = row.input();
+void MeasureRow(const Row& row, const Random& random) {
+  const std::string input = row.input(random);
   const int rounds = input.size() < kSmall || (row.isGrowth && input.size() < 2 * kMegabyte) ? 15 : 5;
   std::vector<std::vector<double>> times(row.subjects.size());
   std::vector<std::vector<double>> peaks(row.subjects.size());
@@ -127,11 +134,12 @@ void MeasureRow(const Row& row) {
   std::fflush(stdout);
 }
 
-using Generator = std::string (*)(std::size_t);
+using Generator = std::string (*)(std::size_t, Random&);
 
 Row MakeRow(const char* job, const char* sizeName, Generator generate, std::size_t size,
             std::vector<Subject> subjects) {
-  return {job, sizeName, [generate, size] { return generate(size); }, std::move(subjects)};
+  const auto input = [generate, size](Random random) { return generate(size, random); };
+  return {job, sizeName, input, std::move(subjects)};
 }
 
 std::vector<Row> ComparedRows() {
@@ -203,36 +211,65 @@ std::vector<Row> GrowthRows() {
   return rows;
 }
 
-int WriteInput(const Row& row, const char* path) {
-  std::ofstream(path, std::ios::binary) << row.input();
-  return 0;
+void WriteInput(const Row& row, const Random& random, const std::string& path) {
+  std::ofstream(path, std::ios::binary) << row.input(random);
 }
 
-[[noreturn]] void Loop(const Row& row) {
-  const std::string input = row.input();
+void Loop(const Row& row, const Random& random) {
+  const std::string input = row.input(random);
   const Subject::Work work = row.subjects.front().prepare(input);
   const double start = CpuNanoseconds();
   double runs = 0;
   for (; CpuNanoseconds() - start < 2e9; ++runs) work();
   std::printf("%.1f MB/s\n", runs * static_cast<double>(input.size()) / (CpuNanoseconds() - start) * 1000);
-  std::fflush(stdout);
-  std::_Exit(0);
+}
+
+// The value of "--seed" if the arguments begin with it, which it removes; otherwise a new seed.
+Random::result_type TakeSeed(std::vector<std::string>& arguments) {
+  if (arguments.size() >= 2 && arguments[0] == "--seed") {
+    const Random::result_type seed = std::stoull(arguments[1]);
+    arguments.erase(arguments.begin(), arguments.begin() + 2);
+    return seed;
+  }
+  const Random::result_type seed = std::random_device()();
+  std::fprintf(stderr, "in-process: --seed %ju\n", static_cast<std::uintmax_t>(seed));
+  return seed;
+}
+
+std::vector<Row> RowsWith(const std::string& text) {
+  std::vector<Row> rows = ComparedRows();
+  for (Row& row : GrowthRows()) rows.push_back(std::move(row));
+  std::erase_if(rows,
+                [&](const Row& row) { return (row.job + ", " + row.size).find(text) == std::string::npos; });
+  return rows;
+}
+
+int Run(std::vector<std::string> arguments) {
+  const Random random(TakeSeed(arguments));
+  const std::string option = !arguments.empty() && arguments[0].starts_with('-') ? arguments[0] : "";
+  const std::size_t operands = arguments.size() - (option.empty() ? 0 : 1);
+  const std::string text = operands > 0 ? arguments[option.empty() ? 0 : 1] : "";
+  const std::vector<Row> rows = RowsWith(text);
+  if (rows.empty()) {
+    std::fprintf(stderr, "in-process: no row's name holds \"%s\"\n", text.c_str());
+    return 1;
+  }
+  if (option == "--loop" && operands == 1) {
+    Loop(rows.front(), random);
+  } else if (option == "--input" && operands == 2) {
+    WriteInput(rows.front(), random, arguments[2]);
+  } else if (option.empty() && operands <= 1) {
+    for (const Row& row : rows) MeasureRow(row, random);
+  } else {
+    std::fprintf(stderr, "usage: in-process [--seed N] [[--loop] TEXT | --input TEXT FILE]\n");
+    return 2;
+  }
+  return 0;
 }
 
 }  // namespace
 }  // namespace zekara::benchmarks
 
 int main(int argc, char* argv[]) {
-  using namespace zekara::benchmarks;
-  const std::string_view option = argc > 1 && argv[1][0] == '-' ? argv[1] : "";
-  const int first = option.empty() ? 1 : 2;
-  const std::string_view wanted = argc > first ? argv[first] : "";
-  std::vector<Row> rows = ComparedRows();
-  for (Row& row : GrowthRows()) rows.push_back(std::move(row));
-  for (const Row& row : rows) {
-    if ((row.job + ", " + row.size).find(wanted) == std::string::npos) continue;
-    if (option == "--loop") Loop(row);
-    if (option == "--input") return WriteInput(row, argv[argc - 1]);
-    MeasureRow(row);
-  }
+  return zekara::benchmarks::Run({argv + 1, argv + argc});
 }

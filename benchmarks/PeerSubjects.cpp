@@ -66,7 +66,7 @@ void WriteByLibplist(void* plist) {
   std::uint32_t length = 0;
   plist_to_xml(plist, &text, &length);
   Expect(text != nullptr && length > 0, "libplist write");
-  plist_to_xml_free(text);
+  plist_mem_free(text);
 }
 
 }  // namespace

@@ -1,18 +1,21 @@
 // Measures whole processes.
 //
-//   spawn run PLAN ROUNDS       runs every subject of the plan in turn, ROUNDS times
-//   spawn contend PLAN ROUNDS   starts every subject of the plan at once, ROUNDS times; once freely, once
-//   against a held lock
+// Usage:
 //
-// A plan is a text file of one subject a line: fields separated by TABs, the name, the file that becomes
-// standard input, the file whose content the configuration file gets before each run ("-" leaves it alone),
-// and the program with its arguments. Subjects of one name are one series.
+//   spawn run PLAN ROUNDS      runs every subject of the plan in turn, ROUNDS times
+//   spawn contend PLAN ROUNDS  starts every subject of the plan at once, ROUNDS times; then ROUNDS times
+//                              against a held lock
 //
-// A process is started by posix_spawn(), which copies no memory, and measured from there to its end. Standard
-// input and output are pipes, filled before the start and read after the end, unless the input is too large
-// for that; then they are files. Standard error is /dev/null. Prints a line of TAB-separated fields a series:
-// name, exit status, runs; wall time and CPU time in microseconds (median, first and third quartile each);
-// page faults, and peak memory in KB, each the median.
+// A plan is a text file with one subject a line. Its fields are separated by TABs: the name, the file that
+// becomes standard input, the file whose content the configuration file gets before each run ("-" leaves it
+// alone), and the program with its arguments. Subjects of one name are one series.
+//
+// posix_spawn(), which copies no memory, starts a process; the time counts from that call to the end of the
+// process. Standard input and output are pipes, filled before the start and read after the end, or files if
+// the input is larger than a pipe. Standard error is /dev/null.
+//
+// Prints one line of TAB-separated fields for each series: name, exit status, runs; wall time and CPU time in
+// microseconds (median, first and third quartile each); page faults, and peak memory in KB, each the median.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -33,6 +36,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -227,13 +231,18 @@ void RunOnce(const Subject& subject, Series& series) {
   series.memory.push_back(static_cast<double>(usage.ru_maxrss));
 }
 
-// Two rounds go before that are not counted.
+// The first two rounds are not counted. Each round has an order of its own, because a program that always ran
+// after the same other one would find the processor's caches as that one leaves them.
 void Run(const std::vector<Subject>& subjects, int rounds) {
   std::map<std::string, Series> series;
+  std::vector<const Subject*> order;
+  for (const Subject& subject : subjects) order.push_back(&subject);
+  std::mt19937 random(std::random_device{}());
   for (int round = -2; round < rounds; ++round) {
-    for (const Subject& subject : subjects) {
+    std::shuffle(order.begin(), order.end(), random);
+    for (const Subject* subject : order) {
       Series uncounted;
-      RunOnce(subject, round < 0 ? uncounted : series[subject.name]);
+      RunOnce(*subject, round < 0 ? uncounted : series[subject->name]);
     }
   }
   for (const Subject& subject : subjects) {

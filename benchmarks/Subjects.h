@@ -5,9 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/Workloads.h"
+
 namespace zekara::benchmarks {
 
-// One library doing one job on an input: prepare() is not measured, what it returns is.
+// One library doing one job on an input. prepare() is not measured; the work that it returns is.
 struct Subject {
   using Work = std::function<void()>;
 
@@ -15,16 +17,17 @@ struct Subject {
   std::function<Work(const std::string& input)> prepare;
 };
 
-// Subjects that do the same job on the same input and are compared.
+// Subjects that do the same job on the same input, and are compared.
 struct Row {
   std::string job;
   std::string size;
-  std::function<std::string()> input;
+  std::function<std::string(Random)> input;
   std::vector<Subject> subjects;
-  bool isGrowth = false;  // of interest is only how the time grows with the size
+  bool isGrowth = false;  // only how the time grows with the size is of interest
 };
 
-// Stops the program with a message: a library that did not do its job is not measured.
+// Ends the program with a message unless `isDone`, because a library that did not do its job must not be
+// measured.
 void Expect(bool isDone, const char* job);
 
 // The same jobs done by this system and by the libraries that a person would otherwise use.

@@ -108,10 +108,10 @@ def spawn(mode, subjects, rounds):
     return series
 
 
-def in_process(build_directory, text=""):
+def in_process(build_directory, seed, text=""):
     """Measures the rows whose name holds `text`; returns a list of Work."""
     program = f"{build_directory}/benchmarks/in-process"
-    output = subprocess.run([program, text], stdout=subprocess.PIPE, text=True, check=True)
+    output = subprocess.run([program, "--seed", str(seed), text], stdout=subprocess.PIPE, text=True, check=True)
     rows = []
     for line in output.stdout.splitlines():
         job, size, subject, *numbers = line.split("\t")
@@ -119,10 +119,11 @@ def in_process(build_directory, text=""):
     return rows
 
 
-def write_input(build_directory, text, name):
-    """Has in-process write the input of the first row whose name holds `text`; returns the bytes."""
+def write_input(build_directory, text, name, seed):
+    """Makes in-process write the input of the first row whose name holds `text`; returns the bytes."""
     path = f"{SCRATCH}/{name}"
-    subprocess.run([f"{build_directory}/benchmarks/in-process", "--input", text, path], check=True)
+    program = f"{build_directory}/benchmarks/in-process"
+    subprocess.run([program, "--seed", str(seed), "--input", text, path], check=True)
     with open(path, "rb") as file:
         return file.read()
 
