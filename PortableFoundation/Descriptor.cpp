@@ -10,9 +10,9 @@
 namespace zekara {
 namespace {
 
-// Whether the failed call is to be made again: interrupted, or not ready on a descriptor that should block.
-bool WaitForRetry(int descriptor, short event) noexcept {
-  if (errno == EINTR) return true;
+// Waits until the descriptor is ready if the failed call found it non-blocking and not ready; the caller then
+// makes the call again. Returns false for every other failure.
+bool WaitUntilReady(int descriptor, short event) noexcept {
   if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
   pollfd ready = {.fd = descriptor, .events = event, .revents = 0};
   poll(&ready, 1, -1);
@@ -74,20 +74,20 @@ bool Examine(const char* path, struct stat& attributes) noexcept {
 ssize_t ReadSome(int descriptor, char* buffer, std::size_t size) noexcept {
   ssize_t count = 0;
   do {
-    count = read(descriptor, buffer, size);
-  } while (count < 0 && WaitForRetry(descriptor, POLLIN));
+    count = RetryOnInterrupt([&] { return read(descriptor, buffer, size); });
+  } while (count < 0 && WaitUntilReady(descriptor, POLLIN));
   return count;
 }
 
 int WriteAll(int descriptor, std::string_view bytes) noexcept {
   while (!bytes.empty()) {
-    const ssize_t count = write(descriptor, bytes.data(), bytes.size());
+    const ssize_t count = RetryOnInterrupt([&] { return write(descriptor, bytes.data(), bytes.size()); });
     if (count > 0) {
       bytes.remove_prefix(static_cast<std::size_t>(count));
     } else if (count == 0) {
       errno = EIO;  // nothing promises that the next call would take any more
       return -1;
-    } else if (!WaitForRetry(descriptor, POLLOUT)) {
+    } else if (!WaitUntilReady(descriptor, POLLOUT)) {
       return -1;
     }
   }

@@ -37,23 +37,24 @@ std::optional<std::vector<std::string>> NamesIn(int directory) {
 NSDirectoryEnumerator NSDirectoryEnumerator::enumeratorAtPath(const std::string& path) {
   NSDirectoryEnumerator enumerator;
   enumerator.current_ = OpenAt(AT_FDCWD, path.c_str(), kDirectoryFlags);
-  if (auto level = enumerator.readLevel(enumerator.current_.get())) {
+  if (auto level = enumerator.readLevel(enumerator.current_)) {
     enumerator.levels_.push_back(std::move(*level));
   }
   return enumerator;
 }
 
-std::optional<NSDirectoryEnumerator::Level> NSDirectoryEnumerator::readLevel(int directory) const {
+std::optional<NSDirectoryEnumerator::Level> NSDirectoryEnumerator::readLevel(
+    const Descriptor& directory) const {
   struct stat attributes = {};
-  if (directory < 0 || fstat(directory, &attributes) != 0) return {};
-  auto names = NamesIn(directory);
+  if (!directory.isOpen() || !Examine(directory, attributes)) return {};
+  auto names = NamesIn(directory.get());
   if (!names) return {};
   return Level{attributes.st_dev, attributes.st_ino, std::move(*names)};
 }
 
 bool NSDirectoryEnumerator::descend(const char* name) {
   Descriptor child = OpenAt(current_.get(), name, kDirectoryFlags);
-  auto level = readLevel(child.get());
+  auto level = readLevel(child);
   if (!level) return false;
   path_.emplace_back(name);
   levels_.push_back(std::move(*level));
@@ -66,8 +67,8 @@ bool NSDirectoryEnumerator::ascend() {
   path_.pop_back();
   Descriptor parent = OpenAt(current_.get(), "..", kDirectoryFlags);
   struct stat attributes = {};
-  if (!parent.isOpen() || fstat(parent.get(), &attributes) != 0 ||
-      attributes.st_dev != levels_.back().device || attributes.st_ino != levels_.back().inode) {
+  if (!parent.isOpen() || !Examine(parent, attributes) || attributes.st_dev != levels_.back().device ||
+      attributes.st_ino != levels_.back().inode) {
     levels_.clear();
     return false;
   }

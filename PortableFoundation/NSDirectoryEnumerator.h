@@ -46,7 +46,7 @@ class NSDirectoryEnumerator {
   // Back to the parent of the current directory. False, and the walk is over, if it is no longer the parent.
   bool ascend();
   void leaveFinishedDirectories();
-  std::optional<Level> readLevel(int directory) const;
+  std::optional<Level> readLevel(const Descriptor& directory) const;
   bool removeEntry(const std::string& name);
   bool unlinkEntry(const std::string& name);
 

@@ -9,9 +9,7 @@
 #include <cstring>
 #include <utility>
 
-#include "PortableFoundation/Descriptor.h"
 #include "PortableFoundation/NSException.h"
-#include "PortableFoundation/NSRunLoop.h"
 
 namespace zekara {
 namespace {
@@ -20,11 +18,34 @@ namespace {
   throw NSException(NSFileHandleOperationException, std::string(what) + ": " + std::strerror(error));
 }
 
+// Returns 0, or the error of the flush.
+int FlushToDisk(int descriptor) noexcept {
+  const auto flush = [&] {
+#ifdef __APPLE__
+    // fsync() leaves the bytes in the drive's cache there.
+    const int result = fcntl(descriptor, F_FULLFSYNC);
+    if (result == 0 || (errno != ENOTTY && errno != ENOTSUP && errno != EINVAL)) return result;
+#endif
+    return fsync(descriptor);
+  };
+  return RetryOnInterrupt(flush) == 0 ? 0 : errno;
+}
+
+// These say that the file, or its file system, has nothing that could be flushed. EIO and ENOSPC say that
+// what was written is lost.
+bool IsFlushUnsupported(int error) noexcept {
+  return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == ENOTSUP || error == EROFS;
+}
+
 }  // namespace
 
 std::shared_ptr<NSFileHandle> NSFileHandle::initWithFileDescriptor_closeOnDealloc(int descriptor,
                                                                                   bool closeOnDealloc) {
-  return std::shared_ptr<NSFileHandle>(new NSFileHandle(descriptor, closeOnDealloc));
+  return std::shared_ptr<NSFileHandle>(new NSFileHandle(Descriptor(descriptor), closeOnDealloc));
+}
+
+std::shared_ptr<NSFileHandle> NSFileHandle::handleOwning(Descriptor descriptor) {
+  return std::shared_ptr<NSFileHandle>(new NSFileHandle(std::move(descriptor), true));
 }
 
 std::shared_ptr<NSFileHandle> NSFileHandle::fileHandleWithStandardInput() {
@@ -36,21 +57,21 @@ std::shared_ptr<NSFileHandle> NSFileHandle::fileHandleWithStandardOutput() {
 }
 
 NSFileHandle::~NSFileHandle() {
-  cancelReadInBackground();
-  if (closeOnDealloc_) closeFile();
+  cancelReadInBackground(armedRead_);
+  if (!closeOnDealloc_) static_cast<void>(descriptor_.release());
 }
 
-// The size that the file has now, and a byte to meet its end with, saves growing step by step; what counts is
-// what the reads give.
+// Reserves the current size plus one byte, so that the read that finds the end needs no reallocation. The
+// size is only a hint: the file is read until a read returns nothing.
 std::string NSFileHandle::readDataToEndOfFile() {
   struct stat attributes = {};
   std::string bytes;
-  if (fstat(descriptor_, &attributes) == 0 && S_ISREG(attributes.st_mode)) {
+  if (Examine(descriptor_, attributes) && S_ISREG(attributes.st_mode)) {
     bytes.resize(static_cast<std::size_t>(attributes.st_size) + 1);
   }
   for (std::size_t length = 0;;) {
-    if (length == bytes.size()) bytes.resize(length + kBlockSize);
-    const ssize_t count = ReadSome(descriptor_, bytes.data() + length, bytes.size() - length);
+    if (length == bytes.size()) bytes.resize(length + NSRunLoop::kBlockSize);
+    const ssize_t count = ReadSome(descriptor_.get(), bytes.data() + length, bytes.size() - length);
     if (count < 0) RaiseSystemError("cannot read", errno);
     if (count == 0) {
       bytes.resize(length);
@@ -60,35 +81,26 @@ std::string NSFileHandle::readDataToEndOfFile() {
   }
 }
 
-// The position first: a caller that is about to write wants nothing between the cut and the write.
+// Seeks first, so that nothing can fail between truncating and the caller's write.
 void NSFileHandle::truncateFileAtOffset(off_t offset) {
-  if (lseek(descriptor_, offset, SEEK_SET) < 0) RaiseSystemError("cannot seek", errno);
-  if (RetryOnInterrupt([&] { return ftruncate(descriptor_, offset); }) != 0) {
+  if (lseek(descriptor_.get(), offset, SEEK_SET) < 0) RaiseSystemError("cannot seek", errno);
+  if (RetryOnInterrupt([&] { return ftruncate(descriptor_.get(), offset); }) != 0) {
     RaiseSystemError("cannot truncate", errno);
   }
 }
 
 void NSFileHandle::writeData(std::string_view bytes) {
-  if (WriteAll(descriptor_, bytes) != 0) RaiseSystemError("cannot write", errno);
+  if (WriteAll(descriptor_.get(), bytes) != 0) RaiseSystemError("cannot write", errno);
 }
 
 void NSFileHandle::synchronizeFile() {
-  int result = 0;
-  do {
-#ifdef __APPLE__
-    result = fcntl(descriptor_, F_FULLFSYNC);  // fsync() leaves the bytes in the drive's cache there
-    if (result != 0 && errno != EINTR) result = fsync(descriptor_);
-#else
-    result = fsync(descriptor_);
-#endif
-  } while (result != 0 && errno == EINTR);
-  // EINVAL: a kind of file, or a file system, without anything to flush.
-  if (result != 0 && errno != EINVAL) RaiseSystemError("cannot flush", errno);
+  const int error = FlushToDisk(descriptor_.get());
+  if (error != 0 && !IsFlushUnsupported(error)) RaiseSystemError("cannot flush", error);
 }
 
 void NSFileHandle::closeFile() noexcept {
-  cancelReadInBackground();
-  Descriptor(std::exchange(descriptor_, -1)).reset();
+  NSRunLoop::currentRunLoop().endRead(armedRead_);
+  descriptor_.reset();
 }
 
 void NSFileHandle::ignoreBrokenPipes() noexcept {
@@ -99,12 +111,15 @@ void NSFileHandle::ignoreBrokenPipes() noexcept {
   }
 }
 
-void NSFileHandle::readInBackground(ReadCompletion completion) {
-  NSRunLoop::currentRunLoop().addRead(*this, std::move(completion));
+NSRunLoop::ReadToken NSFileHandle::readInBackground(NSRunLoop::ReadCompletion completion) {
+  if (!descriptor_.isOpen()) throw NSException(NSFileHandleOperationException, "the handle is closed");
+  NSRunLoop& loop = NSRunLoop::currentRunLoop();
+  if (loop.isArmed(armedRead_)) throw NSException(NSFileHandleOperationException, "a read is armed already");
+  return armedRead_ = loop.addRead(descriptor_.get(), std::move(completion));
 }
 
-void NSFileHandle::cancelReadInBackground() noexcept {
-  NSRunLoop::currentRunLoop().removeRead(*this);
+void NSFileHandle::cancelReadInBackground(NSRunLoop::ReadToken token) noexcept {
+  if (token == armedRead_) NSRunLoop::currentRunLoop().cancelRead(token);
 }
 
 }  // namespace zekara

@@ -47,7 +47,7 @@ Descriptor OpenRunningExecutable() noexcept {
   Descriptor file = OpenAt(AT_FDCWD, region.prp_vip.vip_path, O_RDONLY | O_NONBLOCK);
   const vinfo_stat& mapped = region.prp_vip.vip_vi.vi_stat;
   struct stat opened = {};
-  const bool isMapped = file.isOpen() && fstat(file.get(), &opened) == 0 && opened.st_ino == mapped.vst_ino &&
+  const bool isMapped = file.isOpen() && Examine(file, opened) && opened.st_ino == mapped.vst_ino &&
                         static_cast<std::uint32_t>(opened.st_dev) == mapped.vst_dev;
   return isMapped ? std::move(file) : Descriptor();
 }
@@ -112,6 +112,15 @@ Descriptor OpenRunningExecutableNamed(const char* path) noexcept {
   const bool isSame =
       running.isOpen() && Examine(running, opened) && Examine(path, named) && IsSameFile(named, opened);
   return isSame ? std::move(running) : Descriptor();
+}
+
+// Each open() takes the lowest free number. Without a /dev/null the root directory serves: it can be neither
+// read nor written.
+void OpenStandardDescriptors() noexcept {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(descriptor, F_GETFD) >= 0) continue;
+    if (open("/dev/null", O_RDWR) < 0) open("/", O_RDONLY);
+  }
 }
 
 std::uint64_t FileSizeLimit() noexcept {

@@ -12,8 +12,6 @@
 namespace zekara {
 namespace {
 
-constexpr const char* kFrontEndDirectory = "/var/zekara/run/frontEnd";
-
 bool IsAscii(std::string_view text) {
   return std::ranges::all_of(text, [](char c) { return static_cast<signed char>(c) >= 0; });
 }

@@ -4,6 +4,14 @@
 
 namespace zekara {
 
+// The files into which the file monitor and the updater write their process ids.
+inline constexpr const char* kFileDPidFile = "/var/zekara/run/FileD.pid";
+inline constexpr const char* kUpdateDPidFile = "/var/zekara/run/UpdateD.pid";
+
+// The directory in which front ends register: each has a file there whose name begins with "ag" or "cc" and
+// whose text begins with its process id.
+inline constexpr const char* kFrontEndDirectory = "/var/zekara/run/frontEnd";
+
 // Sends `signal` to the process whose id the file at `path` begins with. Returns whether it was delivered; a
 // failure of any kind is logged as "Can't signal <signal> to <path>". The file is read whole, following
 // links; it counts as holding 0 when it is missing, unreadable, no regular file or not 7-bit ASCII; an id of

@@ -51,11 +51,11 @@ ZKAXMLConnection::ZKAXMLConnection(std::shared_ptr<NSFileHandle> handleForReadin
 }
 
 ZKAXMLConnection::~ZKAXMLConnection() {
-  handleForReading_->cancelReadInBackground();
+  handleForReading_->cancelReadInBackground(armedRead_);
 }
 
 void ZKAXMLConnection::armRead() {
-  handleForReading_->readInBackground([this](std::string_view block) { dataArrived(block); });
+  armedRead_ = handleForReading_->readInBackground([this](std::string_view block) { dataArrived(block); });
 }
 
 // Deliberate: a failure while handling input ends the connection, whatever is left of the input. Reads are

@@ -61,6 +61,7 @@ class ZKAXMLConnection : public std::enable_shared_from_this<ZKAXMLConnection> {
   std::shared_ptr<NSFileHandle> handleForWriting_;
   std::string assembly_;  // received and not yet cut off as a message
   ZKAXMLConnectionDelegating* delegate_;
+  NSRunLoop::ReadToken armedRead_ = 0;
 };
 
 }  // namespace zekara

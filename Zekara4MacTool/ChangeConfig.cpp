@@ -2,9 +2,9 @@
 
 #include <signal.h>
 
+#include "Zekara4MacLibrary/ZKAConfig.h"
 #include "Zekara4MacLibrary/ZKASignalSender.h"
 #include "Zekara4MacTool/IniFileTools.h"
-#include "Zekara4MacTool/Paths.h"
 #include "Zekara4MacTool/ProcessState.h"
 
 namespace zekara {
@@ -14,8 +14,8 @@ namespace zekara {
 void ChangeConfigCmd(const Plist& patch) {
   const Transaction transaction;
   const ZKAChangedSections changed = PatchIniFile(kConfigurationFile, patch);
-  if (!patch.objectForKey("MacOSWardex").isNil()) ZKASendSignal(kFileDPidFile, SIGHUP);
-  if (changed.contains("UpdateD")) ZKASendSignal(kUpdateDPidFile, SIGHUP);
+  if (!patch.objectForKey(kFileMonitorSection).isNil()) ZKASendSignal(kFileDPidFile, SIGHUP);
+  if (changed.contains(kUpdaterSection)) ZKASendSignal(kUpdateDPidFile, SIGHUP);
 }
 
 }  // namespace zekara

@@ -36,8 +36,7 @@ std::string NewText(const ZKAIniData& ini, NSFileHandle& file) {
 ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch) {
   Descriptor opened = OpenLockedFile(path.c_str(), 0444);
   if (!opened.isOpen()) throw NSException("PatchIniFile", "can't open ini file");
-  const auto file = NSFileHandle::initWithFileDescriptor_closeOnDealloc(opened.get(), true);
-  static_cast<void>(opened.release());
+  const auto file = NSFileHandle::handleOwning(std::move(opened));
   Transaction::blockSignals();
   std::string bytes = file->readDataToEndOfFile();
   const std::shared_ptr<ZKAIniData> ini = ZKAIniParser::initWithData(std::move(bytes)).parse();

@@ -3,14 +3,14 @@
 #include <signal.h>
 
 #include "PortableFoundation/Plist.h"
+#include "Zekara4MacLibrary/ZKAConfig.h"
 #include "Zekara4MacLibrary/ZKASignalSender.h"
 #include "Zekara4MacTool/ChangeConfig.h"
-#include "Zekara4MacTool/Paths.h"
 
 namespace zekara {
 
 void PostInstall() {
-  ChangeConfigCmd(Plist::dictionary({{"MacOSWardex", Plist::dictionary({{"IsActive", "Yes"}})}}));
+  ChangeConfigCmd(Plist::dictionary({{kFileMonitorSection, Plist::dictionary({{"IsActive", "Yes"}})}}));
   ZKASendSignal(kFileDPidFile, SIGTERM);
 }
 

@@ -1,6 +1,5 @@
 #include "Zekara4MacTool/ProcessState.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/time.h>
@@ -25,15 +24,6 @@ void StopTimers() noexcept {
   for (const auto timer : {ITIMER_REAL, ITIMER_VIRTUAL, ITIMER_PROF}) {
     const itimerval off = {};
     setitimer(timer, &off, nullptr);
-  }
-}
-
-// Otherwise the first file opened would be taken for standard input, output or error. Where there is no
-// /dev/null, the root directory will do: it can be neither read nor written.
-void OpenStandardDescriptors() noexcept {
-  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (fcntl(descriptor, F_GETFD) >= 0) continue;
-    if (open("/dev/null", O_RDWR) < 0) open("/", O_RDONLY);  // each takes the lowest free number
   }
 }
 

@@ -58,7 +58,7 @@ std::shared_ptr<NSFileHandle> HandleOfFileWith(std::string_view text) {
   return NSFileHandle::initWithFileDescriptor_closeOnDealloc(descriptor, true);
 }
 
-// A read never gives more than NSFileHandle::kBlockSize, so one large block can only be had by calling what a
+// A read never gives more than NSRunLoop::kBlockSize, so one large block can only be had by calling what a
 // read calls. An explicit instantiation may name a private member.
 template <auto Member>
 struct Access {

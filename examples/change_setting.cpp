@@ -32,7 +32,7 @@ class ToolProcess {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0)
       throw std::system_error(errno, std::generic_category());
-    handle_ = NSFileHandle::initWithFileDescriptor_closeOnDealloc(ends[0], true);
+    handle_ = NSFileHandle::handleOwning(Descriptor(ends[0]));
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDIN_FILENO);

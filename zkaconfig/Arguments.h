@@ -5,10 +5,9 @@
 #include <string>
 #include <vector>
 
-namespace zekara {
+#include "Zekara4MacLibrary/ZKAConfig.h"
 
-// The one file that the privileged tool changes.
-inline constexpr const char* kConfigurationFile = "/Library/Application Support/Zekara/zekara32.ini";
+namespace zekara {
 
 enum class OutputForm { People, Json, Plist };
 

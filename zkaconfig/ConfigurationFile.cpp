@@ -26,7 +26,7 @@ using Clock = std::chrono::steady_clock;
 }
 
 std::string ReadAll(Descriptor descriptor, const std::string& path) {
-  const auto file = NSFileHandle::initWithFileDescriptor_closeOnDealloc(descriptor.release(), true);
+  const auto file = NSFileHandle::handleOwning(std::move(descriptor));
   try {
     return file->readDataToEndOfFile();
   } catch (const NSException& exception) {
@@ -38,8 +38,7 @@ std::string ReadAll(Descriptor descriptor, const std::string& path) {
 void WaitForSharedLock(const Descriptor& file, const std::string& path, std::chrono::seconds limit) {
   constexpr auto kPause = std::chrono::milliseconds(20);
   const Clock::time_point deadline = Clock::now() + limit;
-  while (flock(file.get(), LOCK_SH | LOCK_NB) != 0) {
-    if (errno == EINTR) continue;
+  while (RetryOnInterrupt([&] { return flock(file.get(), LOCK_SH | LOCK_NB); }) != 0) {
     if (errno != EWOULDBLOCK) RaiseUnreadable(path, std::strerror(errno));
     if (Clock::now() >= deadline) {
       RaiseUnreadable(path, "another process keeps it locked",

@@ -6,12 +6,10 @@
 #include <vector>
 
 #include "PortableFoundation/Plist.h"
+#include "Zekara4MacLibrary/ZKAConfig.h"
 #include "Zekara4MacLibrary/ZKAPlistUtils.h"
 
 namespace zekara {
-
-inline constexpr const char* kFileMonitorSection = "MacOSWardex";
-inline constexpr const char* kUpdaterSection = "UpdateD";
 
 // The sections for which the suite has defaults.
 class KnownSections {

@@ -62,8 +62,7 @@ class SpawnActions {
 // Collects what the tool writes to standard error, whenever the run loop runs.
 class LogCollector {
  public:
-  explicit LogCollector(Descriptor reading)
-      : handle_(NSFileHandle::initWithFileDescriptor_closeOnDealloc(reading.release(), true)) {
+  explicit LogCollector(Descriptor reading) : handle_(NSFileHandle::handleOwning(std::move(reading))) {
     arm();
   }
   const std::string& text() const noexcept { return text_; }
@@ -109,10 +108,9 @@ class ToolSession final : private ZKAXMLConnectionDelegating {
     Pipe log = MakePipe();
     spawn(requests.reading, replies.writing, log.writing);
     log_ = std::make_unique<LogCollector>(std::move(log.reading));
-    requests_ = NSFileHandle::initWithFileDescriptor_closeOnDealloc(requests.writing.release(), true);
+    requests_ = NSFileHandle::handleOwning(std::move(requests.writing));
     connection_ = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
-        NSFileHandle::initWithFileDescriptor_closeOnDealloc(replies.reading.release(), true), requests_,
-        this);
+        NSFileHandle::handleOwning(std::move(replies.reading)), requests_, this);
   }
   ToolSession(const ToolSession&) = delete;
   ToolSession& operator=(const ToolSession&) = delete;
@@ -159,11 +157,7 @@ class ToolSession final : private ZKAXMLConnectionDelegating {
 
   bool hasEnded() {
     int status = 0;
-    pid_t ended = 0;
-    do {
-      ended = waitpid(process_, &status, WNOHANG);
-    } while (ended < 0 && errno == EINTR);
-    return ended != 0;
+    return RetryOnInterrupt([&] { return waitpid(process_, &status, WNOHANG); }) != 0;
   }
 
   void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection&) override {

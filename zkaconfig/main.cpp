@@ -1,9 +1,8 @@
-#include <fcntl.h>
-
 #include <cstdio>
 #include <exception>
 
 #include "PortableFoundation/NSFileHandle.h"
+#include "PortableFoundation/Process.h"
 #include "zkaconfig/Arguments.h"
 #include "zkaconfig/Commands.h"
 #include "zkaconfig/Failure.h"
@@ -11,13 +10,6 @@
 namespace {
 
 using zekara::ExitStatus;
-
-// A closed standard descriptor would be given to the first file that is opened.
-void OpenStandardDescriptors() {
-  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
-    if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", O_RDWR);
-  }
-}
 
 ExitStatus Run(std::span<const char* const> words) {
   zekara::Arguments arguments = zekara::ParseArguments(words);
@@ -35,7 +27,7 @@ ExitStatus Run(std::span<const char* const> words) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  OpenStandardDescriptors();
+  zekara::OpenStandardDescriptors();
   zekara::NSFileHandle::ignoreBrokenPipes();
   ExitStatus status = ExitStatus::Done;
   try {

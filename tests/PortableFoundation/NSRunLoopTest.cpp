@@ -74,7 +74,7 @@ TEST(NSRunLoop, FailureToReadIsAnEmptyBlock) {
 
 TEST(NSRunLoop, BlockHoldsAWholePipe) {
   Input input;
-  const std::string text(NSFileHandle::kBlockSize, 'x');
+  const std::string text(NSRunLoop::kBlockSize, 'x');
   input.put(text);
   input.arm();
   EXPECT_TRUE(Loop().runBeforeDate());
@@ -84,7 +84,7 @@ TEST(NSRunLoop, BlockHoldsAWholePipe) {
 
 TEST(NSRunLoop, BlockIsNeverLargerThanItsSize) {
   const TemporaryDirectory directory;
-  WriteFile(directory / "file", std::string(NSFileHandle::kBlockSize + 1, 'x'));
+  WriteFile(directory / "file", std::string(NSRunLoop::kBlockSize + 1, 'x'));
   const auto handle =
       NSFileHandle::initWithFileDescriptor_closeOnDealloc(open((directory / "file").c_str(), O_RDONLY), true);
   std::vector<std::size_t> sizes;
@@ -92,7 +92,7 @@ TEST(NSRunLoop, BlockIsNeverLargerThanItsSize) {
     handle->readInBackground([&](std::string_view block) { sizes.push_back(block.size()); });
     EXPECT_TRUE(Loop().runBeforeDate());
   }
-  EXPECT_THAT(sizes, ElementsAre(NSFileHandle::kBlockSize, 1, 0));
+  EXPECT_THAT(sizes, ElementsAre(NSRunLoop::kBlockSize, 1, 0));
 }
 
 TEST(NSRunLoop, OfSeveralReadsTheOneWithInputIsCompleted) {
@@ -216,13 +216,6 @@ TEST(NSRunLoop, CompletionMayDestroyItsHandleAndAnotherArmedOne) {
   Input other;
   one.put("x");
   other.put("y");
-  other.handle->readInBackground([](std::string_view) { ADD_FAILURE() << "its handle is gone"; });
-  Input first;
-  first.put("z");
-  // Whichever is completed first, the others go with it.
-  one.handle->readInBackground([&](std::string_view) {});
-  one.handle->cancelReadInBackground();
-  other.handle->cancelReadInBackground();
   one.handle->readInBackground([&](std::string_view) {
     one.handle.reset();
     other.handle.reset();
@@ -230,6 +223,41 @@ TEST(NSRunLoop, CompletionMayDestroyItsHandleAndAnotherArmedOne) {
   other.handle->readInBackground([](std::string_view) { ADD_FAILURE() << "its handle is gone"; });
   EXPECT_TRUE(Loop().runBeforeDate());
   EXPECT_FALSE(Loop().runBeforeDate());
+}
+
+TEST(NSRunLoop, EndedReadIsCompletedWithAnEmptyBlockAndItsInputIsLeft) {
+  for (const auto limit : {NSRunLoop::kDistantFuture, Late()}) {
+    Input idle;
+    Input input;
+    input.put("left");
+    idle.arm();
+    const auto token =
+        Loop().addRead(input.output.get(), [&](std::string_view block) { input.blocks.emplace_back(block); });
+    EXPECT_TRUE(Loop().isArmed(token));
+    Loop().endRead(token);
+    EXPECT_TRUE(Loop().runBeforeDate(limit));
+    EXPECT_FALSE(Loop().isArmed(token));
+    EXPECT_THAT(input.blocks, ElementsAre(""));
+    input.arm();
+    EXPECT_TRUE(Loop().runBeforeDate());
+    EXPECT_THAT(input.blocks, ElementsAre("", "left"));
+  }
+}
+
+TEST(NSRunLoop, TokenOfAReadThatIsNotArmedDoesNothing) {
+  Input input;
+  Input other;
+  input.put("x");
+  const auto done = Loop().addRead(input.output.get(), [](std::string_view) {});
+  EXPECT_TRUE(Loop().runBeforeDate());
+  other.put("y");
+  other.arm();
+  for (const NSRunLoop::ReadToken token : {done, NSRunLoop::ReadToken{0}}) {
+    Loop().endRead(token);
+    Loop().cancelRead(token);
+  }
+  EXPECT_TRUE(Loop().runBeforeDate());
+  EXPECT_THAT(other.blocks, ElementsAre("y"));
 }
 
 TEST(NSRunLoop, NonBlockingInputIsWaitedFor) {

@@ -505,7 +505,7 @@ TEST_F(ZKAXMLConnectionPipes, ReleasedConnectionReadsNoMore) {
 }
 
 TEST_F(ZKAXMLConnectionPipes, HandlesAreSharedAndNotClosed) {
-  const auto reading = NSFileHandle::initWithFileDescriptor_closeOnDealloc(input.first.release(), true);
+  const auto reading = NSFileHandle::handleOwning(std::move(input.first));
   const int descriptor = reading->fileDescriptor();
   connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
       reading, HandleOn(output.second), &delegate);

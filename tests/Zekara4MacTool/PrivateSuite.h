@@ -5,7 +5,8 @@
 #include <set>
 #include <string>
 
-#include "Zekara4MacTool/Paths.h"
+#include "Zekara4MacLibrary/ZKAConfig.h"
+#include "Zekara4MacLibrary/ZKASignalSender.h"
 #include "tests/support/ChildProcess.h"
 
 namespace zekara::test {

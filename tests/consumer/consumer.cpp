@@ -71,8 +71,8 @@ void UseConnection() {
   Expect(pipe(ends) == 0, "a pipe is made");
   Receiver receiver;
   const auto connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
-      NSFileHandle::initWithFileDescriptor_closeOnDealloc(ends[0], true),
-      NSFileHandle::initWithFileDescriptor_closeOnDealloc(ends[1], true), &receiver);
+      NSFileHandle::handleOwning(Descriptor(ends[0])), NSFileHandle::handleOwning(Descriptor(ends[1])),
+      &receiver);
   const Plist message = Plist::dictionary({{"tag", "cmd"}});
   connection->sendMessage(message);
   NSRunLoop::currentRunLoop().runBeforeDate(NSRunLoop::Clock::now() + std::chrono::minutes(1));

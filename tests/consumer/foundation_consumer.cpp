@@ -59,7 +59,7 @@ void UseFiles(const std::string& directory) {
   const std::string path = directory + "/file";
   Descriptor made = OpenAt(AT_FDCWD, path.c_str(), O_RDWR | O_CREAT, 0600);
   Expect(made.isOpen(), "a file is made");
-  const auto file = NSFileHandle::initWithFileDescriptor_closeOnDealloc(made.release(), true);
+  const auto file = NSFileHandle::handleOwning(std::move(made));
   file->writeData("text");
   file->synchronizeFile();
   Expect(lseek(file->fileDescriptor(), 0, SEEK_SET) == 0 && file->readDataToEndOfFile() == "text",
@@ -75,8 +75,8 @@ void UseRunLoop() {
   using namespace zekara;
   int ends[2];
   Expect(pipe(ends) == 0, "a pipe is made");
-  const auto input = NSFileHandle::initWithFileDescriptor_closeOnDealloc(ends[0], true);
-  const auto output = NSFileHandle::initWithFileDescriptor_closeOnDealloc(ends[1], true);
+  const auto input = NSFileHandle::handleOwning(Descriptor(ends[0]));
+  const auto output = NSFileHandle::handleOwning(Descriptor(ends[1]));
   std::string received;
   input->readInBackground([&](std::string_view block) { received = block; });
   output->writeData("block");
