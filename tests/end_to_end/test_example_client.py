@@ -16,7 +16,7 @@ CONTENT = b"[MacOSWardex]\nIsActive = No\n\n[UpdateD]\nInterval = 43200\n\n"
 
 def run_client(*arguments, **options):
     return subprocess.run(
-        [sys.executable, "-B", CLIENT, "--tool", tool.TOOL, *arguments],
+        [sys.executable, "-B", CLIENT, "--tool", sandbox.name_outside(tool.TOOL), *arguments],
         capture_output=True,
         text=True,
         timeout=tool.PATIENCE,
@@ -85,12 +85,13 @@ class ExampleClient(ToolTestCase):
         client = importlib.util.module_from_spec(specification)
         specification.loader.exec_module(client)
         with log_discarded():
-            reply = client.change_config(tool.TOOL, {"A": {"k": True}})
+            reply = client.change_config(sandbox.name_outside(tool.TOOL), {"A": {"k": True}})
         self.assertEqual(reply, {"tag": "ack", "cmd": "ChangeConfig", "arg": {"A": {"k": True}}, "res": "OK"})
         os.rename(sandbox.CONFIG_DIRECTORY, sandbox.CONFIG_DIRECTORY + ".gone")
         with self.assertRaisesRegex(client.ChangeConfigError, "^can't open ini file$"), log_discarded():
-            client.change_config(tool.TOOL, {"A": {"k": True}})
+            client.change_config(sandbox.name_outside(tool.TOOL), {"A": {"k": True}})
 
+    @sandbox.requires_machine
     @requires_set_user_id
     def test_an_account_without_rights_can_use_it(self):
         copy = sandbox.SCRATCH_DIRECTORY + "/client.py"
@@ -115,7 +116,11 @@ CPP_CLIENT = os.environ.get("ZKA_CPP_CLIENT")
 class ExampleClientInCpp(ToolTestCase):
     def run_client(self, *arguments):
         return subprocess.run(
-            [CPP_CLIENT, tool.TOOL, *arguments], capture_output=True, text=True, timeout=tool.PATIENCE, check=False
+            [CPP_CLIENT, sandbox.name_outside(tool.TOOL), *arguments],
+            capture_output=True,
+            text=True,
+            timeout=tool.PATIENCE,
+            check=False,
         )
 
     def test_a_setting_is_changed_and_the_daemon_is_told(self):

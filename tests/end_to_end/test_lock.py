@@ -120,7 +120,7 @@ class Lock(ToolTestCase):
     @tracing.requires_strace
     def test_between_truncation_and_writing_the_file_is_empty_and_the_lock_is_held(self):
         calls = "ftruncate,truncate"
-        options = ["-P", tool.CONFIG, "-e", f"inject={calls}:signal=SIGSTOP"]
+        options = [*tracing.watch(tool.CONFIG), "-e", f"inject={calls}:signal=SIGSTOP"]
         tracer = tracing.start("pipe", calls=calls, options=options)
         self.addCleanup(self._end, tracer)
         tracer.stdin.write(tool.encode(tool.request({"A": {"k": "new"}})))
@@ -150,7 +150,7 @@ class Lock(ToolTestCase):
                 os.close(writer)
                 process.stdin.write(tool.encode(tool.request(settings)))
                 process.stdin.flush()
-                tool.wait_until(lambda: self._blocked_in_write(process.pid), "the reply waits for its reader", process)
+                tool.wait_until(lambda: tool.waits_with_all_read(process), "the reply waits for its reader", process)
                 with open(tool.CONFIG, "rb") as file:
                     fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
                 self.assertIsNone(process.poll())
@@ -158,11 +158,6 @@ class Lock(ToolTestCase):
                     reply = stream.read().lstrip(b"\n")
                 self.assertEqual(len(tool.split_replies(reply)), 1)
                 self.assertEqual(process.wait(tool.PATIENCE), 0)
-
-    @staticmethod
-    def _blocked_in_write(pid):
-        with open(f"/proc/{pid}/wchan", encoding="ascii") as file:
-            return "pipe_write" in file.read()
 
 
 class ManyInstances(ToolTestCase):

@@ -110,7 +110,7 @@ class PidFiles(ToolTestCase):
             ("empty device", lambda path: os.symlink("/dev/null", path)),
             ("terminal", lambda path: os.symlink("/dev/tty", path)),
             ("link to nothing", lambda path: os.symlink("gone", path)),
-            ("link to itself", lambda path: os.symlink(path, path)),
+            ("link to itself", lambda path: os.symlink(str(path), path)),
         ):
             with self.subTest(name):
                 sandbox.clear()
@@ -122,7 +122,7 @@ class PidFiles(ToolTestCase):
 
     def test_a_link_to_a_pid_file_is_followed(self):
         daemon = self.start_daemon(sandbox.SCRATCH_DIRECTORY + "/pid")
-        os.symlink(sandbox.SCRATCH_DIRECTORY + "/pid", standins.FILED_PID_FILE)
+        os.symlink(f"{sandbox.SCRATCH_DIRECTORY}/pid", standins.FILED_PID_FILE)
         self.assert_succeeds(tool.change(SETTINGS))
         self.assertEqual(daemon.signals(), [1])
 

@@ -178,7 +178,7 @@ def fifo():
 
 def fifo_by_link():
     os.mkfifo(sandbox.SCRATCH_DIRECTORY + "/fifo")
-    os.symlink(sandbox.SCRATCH_DIRECTORY + "/fifo", tool.CONFIG)
+    os.symlink(f"{sandbox.SCRATCH_DIRECTORY}/fifo", tool.CONFIG)
 
 
 def device():
@@ -191,12 +191,12 @@ def null_device():
 
 def unix_socket():
     listener = socket.socket(socket.AF_UNIX)
-    listener.bind(tool.CONFIG)
+    listener.bind(os.fspath(tool.CONFIG))
     listener.close()
 
 
 def endless_link():
-    os.symlink(tool.CONFIG, tool.CONFIG)
+    os.symlink(str(tool.CONFIG), tool.CONFIG)
 
 
 def read_only_mount():
@@ -220,6 +220,8 @@ OBSTACLES = (
     null_device,
     unix_socket,
     endless_link,
+)
+MOUNTED_OBSTACLES = (
     read_only_mount,
     read_only_mount_with_file,
 )
@@ -227,7 +229,14 @@ OBSTACLES = (
 
 class ConfigurationThatCannotBeOpened(ToolTestCase):
     def test_each_failure_is_told_and_the_daemons_are_left_alone(self):
-        for obstacle in OBSTACLES:
+        self.assert_each_is_told(OBSTACLES)
+
+    @sandbox.requires_mounts
+    def test_each_failure_of_a_read_only_file_system_is_told_and_the_daemons_are_left_alone(self):
+        self.assert_each_is_told(MOUNTED_OBSTACLES)
+
+    def assert_each_is_told(self, obstacles):
+        for obstacle in obstacles:
             with self.subTest(obstacle=obstacle.__name__):
                 sandbox.clear()
                 obstacle()

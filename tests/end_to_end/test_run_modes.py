@@ -69,9 +69,8 @@ class RunModes(ToolTestCase):
         result = tool.run("pipe", stdin=subprocess.DEVNULL)
         self.assertEqual((result.status, result.output), (0, b""))
 
-        command = ["sh", "-c", 'exec "$0" pipe <&-', tool.TOOL]
-        closed = subprocess.run(command, capture_output=True, timeout=tool.PATIENCE, check=False)
-        self.assertEqual((closed.returncode, closed.stdout), (0, b""))
+        closed = tool.run("pipe", stdin=subprocess.DEVNULL, preexec_fn=lambda: os.close(0))
+        self.assertEqual((closed.status, closed.output), (0, b""))
 
     def test_a_request_in_an_ordinary_file_is_answered(self):
         path = sandbox.SCRATCH_DIRECTORY + "/request"
@@ -85,10 +84,9 @@ class RunModes(ToolTestCase):
     def test_a_closed_standard_error_costs_the_log_and_nothing_else(self):
         tool.write_config(CONTENT)
         request = tool.encode(tool.request({"MacOSWardex": {"IsActive": "Yes"}}))
-        command = ["sh", "-c", 'exec "$0" pipe 2>&-', tool.TOOL]
-        closed = subprocess.run(command, input=request, stdout=subprocess.PIPE, timeout=tool.PATIENCE, check=False)
-        self.assertEqual(closed.returncode, 0)
-        self.assertEqual(len(tool.split_replies(closed.stdout)), 1)
+        closed = tool.run_pipe(request, preexec_fn=lambda: os.close(2))
+        self.assertEqual((closed.status, closed.errors), (0, b""))
+        self.assertEqual(len(closed.replies), 1)
         self.assert_config(b"[MacOSWardex]\nIsActive = Yes\n\n")
 
     def test_the_working_directory_and_the_environment_do_not_matter(self):

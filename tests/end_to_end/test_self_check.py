@@ -2,7 +2,6 @@
 
 import os
 import stat
-import subprocess
 
 from support import sandbox, tool, tracing
 from support.case import ToolTestCase, requires_real_root, requires_set_user_id
@@ -99,7 +98,7 @@ class SelfCheck(ToolTestCase):
         self.assertEqual((result.status, result.log), (1, ["Self-reparing complete", "PostInstall task"]))
 
     def test_a_bare_name_found_through_the_search_path_ends_with_status_2_and_no_run_mode(self):
-        environment = {"PATH": os.path.dirname(tool.TOOL)}
+        environment = {"PATH": str(sandbox.TOOL_DIRECTORY)}
         for arguments in ((), ("pipe",), ("x",)):
             with self.subTest(arguments=arguments):
                 command = ["Zekara4MacTool", *arguments]
@@ -110,9 +109,9 @@ class SelfCheck(ToolTestCase):
 
     def test_a_shell_that_finds_the_tool_through_its_search_path_gets_status_2(self):
         script = "cd /; PATH=$1:$PATH; Zekara4MacTool pipe"
-        command = ["sh", "-c", script, "sh", sandbox.TOOL_DIRECTORY]
-        ended = subprocess.run(command, capture_output=True, timeout=tool.PATIENCE, check=False)
-        self.assertEqual((ended.returncode, ended.stdout), (2, b""))
+        shell = sandbox.add_program("/bin/sh", sandbox.SCRATCH_DIRECTORY + "/sh")
+        ended = tool.run("-c", script, "sh", sandbox.TOOL_DIRECTORY, name=shell)
+        self.assertEqual((ended.status, ended.output), (2, b""))
 
     def test_a_bare_name_from_the_tools_own_directory_names_the_file(self):
         tool.copy_tool(COPY, mode=0o755)
@@ -132,7 +131,7 @@ class SelfCheck(ToolTestCase):
     def test_a_symbolic_link_to_a_correct_file_passes(self):
         tool.copy_tool(COPY)
         link = sandbox.SCRATCH_DIRECTORY + "/link"
-        os.symlink(COPY, link)
+        os.symlink(str(COPY), link)
         result = tool.run("pipe", name=link)
         self.assertEqual((result.status, result.log), (0, PASSED))
 
@@ -208,6 +207,7 @@ class SelfCheckWithoutRootsRights(ToolTestCase):
         self.assert_succeeds(result)
         self.assertEqual(attributes(tool.CONFIG), (0, 0, 0o444))
 
+    @sandbox.requires_mounts
     @requires_set_user_id
     def test_the_installed_tool_repairs_its_own_mode_for_an_account_without_rights(self):
         tool.copy_tool(COPY, mode=0o4711)

@@ -184,13 +184,7 @@ def child_of(pid, program=tool.TOOL):
     return int(child)
 
 
-def process_state(pid):
-    """The letter that the system gives the process's state; None when it has gone."""
-    try:
-        with open(f"/proc/{pid}/stat", encoding="ascii", errors="replace") as file:
-            return file.read().rpartition(")")[2].split()[0]
-    except (FileNotFoundError, ProcessLookupError):
-        return None
+process_state = tool.state
 
 
 def requires_short_counts(test):

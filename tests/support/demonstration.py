@@ -1,17 +1,15 @@
 #!/usr/bin/python3
 """Shows the tool at work: demonstration.py TOOL
 
-It lays out the suite's configuration file in a private mount namespace, starts stand-ins for two of its
+It lays out the suite's configuration file in a private root directory, starts stand-ins for two of its
 daemons, and lets the tool serve a request, refuse one, and finish an installation. The exit status is 0 when
-all of that went as it should, 77 when no private namespace can be had.
+all of that went as it should, 77 when no private root directory can be had.
 """
 
-import contextlib
 import difflib
 import os
 import signal
 import sys
-import time
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
@@ -62,11 +60,14 @@ def main():
     if len(sys.argv) != 2:
         print(__doc__)
         return 2
+    # In a locale without Unicode too, everything can be printed.
+    sys.stdout.reconfigure(errors="backslashreplace")
     path = os.path.realpath(sys.argv[1])
     try:
-        sandbox.enter([path, os.path.realpath(__file__)])
+        sandbox.enter([path, os.path.realpath(__file__)], may_stay_outside=True)
     except sandbox.Unavailable as reason:
-        print(f"No private mount namespace can be had here, so there is nothing to show.\n{reason}")
+        print("The demonstration needs a private root directory: start it as root, or where users may make namespaces.")
+        print(f"Here that failed: {reason}")
         return 77
     tool.install_tool(path)
     try:
@@ -79,7 +80,7 @@ def main():
         return 1
     heading("That was all")
     tell(
-        f"{sandbox.CONFIG_DIRECTORY} and {sandbox.RUN_DIRECTORY} were those of a private mount namespace",
+        f"{sandbox.CONFIG_DIRECTORY} and {sandbox.RUN_DIRECTORY} were those of a private root directory",
         "that ends with this program: the machine's own files were not touched.",
     )
     return 0
@@ -98,7 +99,7 @@ def show_a_change():
     tell("It starts the tool with the argument pipe and writes this, made by Python's plistlib:")
     block(tool.encode(request).decode())
     with Stage() as stage:
-        result = tool.run_pipe(tool.encode(request), preexec_fn=stage.give_way)
+        result = tool.run_pipe(tool.encode(request))
     tell('The reply echoes the request, with the tag "ack" and the result:')
     block(result.output.decode())
     show_outcome(result, stage)
@@ -112,18 +113,18 @@ def show_a_failure():
     intact = tool.read_config()
     damaged = intact.replace(b"Mode = Auto", b"Mode Auto")
     tool.write_config(damaged)
-    tell("Somebody's editor has damaged the file: in the section UpdateD, \"Mode = Auto\" has lost its equals sign.")
+    tell("An editor has damaged the file: in the section UpdateD, \"Mode = Auto\" has lost its equals sign.")
     request = tool.request({"UpdateD": {"Mode": "Manual"}})
     tell("The request:")
     block(tool.encode(request).decode())
     with Stage() as stage:
-        result = tool.run_pipe(tool.encode(request), preexec_fn=stage.give_way)
+        result = tool.run_pipe(tool.encode(request))
     tell('The reply says why nothing was done. "res" is "OK" in every reply: a failure is told by "err" alone.')
     block(result.output.decode())
     show_outcome(result, stage)
     expect(result.error == "unexpected token", "the error text is another")
     expect(tool.read_config() == damaged, "the damaged file was changed")
-    expect(stage.arrivals() == [], "somebody was signalled")
+    expect(stage.arrivals() == [], "a daemon was signalled")
     tool.write_config(intact)
 
 
@@ -131,7 +132,7 @@ def show_post_install():
     heading("The installer finishes an installation")
     tell("It starts the tool without arguments. The file monitor is switched on, told, and asked to end.")
     with Stage() as stage:
-        result = tool.run(preexec_fn=stage.give_way)
+        result = tool.run()
     show_outcome(result, stage)
     expect(result.status == 1, "the exit status is not 1")
     expect(b"\nIsActive = Yes\n" in tool.read_config(), "the file monitor was not switched on")
@@ -144,31 +145,21 @@ class Stage:
     def __enter__(self):
         self._file_before = tool.read_config()
         self._records = []
-        self._processor = min(os.sched_getaffinity(0))
         self._daemons = {
-            "FileD": standins.StandInDaemon(standins.FILED_PID_FILE, time.monotonic_ns),
-            "UpdateD": standins.StandInDaemon(standins.UPDATED_PID_FILE, time.monotonic_ns),
+            "FileD": standins.StandInDaemon(standins.FILED_PID_FILE),
+            "UpdateD": standins.StandInDaemon(standins.UPDATED_PID_FILE),
         }
-        for daemon in self._daemons.values():
-            os.sched_setaffinity(daemon.pid, {self._processor})
         return self
 
     def __exit__(self, *_):
         for name, daemon in self._daemons.items():
-            self._records += [(moment, name, daemon.pid, number) for number, _, moment in daemon.stop()]
-        self._records.sort()
-
-    def give_way(self):
-        """Lets a daemon run as soon as the tool signals it, so that the order of arrival is the order of sending."""
-        with contextlib.suppress(OSError):
-            os.sched_setaffinity(0, {self._processor})
-            os.sched_setscheduler(0, os.SCHED_IDLE, os.sched_param(0))
+            self._records += [(name, daemon.pid, number) for number in daemon.signals()]
 
     def arrivals(self):
-        return [(name, number) for _, name, _, number in self._records]
+        return [(name, number) for name, _, number in self._records]
 
     def lines(self):
-        return [f"{name} (process {pid}) got {signal.Signals(number).name}" for _, name, pid, number in self._records]
+        return [f"{name} (process {pid}) got {signal.Signals(number).name}" for name, pid, number in self._records]
 
     def difference(self):
         before, after = (content.decode().splitlines() for content in (self._file_before, tool.read_config()))
@@ -178,9 +169,8 @@ class Stage:
 def show_outcome(result, stage):
     tell("The log, on standard error:")
     block(result.errors.decode())
-    tell("The signals, in the order of their arrival:")
-    numbered = [f"{number}. {line}" for number, line in enumerate(stage.lines(), 1)]
-    block("\n".join(numbered) or "(none)")
+    tell("The signals that the daemons' stand-ins received:")
+    block("\n".join(stage.lines()) or "(none)")
     tell("What became of the file:")
     difference = stage.difference()
     block("\n".join(map(coloured, difference)) or "(it is byte for byte what it was)")
@@ -194,8 +184,8 @@ def expect(condition, deviation):
 
 
 def heading(text):
-    line = f"── {text} "
-    print(f"\n{emphasised(line + '─' * (WIDTH - len(line)))}")
+    line = f"-- {text} "
+    print(f"\n{emphasised(line.ljust(WIDTH, '-'))}")
 
 
 def tell(*lines):

@@ -71,6 +71,7 @@ def _observation(observe):
 def _record_signals(writer, observe):
     try:
         ctypes.CDLL(None).prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
+        sandbox.go_inside()
         while True:
             info = signal.sigwaitinfo(signal.valid_signals() - _UNBLOCKABLE)
             if info.si_signo == _REPORT:

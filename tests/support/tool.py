@@ -1,5 +1,6 @@
 """Starts the tool, talks to it and reads what it said, with nothing of the tool's own code."""
 
+import fcntl
 import os
 import plistlib
 import re
@@ -8,6 +9,7 @@ import shutil
 import signal
 import socket
 import subprocess
+import termios
 import time
 
 from support import sandbox
@@ -111,7 +113,7 @@ def start(*arguments, name=TOOL, program=None, **options):
     """Starts the tool with `name` as the path by which it is started (argv[0])."""
     for stream in ("stdin", "stdout", "stderr"):
         options.setdefault(stream, subprocess.PIPE)
-    return subprocess.Popen([name, *arguments], executable=program or name, **options)
+    return sandbox.start([name, *arguments], executable=program or name, **options)
 
 
 def finish(process, data=None):
@@ -189,6 +191,21 @@ def waits_for_lock(pid):
     """Whether the process waits for a file lock."""
     with open("/proc/locks", encoding="ascii") as locks:
         return any("->" in line and f" {pid} " in line for line in locks)
+
+
+def state(pid):
+    """The letter that the system gives the process's state; None when it has gone."""
+    try:
+        with open(f"/proc/{pid}/stat", encoding="ascii", errors="replace") as file:
+            return file.read().rpartition(")")[2].split()[0]
+    except (FileNotFoundError, ProcessLookupError):
+        return None
+
+
+def waits_with_all_read(process):
+    """Returns true if the tool has read all of its input, which is a pipe, and sleeps."""
+    unread = fcntl.ioctl(process.stdin, termios.FIONREAD, b"\0" * 4)
+    return not any(unread) and state(process.pid) == "S"
 
 
 def wait_until_it_waits_for_the_lock(process):

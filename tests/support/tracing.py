@@ -17,14 +17,17 @@ def run(*arguments, calls, data=b"", options=(), name=tool.TOOL):
     """Runs the tool under strace; returns its Result and the traced lines, in order."""
     result = tool.finish(start(*arguments, calls=calls, options=options, name=name), data)
     with open(_trace_file(), encoding="utf-8", errors="surrogateescape") as file:
-        return result, [line for line in file.read().splitlines() if "(" in line]
+        return result, _of_the_tool(line for line in file.read().splitlines() if "(" in line)
 
 
 def start(*arguments, calls, options=(), name=tool.TOOL):
     """Starts the tool under strace; the process is strace, which ends as the tool does."""
-    command = ["strace", "-y", "-s", "65536", "-e", "signal=none", "-o", _trace_file(), "-e", f"trace={calls}"]
+    command = ["strace", "-y", "-s", "65536", "-e", "signal=none", "-o", _trace_file(), "-e", f"trace=chroot,{calls}"]
     return subprocess.Popen(
-        [*command, *options, name, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE
+        [*command, *options, *sandbox.inside_command(name, *arguments)],
+        stdin=subprocess.PIPE,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
     )
 
 
@@ -33,6 +36,18 @@ def traced_process(tracer):
     with open(f"/proc/{tracer.pid}/task/{tracer.pid}/children", encoding="ascii") as file:
         children = file.read().split()
     return int(children[0]) if children else None
+
+
+def watch(path):
+    """The options of strace that leave only calls that concern the path, under the name of either side of the private root."""
+    return ["-P", os.fspath(path), "-P", str(path)]
+
+
+def _of_the_tool(lines):
+    """The calls after the last change of the root directory, which the tool never makes itself."""
+    lines = list(lines)
+    changes = [number for number, line in enumerate(lines) if line.startswith("chroot(")]
+    return lines[changes[-1] + 1 :] if changes else lines
 
 
 def _trace_file():

@@ -5,11 +5,11 @@ import os
 import plistlib
 import subprocess
 
-from support import tool
+from support import sandbox, tool
 from support.case import ToolTestCase
 
 # The copy that the tests start.
-PROGRAM = os.path.dirname(tool.TOOL) + "/zkaconfig"
+PROGRAM = sandbox.TOOL_DIRECTORY + "/zkaconfig"
 DONE, DIFFERS, USAGE, UNREADABLE, REFUSED, NO_ANSWER = range(6)
 REPOSITORY = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
 
@@ -48,8 +48,14 @@ def run(*arguments, data=b"", tool_path=tool.TOOL, **options):
     command = [PROGRAM, *arguments]
     if tool_path is not None:
         command.insert(1, f"--tool={tool_path}")
-    process = subprocess.run(command, input=data, capture_output=True, timeout=4 * tool.PATIENCE, check=False, **options)
-    return Result(process.returncode, process.stdout, process.stderr)
+    streams = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
+    with sandbox.start(command, **streams, **options) as process:
+        try:
+            output, errors = process.communicate(data, timeout=4 * tool.PATIENCE)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            raise
+    return Result(process.returncode, output, errors)
 
 
 class FrontEndTestCase(ToolTestCase):

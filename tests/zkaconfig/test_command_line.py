@@ -6,7 +6,7 @@ import shutil
 import subprocess
 import unittest
 
-from support import tool
+from support import sandbox, tool
 
 from front_end import PROGRAM, REPOSITORY, USAGE, FrontEndTestCase, run
 
@@ -129,15 +129,17 @@ class Completion(FrontEndTestCase):
         done = subprocess.run(
             [shell, *(["-f"] if shell == "zsh" else ["--norc"]), "-c", script, shell, COMPLETIONS, *arguments],
             capture_output=True, text=True, timeout=4 * tool.PATIENCE, check=False,
+            # A shell complains on standard error where the caller's locale is not installed.
+            env={**os.environ, "LC_ALL": "C"},
         )
         self.assertEqual(done.stderr, "")
         return [line for line in done.stdout.splitlines() if line]
 
     def bash(self, *words, breaks="split"):
-        return self.complete("bash", BASH, breaks, PROGRAM, *words)
+        return self.complete("bash", BASH, breaks, sandbox.name_outside(PROGRAM), *words)
 
     def zsh(self, *words):
-        return self.complete("zsh", ZSH, "-", PROGRAM, *words)
+        return self.complete("zsh", ZSH, "-", sandbox.name_outside(PROGRAM), *words)
 
     def test_bash_offers_what_may_follow(self):
         for words, expected in CASES:
@@ -151,7 +153,7 @@ class Completion(FrontEndTestCase):
         self.assertEqual(self.bash("set", "MacOSWardex", "InfectedFiles=C", breaks="whole"), ["InfectedFiles=Cure"])
 
     def test_bash_offers_files_where_one_is_wanted(self):
-        path = tool.CONFIG
+        path = os.fspath(tool.CONFIG)
         self.assertEqual(self.bash("apply", path[:-3]), [path])
         self.assertEqual(self.bash("--config", path[:-3]), [path])
 

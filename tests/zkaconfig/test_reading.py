@@ -71,7 +71,7 @@ class Show(FrontEndTestCase):
         self.assertEqual(run("show", "Other", "--json").json["Other"]["k"]["value"], "\x1b]0;title\x07")
 
     def test_another_file_is_read_on_request(self):
-        path = os.path.join(sandbox.SCRATCH_DIRECTORY, "other.ini")
+        path = sandbox.SCRATCH_DIRECTORY + "/other.ini"
         with open(path, "wb") as file:
             file.write(b"[UpdateD]\nMode = Manual\n\n")
         self.assertEqual(self.assert_done("--config", path, "get", "UpdateD", "Mode").output, "Manual\n")
