@@ -15,7 +15,7 @@ namespace {
 constexpr std::string_view kMarker = "</plist>";
 constexpr std::size_t kInitialCapacity = 512;
 
-// Where the first marker at or after `from` ends, or npos.
+// Returns the end of the first marker at or after `from`, or npos.
 std::size_t FindMessageEnd(const std::string& bytes, std::size_t from) {
   const char* start = bytes.data() + from;
   const void* found = memmem(start, bytes.size() - from, kMarker.data(), kMarker.size());
@@ -29,6 +29,9 @@ std::shared_ptr<ZKAXMLConnection>
 ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
     std::shared_ptr<NSFileHandle> handleForReading, std::shared_ptr<NSFileHandle> handleForWriting,
     ZKAXMLConnectionDelegating* delegate) {
+  if (!handleForReading || delegate == nullptr) {
+    throw NSException(NSInvalidArgumentException, "a connection needs a handle for reading and a delegate");
+  }
   std::shared_ptr<ZKAXMLConnection> connection(
       new ZKAXMLConnection(std::move(handleForReading), std::move(handleForWriting), delegate));
   connection->armRead();
@@ -51,6 +54,13 @@ ZKAXMLConnection::ZKAXMLConnection(std::shared_ptr<NSFileHandle> handleForReadin
 }
 
 ZKAXMLConnection::~ZKAXMLConnection() {
+  close();
+  handleForReading_.reset();
+  handleForWriting_.reset();
+}
+
+void ZKAXMLConnection::close() noexcept {
+  delegate_ = nullptr;
   handleForReading_->cancelReadInBackground(armedRead_);
 }
 
@@ -58,24 +68,30 @@ void ZKAXMLConnection::armRead() {
   armedRead_ = handleForReading_->readInBackground([this](std::string_view block) { dataArrived(block); });
 }
 
-// Deliberate: a failure while handling input ends the connection, whatever is left of the input. Reads are
-// armed only after every complete message in the block has been handled.
+// Returns false if the connection is closed, or if dataArrived() alone keeps it alive because its last owner
+// has released it; the delegate may then be gone.
+bool ZKAXMLConnection::mayDeliver() const noexcept {
+  return delegate_ != nullptr && weak_from_this().use_count() > 1;
+}
+
+// Deliberate: a failure while handling input ends the connection, whatever is left of the input. The next
+// read is armed only after every complete message in the block has been handled.
 void ZKAXMLConnection::dataArrived(std::string_view block) {
-  const auto self = shared_from_this();  // the delegate may let go of it
+  const auto self = shared_from_this();  // the delegate may release the connection
   try {
     if (!block.empty()) {
       processChunk(block);
-      if (self.use_count() > 1) armRead();
+      if (mayDeliver()) armRead();
       return;
     }
   } catch (const NSException& exception) {
     NSLog("ZKAXMLConnection: %s", exception.description().c_str());
   }
-  delegate_->connectionClosed(*this);
+  if (mayDeliver()) std::exchange(delegate_, nullptr)->connectionClosed(*this);
 }
 
-// Bytes that were searched before can hold no whole marker, so only a marker that ends in the new block is
-// looked for.
+// The bytes that were buffered before hold no whole marker, so the search starts where a marker could begin
+// that ends in the new block.
 void ZKAXMLConnection::processChunk(std::string_view block) {
   const std::size_t known = assembly_.size();
   // Memory that is not used is never touched; growing by less copies a large message more often.
@@ -86,6 +102,7 @@ void ZKAXMLConnection::processChunk(std::string_view block) {
   std::size_t end = 0;
   while ((end = FindMessageEnd(assembly_, searchFrom)) != std::string::npos) {
     processMessage(std::string_view(assembly_).substr(start, end - start));
+    if (!mayDeliver()) return;
     start = searchFrom = end;
   }
   assembly_.erase(0, start);
@@ -112,6 +129,8 @@ void ZKAXMLConnection::sendMessage(const Plist& message) noexcept {
     (handleForWriting_ ? handleForWriting_ : handleForReading_)->writeData(bytes);
   } catch (const std::exception& thrown) {
     NSLog("ZKAXMLConnection:sendMessage: %s", thrown.what());
+  } catch (...) {
+    NSLog("ZKAXMLConnection:sendMessage: %s", "an object of an unknown type was thrown");
   }
 }
 

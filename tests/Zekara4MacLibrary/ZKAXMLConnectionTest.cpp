@@ -26,6 +26,7 @@
 #include "PortableFoundation/NSPropertyListSerialization.h"
 #include "PortableFoundation/NSRunLoop.h"
 #include "Zekara4MacLibrary/ZKAXMLConnection.h"
+#include "tests/support/AllocationFaults.h"
 #include "tests/support/PlistGenerator.h"
 #include "tests/support/TestFiles.h"
 
@@ -463,27 +464,234 @@ TEST_F(ZKAXMLConnectionPipes, ErrorObjectPassesOnUnchanged) {
 
 // Letting go of the connection
 
-TEST_F(ZKAXMLConnectionPipes, DelegateMayReleaseTheConnectionInAMessage) {
+TEST_F(ZKAXMLConnectionPipes, DelegateThatReleasesTheConnectionReceivesNothingMore) {
   connect();
   delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { connection.reset(); };
   put(Small(1) + Small(2));
   ASSERT_TRUE(HandleOneBlock());
-  EXPECT_THAT(delegate.descriptions(), ElementsAre("1", "2")) << "the block is handled to its end";
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
   put(Small(3));
   EXPECT_FALSE(IsReading());
   EXPECT_EQ(delegate.closings, 0);
 }
 
-TEST_F(ZKAXMLConnectionPipes, DelegateMayReleaseTheConnectionAndRaise) {
+TEST_F(ZKAXMLConnectionPipes, DelegateThatReleasesTheConnectionAndRaisesIsNotToldOfTheClosing) {
   connect();
   delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) {
     connection.reset();
     throw NSException("name", "reason");
   };
   put(Small(1));
-  const StandardErrorCapture silence;
+  const StandardErrorCapture capture;
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_EQ(delegate.closings, 0);
+  EXPECT_THAT(capture.messages(), ElementsAre("ZKAXMLConnection: reason"));
+}
+
+TEST_F(ZKAXMLConnectionPipes, ConnectionThatAnotherOwnerHoldsDeliversOn) {
+  connect();
+  const auto otherOwner = connection;
+  delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { connection.reset(); };
+  put(Small(1) + Small(2));
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1", "2"));
+  endInput();
+  RunUntilClosed(delegate);
+}
+
+// Owns its connection, answers one message and is gone, as a server does with each of its clients.
+class OneReply final : private ZKAXMLConnectionDelegating {
+ public:
+  static void serve(const std::shared_ptr<NSFileHandle>& reading,
+                    const std::shared_ptr<NSFileHandle>& writing) {
+    auto* const reply = new OneReply;
+    reply->connection_ =
+        ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(reading, writing, reply);
+  }
+  static inline int alive = 0;
+
+ private:
+  OneReply() { ++alive; }
+  ~OneReply() { --alive; }
+  void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection& connection) override {
+    ASSERT_EQ(alive, 1);
+    connection.sendMessage(message);
+    delete this;
+  }
+  void connectionClosed(ZKAXMLConnection&) override { ADD_FAILURE() << "told after its end"; }
+
+  std::shared_ptr<ZKAXMLConnection> connection_;
+};
+
+TEST_F(ZKAXMLConnectionPipes, DelegateThatOwnsTheConnectionMayEndItselfInAMessage) {
+  OneReply::serve(HandleOn(input.first), HandleOn(output.second));
+  put(Small(1) + Small(2) + "</plist>");
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_EQ(OneReply::alive, 0);
+  EXPECT_EQ(TakeAll(output.first), Serialized(1));
+}
+
+// Closing
+
+TEST_F(ZKAXMLConnectionPipes, ClosedConnectionReceivesNothingAndIsNotToldOfIt) {
+  connect();
+  put(Small(1));
+  connection->close();
+  connection->close();
+  EXPECT_FALSE(IsReading());
+  EXPECT_THAT(delegate.messages, IsEmpty());
+  EXPECT_EQ(delegate.closings, 0);
+  connection->sendMessage("still sends");
+  EXPECT_EQ(TakeAll(output.first), Serialized("still sends"));
+}
+
+TEST_F(ZKAXMLConnectionPipes, ConnectionClosedInAMessageDeliversNothingMore) {
+  for (const bool raises : {false, true}) {
+    delegate = Delegate();
+    connect();
+    delegate.onMessage = [&](const Plist&, ZKAXMLConnection& through) {
+      through.close();
+      if (raises) throw NSException("name", "reason");
+    };
+    put(Small(1) + Small(2));
+    const StandardErrorCapture silence;
+    ASSERT_TRUE(HandleOneBlock());
+    EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
+    put(Small(3));
+    EXPECT_FALSE(IsReading());
+    EXPECT_EQ(delegate.closings, 0);
+    connection.reset();
+    TakeAll(input.first);
+    fcntl(input.first.get(), F_SETFL, 0);
+  }
+}
+
+TEST_F(ZKAXMLConnectionPipes, DelegateMayEndOnceItHasClosedTheConnection) {
+  auto shortLived = std::make_unique<Delegate>();
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(input.first), shortLived.get());
+  shortLived->onMessage = [&](const Plist&, ZKAXMLConnection& through) {
+    through.close();
+    shortLived.reset();
+  };
+  put(Small(1) + Small(2));
+  ASSERT_TRUE(HandleOneBlock());
+  endInput();
+  EXPECT_FALSE(IsReading());
+}
+
+TEST_F(ZKAXMLConnectionPipes, ReadingHandleThatIsClosedEndsTheConnection) {
+  const auto reading = NSFileHandle::handleOwning(std::move(input.first));
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
+  put(Small(1));
+  reading->closeFile();
+  EXPECT_EQ(delegate.closings, 0) << "told by the run loop, not from inside closeFile()";
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_EQ(delegate.closings, 1);
+  EXPECT_THAT(delegate.messages, IsEmpty());
+  EXPECT_FALSE(HandleOneBlock());
+}
+
+TEST_F(ZKAXMLConnectionPipes, ReadingHandleThatIsClosedInAMessageEndsTheConnection) {
+  const auto reading = NSFileHandle::handleOwning(std::move(input.first));
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
+  delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { reading->closeFile(); };
+  put(Small(1));
+  const StandardErrorCapture capture;
+  ASSERT_TRUE(HandleOneBlock());
+  EXPECT_EQ(delegate.closings, 1);
+  EXPECT_THAT(capture.messages(), ElementsAre("ZKAXMLConnection: the handle is closed"));
+}
+
+// Several connections on one handle
+
+TEST_F(ZKAXMLConnectionPipes, ConnectionThatFailedCanBeReplacedOnTheSameHandle) {
+  const auto reading = HandleOn(input.first);
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
+  delegate.onMessage = [](const Plist&, ZKAXMLConnection&) { throw NSException("name", "reason"); };
+  put(Small(1));
+  const StandardErrorCapture silence;
+  ASSERT_TRUE(HandleOneBlock());
+  Delegate second;
+  connection =
+      ZKAXMLConnection::initWithFileHandle_delegate(reading, &second);  // the failed one ends after it
+  put(Small(2));
+  EXPECT_TRUE(IsReading());
+  EXPECT_THAT(second.descriptions(), ElementsAre("2"));
+}
+
+TEST_F(ZKAXMLConnectionPipes, ClosedConnectionReleasedLateLeavesItsSuccessorReading) {
+  const auto reading = HandleOn(input.first);
+  auto former = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
+  former->close();
+  Delegate second;
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &second);
+  former.reset();
+  put(Small(1));
+  EXPECT_TRUE(IsReading());
+  EXPECT_THAT(second.descriptions(), ElementsAre("1"));
+}
+
+TEST_F(ZKAXMLConnectionPipes, HandleMayBeHandedOverInAMessage) {
+  for (const bool isReleased : {true, false}) {
+    const auto reading = HandleOn(input.first);
+    delegate = Delegate();
+    Delegate second;
+    std::shared_ptr<ZKAXMLConnection> successor;
+    connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
+    delegate.onMessage = [&](const Plist&, ZKAXMLConnection& through) {
+      successor = ZKAXMLConnection::initWithFileHandle_delegate(reading, &second);
+      isReleased ? connection.reset() : through.close();
+    };
+    put(Small(1));
+    ASSERT_TRUE(HandleOneBlock());
+    connection.reset();
+    put(Small(2));
+    EXPECT_TRUE(IsReading());
+    EXPECT_THAT(second.descriptions(), ElementsAre("2"));
+    EXPECT_EQ(delegate.closings, 0);
+  }
+}
+
+TEST_F(ZKAXMLConnectionPipes, SecondConnectionOnAHandleInUseIsRefusedAndTheFirstServesOn) {
+  const auto reading = HandleOn(input.first);
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
+  Delegate second;
+  EXPECT_THROW(ZKAXMLConnection::initWithFileHandle_delegate(reading, &second), NSException);
+  put(Small(1));
+  EXPECT_TRUE(IsReading());
+  EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
+}
+
+TEST_F(ZKAXMLConnectionPipes, ConnectionWithoutAHandleOrADelegateIsRefused) {
+  const auto nameRaisedBy = [](const std::shared_ptr<NSFileHandle>& handle,
+                               ZKAXMLConnectionDelegating* receiver) {
+    try {
+      ZKAXMLConnection::initWithFileHandle_delegate(handle, receiver);
+    } catch (const NSException& exception) {
+      return exception.name();
+    }
+    return std::string("nothing");
+  };
+  EXPECT_EQ(nameRaisedBy(nullptr, &delegate), NSInvalidArgumentException);
+  EXPECT_EQ(nameRaisedBy(HandleOn(input.first), nullptr), NSInvalidArgumentException);
+  const auto closed = NSFileHandle::handleOwning(std::move(input.first));
+  closed->closeFile();
+  EXPECT_EQ(nameRaisedBy(closed, &delegate), NSFileHandleOperationException);
+}
+
+// The handle behind a pointer whose end is noted.
+std::shared_ptr<NSFileHandle> NotingItsEnd(const std::shared_ptr<NSFileHandle>& handle,
+                                           const std::string& name, std::vector<std::string>& ends) {
+  return {handle.get(), [handle, name, &ends](NSFileHandle*) { ends.push_back(name); }};
+}
+
+TEST_F(ZKAXMLConnectionPipes, HandleForReadingIsReleasedBeforeTheOneForWriting) {
+  std::vector<std::string> ends;
+  connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
+      NotingItsEnd(HandleOn(input.first), "reading", ends),
+      NotingItsEnd(HandleOn(output.second), "writing", ends), &delegate);
+  connection.reset();
+  EXPECT_THAT(ends, ElementsAre("reading", "writing"));
 }
 
 TEST_F(ZKAXMLConnectionPipes, DelegateMayReleaseTheConnectionWhenItCloses) {
@@ -600,6 +808,21 @@ TEST_F(ZKAXMLConnectionPipes, MessageThatCannotBeSerialisedIsLoggedAndNothingIsW
     const StandardErrorCapture capture;
     connection->sendMessage(message);
     EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection:sendMessage: serialize: ")));
+  }
+  EXPECT_EQ(TakeAll(output.first), "");
+}
+
+TEST_F(ZKAXMLConnectionPipes, WhateverIsThrownWhileSendingIsLogged) {
+  connect();
+  const Plist message = std::string(100'000, 'y');
+  for (const auto thrower : {+[] { throw 5; }, +[] { throw std::bad_alloc(); }}) {
+    const StandardErrorCapture capture;
+    const auto former = std::set_new_handler(thrower);
+    test::FailAllocation(1, true);
+    connection->sendMessage(message);
+    test::StopFailingAllocations();
+    std::set_new_handler(former);
+    EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection:sendMessage: ")));
   }
   EXPECT_EQ(TakeAll(output.first), "");
 }

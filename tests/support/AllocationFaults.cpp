@@ -27,6 +27,7 @@ void* Allocate(std::size_t size) noexcept {
 
 void* AllocateOrThrow(std::size_t size) {
   void* const block = Allocate(size);
+  if (block == nullptr && std::get_new_handler() != nullptr) std::get_new_handler()();
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }

@@ -4,6 +4,8 @@
 
 namespace zekara::test {
 
+// A new handler, if one is set, is called when an allocation by a throwing operator fails, and may throw.
+
 // The allocation number `number`, counted from 1 and from now on, fails, and every later one too when
 // `forever`.
 void FailAllocation(long number, bool forever = false) noexcept;
