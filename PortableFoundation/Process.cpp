@@ -109,8 +109,8 @@ Descriptor OpenRunningExecutableNamed(const char* path) noexcept {
   Descriptor running = OpenRunningExecutable();
   struct stat named = {};
   struct stat opened = {};
-  const bool isSame =
-      running.isOpen() && Examine(running, opened) && Examine(path, named) && IsSameFile(named, opened);
+  const bool isSame = running.isOpen() && Examine(running, opened) && opened.st_nlink > 0 &&
+                      Examine(path, named) && IsSameFile(named, opened);
   return isSame ? std::move(running) : Descriptor();
 }
 
@@ -119,7 +119,8 @@ Descriptor OpenRunningExecutableNamed(const char* path) noexcept {
 void OpenStandardDescriptors() noexcept {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(descriptor, F_GETFD) >= 0) continue;
-    if (open("/dev/null", O_RDWR) < 0) open("/", O_RDONLY);
+    const int mode = descriptor == STDOUT_FILENO ? O_RDONLY : O_RDWR;
+    if (open("/dev/null", mode) < 0) open("/", O_RDONLY);
   }
 }
 
@@ -142,19 +143,19 @@ FullyRoot::FullyRoot() noexcept : user_(getuid()), isBorrowed_(user_ != 0 && get
   if (!isBorrowed_) return;
   group_ = getgid();
   effectiveGroup_ = getegid();
-  // These set the real id alone where the effective one is 0 already. One refused, the other is of use all
-  // the same.
+  // The effective IDs are 0 already, so only the real ones change. Either call helps without the other.
   const bool hasGroup = setregid(0, 0) == 0;
   const bool hasUser = setreuid(0, 0) == 0;
   static_cast<void>(hasGroup && hasUser);
 }
 
-// Refused, the process stays root for the rest of its life.
+// If a call fails, the process stays fully root until it exits.
 FullyRoot::~FullyRoot() {
   if (!isBorrowed_) return;
   const bool hasGroup = setregid(group_, effectiveGroup_) == 0;
   const bool hasUser = setreuid(user_, 0) == 0;
   static_cast<void>(hasGroup && hasUser);
+  ForbidTracing();
 }
 
 void ClearEnvironment() noexcept {

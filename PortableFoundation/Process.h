@@ -65,8 +65,9 @@ void ForbidTracing() noexcept;
 // files: who has started it might let it wait while it holds what others wait for.
 void RestoreDefaultPriority() noexcept;
 
-// Opens each of the descriptors 0, 1 and 2 that is closed, so that no file that the program opens later takes
-// its place. They read as empty and take what is written, as /dev/null does.
+// Opens /dev/null for each of the descriptors 0, 1 and 2 that is closed, so that no file that the program
+// opens later takes their numbers. Descriptor 1 is opened for reading only: writing results to a closed
+// standard output then fails instead of losing them silently.
 void OpenStandardDescriptors() noexcept;
 
 // Closes every descriptor from `first` up.

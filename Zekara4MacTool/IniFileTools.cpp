@@ -9,7 +9,6 @@
 #include "PortableFoundation/Process.h"
 #include "Zekara4MacLibrary/ZKAIniData.h"
 #include "Zekara4MacLibrary/ZKAIniParser.h"
-#include "Zekara4MacTool/ProcessState.h"
 
 namespace zekara {
 namespace {
@@ -34,10 +33,15 @@ std::string NewText(const ZKAIniData& ini, NSFileHandle& file) {
 }  // namespace
 
 ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch) {
+  Transaction transaction;
+  return PatchIniFile(path, patch, transaction);
+}
+
+ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch, Transaction& transaction) {
   Descriptor opened = OpenLockedFile(path.c_str(), 0444);
   if (!opened.isOpen()) throw NSException("PatchIniFile", "can't open ini file");
   const auto file = NSFileHandle::handleOwning(std::move(opened));
-  Transaction::blockSignals();
+  transaction.blockSignals();
   std::string bytes = file->readDataToEndOfFile();
   const std::shared_ptr<ZKAIniData> ini = ZKAIniParser::initWithData(std::move(bytes)).parse();
   ZKAChangedSections changed = ini->applyPatch(patch);

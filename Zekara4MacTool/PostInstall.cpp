@@ -9,8 +9,12 @@
 
 namespace zekara {
 
+// One transaction covers both signals: otherwise the caller could end the process between the change and
+// SIGTERM.
 void PostInstall() {
-  ChangeConfigCmd(Plist::dictionary({{kFileMonitorSection, Plist::dictionary({{"IsActive", "Yes"}})}}));
+  Transaction transaction;
+  ChangeConfigCmd(Plist::dictionary({{kFileMonitorSection, Plist::dictionary({{"IsActive", "Yes"}})}}),
+                  transaction);
   ZKASendSignal(kFileDPidFile, SIGTERM);
 }
 

@@ -2,9 +2,9 @@
 
 namespace zekara {
 
-// Finishes an installation: switches the file monitor on in the configuration file, with SIGHUP to it as
-// after every such change, and then sends it SIGTERM. Raises what ChangeConfigCmd() raises; then SIGTERM is
-// not sent.
+// Finishes an installation: sets "IsActive" to "Yes" in the file monitor's section of the configuration file,
+// which sends the daemon SIGHUP as every such change does, and then sends it SIGTERM. A daemon that is not
+// running is logged and is not a failure. Raises what ChangeConfigCmd() raises; SIGTERM is not sent then.
 void PostInstall();
 
 }  // namespace zekara

@@ -50,8 +50,6 @@ bool RaiseLimit(int resource, rlim_t wanted) noexcept {
   for (std::size_t place = sizeof proof; place >= kPage; place -= kPage) proof[place - 1] = 0;
 }
 
-Transaction* g_transaction = nullptr;
-
 }  // namespace
 
 void PrepareProcess() noexcept {
@@ -74,20 +72,18 @@ void PrepareProcess() noexcept {
   SetLogProgramName("Zekara4MacTool");
 }
 
-Transaction::Transaction() noexcept {
-  g_transaction = this;
-  const bool hasSpace = RaiseLimit(RLIMIT_AS, RLIM_INFINITY);
-  const bool hasData = RaiseLimit(RLIMIT_DATA, RLIM_INFINITY);
+RaisedLimit::RaisedLimit(int resource) noexcept
+    : resource_(resource),
+      isKnown_(getrlimit(resource, &found_) == 0),
+      isUnlimited_(RaiseLimit(resource, RLIM_INFINITY)) {}
+
+RaisedLimit::~RaisedLimit() {
+  if (isKnown_) setrlimit(resource_, &found_);
+}
+
+Transaction::Transaction() noexcept : addressSpace_(RLIMIT_AS), data_(RLIMIT_DATA) {
   const bool hasStack = RaiseLimit(RLIMIT_STACK, kStackSize);
-  if (!hasSpace || !hasData || !hasStack) ProveStack();
-}
-
-Transaction::~Transaction() {
-  g_transaction = nullptr;
-}
-
-void Transaction::blockSignals() noexcept {
-  if (g_transaction != nullptr && !g_transaction->blocked_) g_transaction->blocked_.emplace();
+  if (!addressSpace_.isUnlimited() || !data_.isUnlimited() || !hasStack) ProveStack();
 }
 
 }  // namespace zekara

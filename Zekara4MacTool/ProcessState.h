@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/resource.h>
+
 #include <optional>
 
 #include "PortableFoundation/NSLog.h"
@@ -7,29 +9,53 @@
 
 namespace zekara {
 
-// Puts what the caller of a set-user-id program controls about the process into a known state: signals,
-// timers, descriptors, limits, priority, environment. To be called first in main, before anything is logged
-// or opened. Cannot fail; allocates nothing.
+// Brings what the caller of a set-user-ID program controls about the process into a known state: signal
+// dispositions, timers, descriptors, limits, priority and environment. main() calls it first, before anything
+// is logged or opened. It cannot fail and allocates nothing. The umask, the working directory and the signal
+// mask stay the caller's.
 void PrepareProcess() noexcept;
 
-// The time during which the process changes the configuration and tells the daemons, as nobody but root may
-// stop, kill or starve it then. At most one at a time.
+// Raises the soft limit of a resource as high as the system allows while the object exists; the destructor
+// restores what was found. The hard limit is raised with it if the process may do that.
+class RaisedLimit {
+ public:
+  explicit RaisedLimit(int resource) noexcept;
+  ~RaisedLimit();
+  RaisedLimit(const RaisedLimit&) = delete;
+  RaisedLimit& operator=(const RaisedLimit&) = delete;
+
+  // Returns true if the resource is not limited now.
+  bool isUnlimited() const noexcept { return isUnlimited_; }
+
+ private:
+  int resource_;
+  rlimit found_ = {};
+  bool isKnown_;
+  bool isUnlimited_;
+};
+
+// Scope of one configuration change and of the signals that announce it. Only root can stop, kill or starve
+// the process inside it: the process is fully root (FullyRoot), its memory is not limited, and what it logs
+// is buffered (BufferedLog). At most one transaction may exist at a time.
 class Transaction {
  public:
-  // Makes the process fully root, lifts its memory limits, and holds the log back.
   Transaction() noexcept;
-  // Restores the ids and then the signal mask, and writes what has been logged meanwhile.
-  ~Transaction();
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
 
-  // Blocks every signal until the current transaction ends. Does nothing outside a transaction.
-  static void blockSignals() noexcept;
+  // Blocks every signal until the transaction ends. Called when the lock on the configuration file is
+  // granted: until then the process may wait for long, and its caller may interrupt it.
+  void blockSignals() noexcept { signals_.emplace(); }
 
  private:
+  // Destroyed from the last to the first: the memory limits are the caller's again, then the IDs; then the
+  // buffered log lines are written, and only then does a pending signal take effect, which may end the
+  // process.
+  std::optional<AllSignalsBlocked> signals_;
   BufferedLog log_;
-  std::optional<AllSignalsBlocked> blocked_;
   FullyRoot root_;
+  RaisedLimit addressSpace_;
+  RaisedLimit data_;
 };
 
 }  // namespace zekara

@@ -126,6 +126,16 @@ TEST(Process, FullyRootHasItsRealIdsAtZeroAndGivesThemBack) {
   }
 }
 
+TEST(Process, FullyRootLeavesTheProcessUndumpable) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  RunInChild([] {
+    ASSERT_TRUE(BorrowRootsRights());
+    ASSERT_EQ(prctl(PR_SET_DUMPABLE, 1), 0);  // as a change of IDs does where the system's default is 1
+    { const FullyRoot root; }
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
+  });
+}
+
 TEST(Process, FullyRootDoesNothingForRootAndForOthers) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   for (const bool isOther : {false, true}) {

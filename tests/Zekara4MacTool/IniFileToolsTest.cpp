@@ -471,21 +471,21 @@ TEST_F(IniFileTools, SignalsAreBlockedOnceTheFileIsLockedUntilTheTransactionEnds
       return sigismember(&blocked, SIGTERM) == 1;
     };
     {
-      const Transaction transaction;
-      PatchIniFile(path_, Patch("A", "b", 1));
+      Transaction transaction;
+      PatchIniFile(path_, Patch("A", "b", 1), transaction);
       EXPECT_TRUE(isBlocked());
     }
     EXPECT_FALSE(isBlocked());
     // The file was created read-only, which stops everybody but root.
     ASSERT_EQ(chmod(path_.c_str(), 0644), 0);
     {
-      const Transaction transaction;
-      EXPECT_NE(failure(Plist::dictionary({{"A", 1}})), "");
+      Transaction transaction;
+      EXPECT_THROW(PatchIniFile(path_, Plist::dictionary({{"A", 1}}), transaction), NSException);
       EXPECT_TRUE(isBlocked());
     }
     {
-      const Transaction transaction;
-      EXPECT_EQ(failure(directory_ / "missing/file", Plist()), kCannotOpen);
+      Transaction transaction;
+      EXPECT_THROW(PatchIniFile(directory_ / "missing/file", Plist(), transaction), NSException);
       EXPECT_FALSE(isBlocked());
     }
   });

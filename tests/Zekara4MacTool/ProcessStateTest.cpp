@@ -85,7 +85,7 @@ TEST(PrepareProcess, InheritedDescriptorsAreClosedAndTheStandardOnesKept) {
 }
 
 // Every set of closed ones; the exit status tells, as there may be nowhere to write to.
-TEST(PrepareProcess, ClosedStandardDescriptorsAreTheNullDeviceReadableAndWritable) {
+TEST(PrepareProcess, ClosedStandardDescriptorsAreTheNullDeviceAndOutputCannotBeWritten) {
   for (int closed = 1; closed < 8; ++closed) {
     const pid_t child = StartChild([closed] {
       for (int descriptor = 0; descriptor < 3; ++descriptor) {
@@ -98,7 +98,8 @@ TEST(PrepareProcess, ClosedStandardDescriptorsAreTheNullDeviceReadableAndWritabl
         if ((closed & 1 << descriptor) == 0) continue;
         struct stat found = {};
         if (fstat(descriptor, &found) != 0 || !IsSameFile(found, null)) return 1;
-        if ((fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDWR) return 2;
+        const int expected = descriptor == STDOUT_FILENO ? O_RDONLY : O_RDWR;
+        if ((fcntl(descriptor, F_GETFL) & O_ACCMODE) != expected) return 2;
       }
       return fcntl(3, F_GETFD) < 0 ? 0 : 3;
     });
@@ -229,10 +230,10 @@ TEST(Transaction, SignalsAreBlockedFromTheCallToTheEnd) {
   RunInChild([] {
     for (int round = 0; round < 2; ++round) {
       {
-        const Transaction transaction;
+        Transaction transaction;
         EXPECT_FALSE(IsBlocked(SIGTERM));
-        Transaction::blockSignals();
-        Transaction::blockSignals();
+        transaction.blockSignals();
+        transaction.blockSignals();
         for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGALRM, SIGUSR1, SIGXCPU, SIGQUIT}) {
           EXPECT_TRUE(IsBlocked(signal)) << signal;
         }
@@ -242,20 +243,10 @@ TEST(Transaction, SignalsAreBlockedFromTheCallToTheEnd) {
   });
 }
 
-TEST(Transaction, BlockingOutsideOfOneDoesNothing) {
-  RunInChild([] {
-    Transaction::blockSignals();
-    EXPECT_FALSE(IsBlocked(SIGTERM));
-    { const Transaction transaction; }
-    Transaction::blockSignals();
-    EXPECT_FALSE(IsBlocked(SIGTERM));
-  });
-}
-
 TEST(Transaction, SignalThatArrivesMeanwhileTakesEffectAtTheEnd) {
   const pid_t child = StartChild([] {
-    const Transaction transaction;
-    Transaction::blockSignals();
+    Transaction transaction;
+    transaction.blockSignals();
     kill(getpid(), SIGTERM);
     // With the signal in effect at once, the status would be the same: what has been done by then tells.
     return IsBlocked(SIGTERM) ? 7 : 1;
@@ -294,16 +285,38 @@ TEST(Transaction, IdsOfAProcessWithoutRightsStay) {
   });
 }
 
-TEST(Transaction, MemoryLimitsAreRaised) {
+TEST(Transaction, MemoryLimitsAreRaisedAndAreTheCallersAgainAfterwards) {
   RunInChild([] {
+    constexpr rlim_t kCallers = rlim_t{1} << 46;
     for (const int resource : {RLIMIT_AS, RLIMIT_DATA}) {
-      SetLimit(resource, rlim_t{1} << 46, LimitOf(resource).rlim_max);
+      SetLimit(resource, kCallers, LimitOf(resource).rlim_max);
     }
-    const Transaction transaction;
-    for (const int resource : {RLIMIT_AS, RLIMIT_DATA}) {
-      EXPECT_EQ(LimitOf(resource).rlim_cur, LimitOf(resource).rlim_max);
+    const rlim_t hard[] = {LimitOf(RLIMIT_AS).rlim_max, LimitOf(RLIMIT_DATA).rlim_max};
+    {
+      const Transaction transaction;
+      for (const int resource : {RLIMIT_AS, RLIMIT_DATA}) {
+        EXPECT_EQ(LimitOf(resource).rlim_cur, LimitOf(resource).rlim_max);
+      }
     }
+    for (const int resource : {RLIMIT_AS, RLIMIT_DATA}) EXPECT_EQ(LimitOf(resource).rlim_cur, kCallers);
+    EXPECT_EQ(LimitOf(RLIMIT_AS).rlim_max, hard[0]);
+    EXPECT_EQ(LimitOf(RLIMIT_DATA).rlim_max, hard[1]);
   });
+}
+
+TEST(Transaction, LogLinesAreWrittenBeforeAPendingSignalTakesEffect) {
+  Pipe log;
+  const pid_t child = StartChild([&] {
+    dup2(log.input.get(), STDERR_FILENO);
+    Transaction transaction;
+    transaction.blockSignals();
+    kill(getpid(), SIGTERM);
+    NSLog("logged in the transaction");
+    return 0;
+  });
+  log.input.reset();
+  EXPECT_THAT(ReadToEnd(log.output.get()), testing::HasSubstr("logged in the transaction"));
+  EXPECT_EQ(WaitForChild(child), 128 + SIGTERM);
 }
 
 TEST(Transaction, LogLinesAreHeldBackUntilItsEnd) {

@@ -219,16 +219,18 @@ class SelfCheckPrivileged : public SelfCheckAsRoot {
     std::string log;
   };
 
-  // Starts the probe from `path_` with the path to check.
+  // Starts the probe from `path_`, or as `program`, with the path to check.
   Result run(
-      const std::string& checked, const std::function<bool()>& prepare = [] { return true; }) const {
+      const std::string& checked, const std::function<bool()>& prepare = [] { return true; },
+      const std::string& program = {}) const {
     Pipe output;
     Pipe log;
     const pid_t child = StartChild([&] {
       dup2(output.input.get(), STDOUT_FILENO);
       dup2(log.input.get(), STDERR_FILENO);
       if (!prepare() || !BorrowRootsRights()) return 98;
-      execl(path_.c_str(), path_.c_str(), checked.c_str(), nullptr);
+      const char* const started = program.empty() ? path_.c_str() : program.c_str();
+      execl(started, started, checked.c_str(), nullptr);
       return 97;
     });
     output.input.reset();
@@ -301,6 +303,21 @@ TEST_F(SelfCheckPrivileged, FailuresOfTheTwoChangesAreToldApart) {
   EXPECT_EQ(result.status, 11);
   EXPECT_EQ(result.output, restoredState());
   expectAttributes(0, 0, 0755);
+}
+
+// An instance that was started before a withdrawal, and continues after it, must not arm the withdrawn file
+// again.
+TEST_F(SelfCheckPrivileged, RunningFileThatHasLostItsNameIsNotRepaired) {
+  const Descriptor file = OpenAt(AT_FDCWD, path_.c_str(), O_RDONLY);
+  ASSERT_TRUE(file.isOpen());
+  const std::string nameless = "/proc/self/fd/0";
+  const auto withdraw = [&] { return dup2(file.get(), STDIN_FILENO) == 0 && unlink(path_.c_str()) == 0; };
+  const Result result = run(nameless, withdraw, nameless);
+  EXPECT_EQ(result.status, 10);
+  EXPECT_THAT(result.log, testing::EndsWith("] Can't change owner on /proc/self/fd/0\n"));
+  struct stat after = {};
+  ASSERT_TRUE(Examine(file, after));
+  EXPECT_EQ(after.st_mode & 07777U, 0755U);
 }
 
 // The link names the running file for the first look and another one for the second, or the other way round.
