@@ -1,0 +1,56 @@
+"""Runs a suite's tests, without those that an exclusion list names.
+
+The environment variable ZKA_EXCLUSIONS may name such a list. Each of its lines is "SUITE.MODULE.CLASS.TEST: REASON"; blank lines
+and lines that begin with "#" are ignored. A listed test is skipped with its reason. A listed test that the module lacks is an error,
+so that the list cannot outlive the tests.
+"""
+
+import os
+import sys
+import unittest
+
+
+def main(directory, arguments):
+    """Runs the suite in this directory with unittest's arguments; returns the exit status of its program."""
+    if not any(argument.startswith("test_") or argument == "discover" for argument in arguments):
+        arguments = ["discover", "--start-directory", directory, "--top-level-directory", directory, *arguments]
+    loader = _Loader(os.path.basename(directory), _read(os.environ.get("ZKA_EXCLUSIONS")))
+    program = unittest.main(module=None, argv=["run", *arguments], testLoader=loader, exit=False)
+    stale = loader.stale()
+    for name in stale:
+        print(f"The exclusion list names {name}, which does not exist.", file=sys.stderr)
+    return 0 if program.result.wasSuccessful() and not stale else 1
+
+
+def _read(path):
+    reasons = {}
+    if path:
+        with open(path, encoding="utf-8") as file:
+            for line in file:
+                if line.strip() and not line.startswith("#"):
+                    name, reason = line.strip().split(": ", 1)
+                    reasons[name] = reason
+    return reasons
+
+
+class _Loader(unittest.TestLoader):
+    def __init__(self, suite, reasons):
+        super().__init__()
+        self._suite = suite
+        self._reasons = reasons
+        self._modules = set()
+        self._found = set()
+
+    def loadTestsFromTestCase(self, case):
+        self._modules.add(f"{self._suite}.{case.__module__}.")
+        for test in self.getTestCaseNames(case):
+            name = f"{self._suite}.{case.__module__}.{case.__qualname__}.{test}"
+            if name in self._reasons:
+                self._found.add(name)
+                setattr(case, test, unittest.skip(self._reasons[name])(getattr(case, test)))
+        return super().loadTestsFromTestCase(case)
+
+    def stale(self):
+        """The listed names in the modules that were loaded that are not tests."""
+        listed = {name for name in self._reasons if any(name.startswith(module) for module in self._modules)}
+        return sorted(listed - self._found)
