@@ -1,4 +1,4 @@
-"""Tables of measurements, and the list of what is due, in Markdown."""
+"""Tables of measurements, their summary and the list of targets, in Markdown."""
 
 import collections
 
@@ -6,22 +6,28 @@ Target = collections.namedtuple("Target", "quantity value unit due beyond smalle
 
 
 class Report:
-    """Prints tables as they come, and keeps the targets for the end."""
+    """Prints tables as they come, and keeps the targets and the summary for the end."""
 
     def __init__(self):
         self._targets = []
+        self._summary = []
         self._lines = []
 
     def text(self):
-        """All that has been printed."""
-        return "".join(f"{line}\n" for line in self._lines)
+        """The summary, and then everything that has been printed."""
+        lines = ["## Summary\n", *self._summary, "\n## Tables\n", *self._lines]
+        return "".join(f"{line}\n" for line in lines)
+
+    def summarize(self, sentence):
+        """Adds a line to the summary."""
+        self._summary.append(f"- {sentence}")
 
     def line(self, line=""):
         self._lines.append(line)
         print(line, flush=True)
 
     def table(self, title, head, rows):
-        """Prints a table; the first column is text, the others are numbers, or texts that stand for some."""
+        """Prints a table. The first column is text; the others are numbers or texts."""
         self.line(f"### {title}\n")
         self.line("| " + " | ".join(head) + " |")
         self.line("|---" + "|---:" * (len(head) - 1) + "|")
@@ -36,7 +42,7 @@ class Report:
         self._targets.append(Target(quantity, value, unit, due, beyond, False))
 
     def print_targets(self):
-        """Prints all targets with their verdicts; returns how many fall short."""
+        """Prints all targets with their verdicts, and the summary. Returns how many targets fall short."""
         verdicts = [(target, _verdict(target)) for target in self._targets]
         self.table("Against the targets", ["quantity", "measured", "due", "beyond", "verdict"], [
             [target.quantity, f"{number(target.value)}{target.unit}", _limit(target, target.due),
@@ -44,15 +50,18 @@ class Report:
             for target, verdict in verdicts])
         short = [target for target, verdict in verdicts if verdict == "short"]
         beyond = sum(1 for _, verdict in verdicts if verdict == "beyond")
-        self.line(f"{len(verdicts)} quantities: {len(short)} fall short of what is due, {beyond} go beyond it.\n")
+        count = f"Of {len(verdicts)} targets, {len(verdicts) - len(short)} are reached, {beyond} of these by far."
+        self.line(f"{count}\n")
+        self.summarize(f"{count} The last table lists them.")
         for target in short:
             self.line(f"- falls short: {target.quantity}: {number(target.value)}{target.unit}, "
                       f"due {_limit(target, target.due)}")
+        print("\n### Summary\n", *self._summary, sep="\n")
         return len(short)
 
 
 def number(value):
-    """A number with three digits that count; a text as it is."""
+    """A number with three significant digits, or a text unchanged."""
     if not isinstance(value, float):
         return str(value)
     if value != 0 and abs(value) < 100:
@@ -61,7 +70,7 @@ def number(value):
 
 
 def spread(middle, low, high):
-    """Half the distance of the quartiles, in percent of the median."""
+    """Half the distance between the quartiles, in percent of the median."""
     return f"± {50 * (high - low) / middle:.0f} %" if middle else ""
 
 

@@ -2,7 +2,12 @@
 //
 //   change_setting TOOL SECTION KEY VALUE
 //
-// Prints "done" and ends with 0, or prints the tool's error and ends with 1.
+// For example:
+//
+//   $ change_setting "/Library/Application Support/Zekara/Zekara4MacTool" UpdateD Interval 3600
+//
+// Prints "done" and exits with status 0, or prints the tool's error and exits with status 1. A value of
+// digits only is sent as a number, as the configuration file holds it.
 
 #include <spawn.h>
 #include <sys/socket.h>
@@ -10,9 +15,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "PortableFoundation/NSException.h"
@@ -25,7 +33,7 @@ namespace {
 
 using namespace zekara;
 
-// The tool, running, with its standard input and output at the other end of a socket pair.
+// A running tool. A socket pair connects this process with the tool's standard input and output.
 class ToolProcess {
  public:
   explicit ToolProcess(const char* path) {
@@ -58,7 +66,7 @@ class ToolProcess {
   pid_t process_ = 0;
 };
 
-// Keeps the first reply, and knows when there will be none.
+// Receives the reply, or the news that the tool has ended without one.
 class Conversation final : public ZKAXMLConnectionDelegating {
  public:
   void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection&) override {
@@ -77,6 +85,16 @@ class Conversation final : public ZKAXMLConnectionDelegating {
   bool isClosed_ = false;
 };
 
+// A number if `text` consists of digits and fits the file's 32 bits, otherwise a string. A string never
+// equals a number, so a number sent as text would count as a change each time.
+Plist TypedValue(std::string_view text) {
+  std::int32_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool isNumber =
+      error == std::errc() && end == text.data() + text.size() && number >= 0 && text[0] != '-';
+  return isNumber ? Plist(number) : Plist(text);
+}
+
 Plist ChangeConfig(const char* tool, const Plist& settings) {
   const ToolProcess process(tool);
   Conversation conversation;
@@ -93,10 +111,11 @@ int main(int argc, char* argv[]) {
     return 2;
   }
   try {
-    const Plist settings = Plist::dictionary({{argv[2], Plist::dictionary({{argv[3], argv[4]}})}});
+    const Plist settings =
+        Plist::dictionary({{argv[2], Plist::dictionary({{argv[3], TypedValue(argv[4])}})}});
     const Plist reply = ChangeConfig(argv[1], settings);
     if (reply.isNil()) {
-      std::fprintf(stderr, "%s ended without a reply; its log tells why\n", argv[1]);
+      std::fprintf(stderr, "%s ended without a reply; its log gives the reason\n", argv[1]);
       return 1;
     }
     const Plist error = reply.objectForKey("err");

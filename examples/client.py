@@ -3,11 +3,15 @@
 
     client.py [--tool PATH] SECTION KEY=VALUE [KEY=VALUE ...]
 
-This is all that a front end has to do: start the tool in pipe mode, write one request, read one reply. It
-needs no rights of its own; the tool brings them. Use change_config() from a program, or copy it.
+For example:
 
-A value of digits only is sent as a number, as the configuration file holds it; one with commas is sent as
-a list.
+    $ examples/client.py UpdateD Interval=3600 Mode=Auto
+
+A front end has to do no more than this: start the tool in pipe mode, write one request, and read one reply. It
+needs no rights of its own, because the tool has them. Import change_config() into a program, or copy it.
+
+A value of digits only is sent as a number, as the configuration file holds it. A value with commas is sent as a
+list.
 """
 
 import argparse
@@ -19,33 +23,34 @@ DEFAULT_TOOL = "/Library/Application Support/Zekara/Zekara4MacTool"
 
 
 class ChangeConfigError(Exception):
-    """The settings were not changed; the text says why."""
+    """The tool did not change the settings; the text gives the reason."""
 
 
 def change_config(tool, settings):
-    """Puts settings into the suite's configuration file and has the daemons concerned told.
+    """Changes settings in the suite's configuration file; the tool then signals the daemons concerned.
 
-    tool is the path of the installed tool, settings a dictionary from section name to a dictionary of keys
-    and values. Keys that are not named keep their values. Returns the reply. Raises ChangeConfigError when
-    the tool refuses the request or gives no answer, OSError when it cannot be started.
+    tool is the absolute path of the installed tool. settings is a dictionary from section name to a dictionary of
+    keys and values; other keys keep their values. Returns the reply. Raises ChangeConfigError if the tool refuses
+    the request or gives no answer, and OSError if it cannot be started. Waits as long as another process holds the
+    lock on the file.
     """
     request = {"tag": "cmd", "cmd": "ChangeConfig", "arg": settings}
-    # The path has to lead to the tool: it looks at its own file under the name by which it was started.
-    # Its log goes to standard error, which it inherits here; standard output carries the reply alone.
+    # The tool checks its own file under the path by which it is started. Its log goes to standard error, which it
+    # inherits here. Standard output carries only the reply.
     process = subprocess.run(
         [tool, "pipe"], input=plistlib.dumps(request, sort_keys=False), stdout=subprocess.PIPE, check=False
     )
     if not process.stdout:
         raise ChangeConfigError(f"{tool} gave no answer and ended with status {process.returncode}")
     reply = plistlib.loads(process.stdout)
-    # "res" is "OK" in every reply. A failure shows in the presence of "err" and in nothing else.
+    # "res" is "OK" in every reply. Only "err" tells that the request failed.
     if "err" in reply:
         raise ChangeConfigError(reply["err"])
     return reply
 
 
 def parse_setting(text):
-    """Turns KEY=VALUE into the key and the value as it is sent."""
+    """Splits KEY=VALUE into the key and the value to send."""
     key, equals, value = text.partition("=")
     if not equals or not key:
         raise argparse.ArgumentTypeError(f"{text!r} is not of the form KEY=VALUE")
@@ -70,7 +75,7 @@ def main():
 
 
 def _typed(text):
-    # A string of digits would differ from the number in the file, and so count as a change for ever.
+    # A string never equals a number, so a string of digits would count as a change each time.
     return int(text) if text.isascii() and text.isdigit() and int(text) < 2**31 else text
 
 

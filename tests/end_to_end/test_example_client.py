@@ -131,6 +131,19 @@ class ExampleClientInCpp(ToolTestCase):
         self.assertEqual(filed.signals(), [1])
         self.assert_config(CONTENT.replace(b"No", b"Yes"))
 
+    def test_a_number_that_is_there_already_is_no_change(self):
+        tool.write_config(CONTENT)
+        updated = self.start_updated()
+        self.assertEqual(self.run_client("UpdateD", "Interval", "43200").returncode, 0)
+        self.assertEqual(updated.signals(), [])
+        self.assert_config(CONTENT)
+
+    def test_a_number_beyond_32_bits_and_a_negative_one_are_sent_as_text(self):
+        tool.write_config(CONTENT)
+        for text in ("2147483648", "-5", "5 "):
+            self.assertEqual(self.run_client("UpdateD", "Mode", text).returncode, 0)
+            self.assertIn(f"Mode = {text}\n" if text.isdigit() else f'Mode = "{text}"\n', tool.read_config().decode())
+
     def test_an_error_of_the_tool_is_told_and_gives_status_1(self):
         tool.write_config(b"]\n\n")
         ended = self.run_client("A", "k", "v")
