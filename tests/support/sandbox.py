@@ -73,6 +73,12 @@ class Path:
     def __add__(self, more):
         return Path(self._name + more)
 
+    def __radd__(self, more):
+        return more + self._name
+
+    def encode(self):
+        return self._name.encode()
+
     def __eq__(self, other):
         return isinstance(other, (Path, str)) and self._name == str(other)
 
