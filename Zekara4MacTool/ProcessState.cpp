@@ -29,17 +29,17 @@ void StopTimers() noexcept {
 
 constexpr rlim_t kStackSize = rlim_t{8} << 20;
 
-// Raises the soft limit to `wanted`, and the hard limit with it where that is allowed. Returns whether it is
-// as high now.
+// Raises the soft limit to `wanted`, and the hard limit with it if that is allowed. Returns true if the soft
+// limit is known to be as high now. RLIM_INFINITY is the highest value. macOS refuses to change the stack
+// limit of a program whose linker has fixed the size of its stack.
 bool RaiseLimit(int resource, rlim_t wanted) noexcept {
   rlimit limit = {};
-  if (getrlimit(resource, &limit) != 0 || limit.rlim_cur >= wanted)
-    return true;  // RLIM_INFINITY is the highest value
+  if (getrlimit(resource, &limit) != 0) return false;
+  if (limit.rlim_cur >= wanted) return true;
   const rlimit raised = {.rlim_cur = wanted, .rlim_max = std::max(limit.rlim_max, wanted)};
   if (setrlimit(resource, &raised) == 0) return true;
   limit.rlim_cur = std::min(limit.rlim_max, wanted);
-  setrlimit(resource, &limit);
-  return limit.rlim_cur >= wanted;
+  return setrlimit(resource, &limit) == 0 && limit.rlim_cur >= wanted;
 }
 
 // Takes as much of the stack as the rest of the program needs at most. Where there is not as much, the

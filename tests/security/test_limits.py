@@ -7,7 +7,7 @@ import signal
 import subprocess
 
 import hostile
-from support import ini_model, sandbox, tool
+from support import ini_model, sandbox, tool, tracing
 from support.case import ToolTestCase
 
 OLD = b"[A]\nk = old\n\n" + b"[B]\n" + b"".join(b"key%d = value\n" % number for number in range(200)) + b"\n"
@@ -36,6 +36,8 @@ NEVER_IN_THE_WAY = {"MEMLOCK", "SIGPENDING", "LOCKS", "RTTIME"}
 
 
 class Limits(ToolTestCase):
+    TOO_SMALL_STACK = 128 * KILO  # suffices for REQUEST, but not for every request
+
     def setUp(self):
         super().setUp()
         tool.write_config(OLD)
@@ -105,6 +107,17 @@ class Limits(ToolTestCase):
         for name, value in (("FSIZE", 0), ("NOFILE", 0), ("CPU", 1), ("STACK", 512 * KILO)):
             with self.subTest(limit=name):
                 self.assert_raised(name, value)
+
+    @tracing.requires_strace
+    def test_a_stack_that_may_be_too_small_is_tried_before_the_file_is_opened(self):
+        limited = ["sh", "-c", f'ulimit -s {self.TOO_SMALL_STACK // KILO} && exec "$@"', "sh"]
+        refused = ["strace", "-o", "/dev/null", "-e", "trace=prlimit64", "-e", "inject=prlimit64:error=EPERM"]
+        process = subprocess.Popen(
+            [*limited, *refused, str(tool.TOOL), "pipe"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE
+        )
+        result = tool.finish(process, REQUEST)
+        self.assertEqual((result.status, result.output), (-signal.SIGSEGV, b""))
+        self.assert_config(OLD)
 
     def test_a_soft_limit_on_memory_that_can_be_raised_never_keeps_a_change_from_being_made(self):
         self.assert_raised("AS", 16 * MEGA)
