@@ -68,8 +68,12 @@ void CloseDescriptorsFrom(int first) noexcept {
   }
 }
 
+// The background state and the disk policy are apart from the nice value, and exec hands them down. What a
+// parent imposes from outside (a QoS clamp) cannot be undone.
 void RestoreDefaultPriority() noexcept {
   setpriority(PRIO_PROCESS, 0, 0);
+  setpriority(PRIO_DARWIN_PROCESS, 0, 0);
+  setiopolicy_np(IOPOL_TYPE_DISK, IOPOL_SCOPE_PROCESS, IOPOL_DEFAULT);
 }
 
 #else

@@ -23,6 +23,9 @@ SHORT_COUNTS = None
 
 _PR_CAPBSET_DROP = 24
 _CAP_SYS_RESOURCE = 24
+_SYS_IOPRIO_SET, _SYS_IOPRIO_GET = (251, 252) if os.uname().machine == "x86_64" else (30, 31)
+_IOPRIO_WHO_PROCESS = 1
+_IOPRIO_CLASS_IDLE = 3
 _libc = ctypes.CDLL(None, use_errno=True)
 
 
@@ -72,6 +75,16 @@ def become_without_resource_rights(user=USER):
     if _libc.prctl(_PR_CAPBSET_DROP, _CAP_SYS_RESOURCE, 0, 0, 0) != 0:
         raise OSError(ctypes.get_errno(), "PR_CAPBSET_DROP")
     become(user)
+
+
+def become_idle_for_files():
+    """Lets this process, a child, wait for every other process that uses a disk."""
+    if _libc.syscall(_SYS_IOPRIO_SET, _IOPRIO_WHO_PROCESS, 0, _IOPRIO_CLASS_IDLE << 13) != 0:
+        raise OSError(ctypes.get_errno(), "ioprio_set")
+
+
+def is_idle_for_files(process):
+    return _libc.syscall(_SYS_IOPRIO_GET, _IOPRIO_WHO_PROCESS, process) >> 13 == _IOPRIO_CLASS_IDLE
 
 
 def caller_command(name=tool.TOOL, *arguments, user=USER, program=None, options=()):

@@ -354,11 +354,13 @@ class Rights(StartUpCase):
         def be_idle():
             os.nice(19)
             os.sched_setscheduler(0, os.SCHED_IDLE, os.sched_param(0))
+            hostile.become_idle_for_files()
 
         process = self.start(preexec_fn=be_idle)
         hostile.wait_until(lambda: hostile.process_state(process.pid) == "S", "the tool waits for input")
         self.assertEqual(os.sched_getscheduler(process.pid), os.SCHED_OTHER)
         self.assertEqual(os.getpriority(os.PRIO_PROCESS, process.pid), 0)
+        self.assertFalse(hostile.is_idle_for_files(process.pid))
 
     def test_no_core_is_ever_left(self):
         process = self.start()
@@ -386,7 +388,7 @@ class WhereTheFileShouldBe(StartUpCase):
 
         def make_socket():
             with socket.socket(socket.AF_UNIX) as listener:
-                listener.bind(tool.CONFIG)
+                listener.bind(os.fspath(tool.CONFIG))
 
         def make_loop():
             os.symlink(tool.CONFIG, tool.CONFIG)
