@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 namespace zekara {
 namespace {
@@ -44,11 +45,25 @@ Descriptor OpenAt(int directory, const char* path, int flags, mode_t mode) noexc
       RetryOnInterrupt([&] { return openat(directory, path, flags | O_CLOEXEC | O_NOCTTY, mode); }));
 }
 
+// Looks before it opens. With O_PATH the file that was looked at is the one that is opened, through /proc;
+// without /proc or O_PATH another file may take its place in between, and is then refused after it was
+// opened.
 Descriptor OpenRegularFile(const char* path) noexcept {
+  struct stat named = {};
+#ifdef O_PATH
+  const Descriptor reference = OpenAt(AT_FDCWD, path, O_PATH);
+  if (!reference.isOpen() || !Examine(reference, named) || !S_ISREG(named.st_mode)) return Descriptor();
+  char link[32];
+  std::snprintf(link, sizeof link, "/proc/self/fd/%d", reference.get());
+  Descriptor file = OpenAt(AT_FDCWD, link, O_RDONLY | O_NONBLOCK);
+  if (!file.isOpen()) file = OpenAt(AT_FDCWD, path, O_RDONLY | O_NONBLOCK);
+#else
+  if (!Examine(path, named) || !S_ISREG(named.st_mode)) return Descriptor();
   Descriptor file = OpenAt(AT_FDCWD, path, O_RDONLY | O_NONBLOCK);
-  struct stat attributes = {};
-  const bool isRegular = file.isOpen() && Examine(file, attributes) && S_ISREG(attributes.st_mode);
-  return isRegular ? std::move(file) : Descriptor();
+#endif
+  struct stat opened = {};
+  const bool isNamed = file.isOpen() && Examine(file, opened) && IsSameFile(named, opened);
+  return isNamed && S_ISREG(opened.st_mode) ? std::move(file) : Descriptor();
 }
 
 Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept {

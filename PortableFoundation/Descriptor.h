@@ -42,7 +42,8 @@ auto RetryOnInterrupt(Call call) noexcept {
 
 // openat() relative to `directory` (AT_FDCWD for the working directory), with O_CLOEXEC and O_NOCTTY added.
 Descriptor OpenAt(int directory, const char* path, int flags, mode_t mode = 0) noexcept;
-// Opens a file for reading, if it is a regular one; a FIFO or a device is not waited for.
+// Opens a regular file for reading, through links. Anything else, such as a FIFO or a device, is not opened
+// at all because opening alone may act on it; no descriptor is returned then.
 Descriptor OpenRegularFile(const char* path) noexcept;
 // Opens a regular file for reading and writing, makes it with `mode` when it is missing, and takes an
 // exclusive flock() on it, for which it waits without limit. Where another file has taken the path meanwhile,

@@ -18,12 +18,12 @@ struct DirectoryCloser {
   void operator()(DIR* stream) const noexcept { closedir(stream); }
 };
 
-// The names in an open directory, without "." and "..". Nothing when it cannot be read.
+// Returns the names in an open directory, without "." and "..", or nothing if it cannot be read.
 std::optional<std::vector<std::string>> NamesIn(int directory) {
   Descriptor own = OpenAt(directory, ".", kDirectoryFlags);
   const std::unique_ptr<DIR, DirectoryCloser> stream(own.isOpen() ? fdopendir(own.get()) : nullptr);
   if (!stream) return {};
-  static_cast<void>(own.release());
+  static_cast<void>(own.release());  // closedir() closes it
   std::vector<std::string> names;
   while (const dirent* entry = readdir(stream.get())) {
     const std::string_view name = entry->d_name;
@@ -86,6 +86,7 @@ std::optional<std::string> NSDirectoryEnumerator::nextObject() {
   if (levels_.empty()) return {};
   if (!last_.empty()) descend(std::exchange(last_, {}).c_str());
   leaveFinishedDirectories();
+  if (levels_.size() <= emptiedLevels_) emptiedLevels_ = kNoneEmptied;
   if (levels_.empty() || levels_.back().names.empty()) return {};
   last_ = std::move(levels_.back().names.back());
   levels_.back().names.pop_back();
@@ -99,13 +100,19 @@ void NSDirectoryEnumerator::skipDescendants() noexcept {
 }
 
 bool NSDirectoryEnumerator::removeLastObject() {
-  if (last_.empty() || !removeEntry(last_)) return false;
-  last_.clear();
-  return true;
+  if (last_.empty()) return false;
+  const std::size_t level = levels_.size();
+  const bool isEmptied = level > emptiedLevels_;
+  if (isEmptied ? unlinkEntry(last_) : removeEntry(last_)) {
+    last_.clear();
+    return true;
+  }
+  if (!isEmptied) emptiedLevels_ = level;
+  return false;
 }
 
-// A directory is emptied from the bottom up. What cannot be removed is left, and with it the directories that
-// lead to it.
+// Empties a directory from the bottom up. An entry that cannot be removed is left, and so are the directories
+// that lead to it.
 bool NSDirectoryEnumerator::removeEntry(const std::string& name) {
   const std::size_t base = levels_.size();
   if (!descend(name.c_str())) return unlinkEntry(name);

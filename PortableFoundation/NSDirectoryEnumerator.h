@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,50 +12,64 @@
 
 namespace zekara {
 
-// Walks the tree below a directory, depth first, parents before their contents, and never through a symbolic
-// link: not at the directory's own last component either. Made for directories in which others create, move
-// and replace entries meanwhile: every step is taken relative to an open directory, and a step upwards is
-// only taken to the directory that the walk came down from; where somebody has moved the ground away, the
-// walk ends. At most three descriptors are open, however deep the tree; memory holds the names of the
-// directories on the way down. Nothing here raises but for want of memory.
+// Walks the tree below a directory, depth first, parents before their contents, and can remove what it finds.
+// It never follows a symbolic link, neither inside the tree nor at the last component of the directory's own
+// path.
+//
+// The walk is safe in a directory in which other users create, move and replace entries meanwhile: every step
+// is taken relative to an open directory, and it ascends only if ".." is still the directory that it came
+// from; if the tree was moved, the walk ends. At most three descriptors are open, however deep the tree is.
+// Memory holds the names in the directories on the way down. Only running out of memory raises
+// (std::bad_alloc). An enumerator can be moved and belongs to one thread.
+//
+//   auto entries = NSDirectoryEnumerator::enumeratorAtPath(directory);
+//   while (const auto path = entries.nextObject()) { ... }
 class NSDirectoryEnumerator {
  public:
-  // A directory that does not exist or cannot be read yields nothing.
+  // Returns an enumerator of the directory at `path`. If the directory does not exist or cannot be read, the
+  // enumerator yields nothing.
   static NSDirectoryEnumerator enumeratorAtPath(const std::string& path);
 
-  // The next entry as a path relative to the directory, or nothing at the end. A directory's contents follow
-  // it unless it has been removed by then. No order among siblings is promised.
+  // Returns the next entry as a path relative to the directory, or nothing at the end. The contents of a
+  // directory follow it, unless they were skipped or it was removed. The order among siblings is not
+  // specified.
   std::optional<std::string> nextObject();
 
-  // Leaves out what the directory that nextObject() returned last holds.
+  // Skips the contents of the directory that nextObject() returned last.
   void skipDescendants() noexcept;
 
   // Removes the entry that nextObject() returned last: a file or link by itself, a directory with all that it
-  // holds. What cannot be removed stays. Returns whether the entry is gone.
+  // holds. Returns true if the entry is gone. If a directory cannot be removed, as much of its contents as
+  // possible is removed, and the walk goes on with the rest. An entry below such a directory is removed by
+  // itself only, so that the work stays linear in the number of entries.
   bool removeLastObject();
 
  private:
-  // One directory on the way down. `names` are taken from the back.
+  // One directory on the way down. Names are taken from the back of `names`.
   struct Level {
     dev_t device;
     ino_t inode;
     std::vector<std::string> names;
   };
 
-  // Enters the directory `name` in the current one. False, with nothing changed, for anything but a readable
-  // directory.
+  // Enters the directory `name` in the current one. Returns false, with nothing changed, if it is not a
+  // readable directory.
   bool descend(const char* name);
-  // Back to the parent of the current directory. False, and the walk is over, if it is no longer the parent.
+  // Returns to the parent of the current directory. If that is not the directory it came from, ends the walk
+  // and returns false.
   bool ascend();
   void leaveFinishedDirectories();
   std::optional<Level> readLevel(const Descriptor& directory) const;
   bool removeEntry(const std::string& name);
   bool unlinkEntry(const std::string& name);
 
+  static constexpr std::size_t kNoneEmptied = std::numeric_limits<std::size_t>::max();
   Descriptor current_;
   std::vector<Level> levels_;
   std::vector<std::string> path_;  // the names that lead to the current directory
   std::string last_;               // the name returned last, not yet entered; empty for none
+  // Entries deeper than this many levels are in a directory whose removal has failed.
+  std::size_t emptiedLevels_ = kNoneEmptied;
 };
 
 }  // namespace zekara

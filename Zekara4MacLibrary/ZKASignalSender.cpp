@@ -5,9 +5,9 @@
 #include <algorithm>
 
 #include "PortableFoundation/Descriptor.h"
+#include "PortableFoundation/IntValue.h"
 #include "PortableFoundation/NSDirectoryEnumerator.h"
 #include "PortableFoundation/NSLog.h"
-#include "PortableFoundation/IntValue.h"
 
 namespace zekara {
 namespace {
@@ -16,7 +16,7 @@ bool IsAscii(std::string_view text) {
   return std::ranges::all_of(text, [](char c) { return static_cast<signed char>(c) >= 0; });
 }
 
-// The process id that the file holds, 0 when it holds none.
+// Returns the process ID that the file begins with, or 0 if it holds none.
 pid_t ReadPid(const std::string& path) {
   const Descriptor file = OpenRegularFile(path.c_str());
   if (!file.isOpen()) return 0;
@@ -55,7 +55,7 @@ int ZKASendSignalToGUI(int signal) {
     if (ZKASendSignal(std::string(kFrontEndDirectory) + "/" + *relativePath, signal)) {
       ++count;
     } else {
-      // Deliberate: whatever the failure was, the registration is of no more use.
+      // Deliberate: every kind of failure removes the registration.
       entries.removeLastObject();
     }
   }

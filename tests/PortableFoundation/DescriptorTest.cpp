@@ -1,5 +1,7 @@
 #include <sys/file.h>
+#include <sys/inotify.h>
 
+#include <climits>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -172,6 +174,26 @@ TEST(OpenRegularFile, RegularFilesAloneAreOpened) {
        {directory / "fifo", directory / "missing", directory.path(), std::string("/dev/null")}) {
     EXPECT_FALSE(OpenRegularFile(path.c_str()).isOpen()) << path;
   }
+}
+
+// Opening alone acts on a FIFO, whose writer would lose its data, and on some devices.
+TEST(OpenRegularFile, WhatIsNotRegularIsNotOpenedAtAll) {
+  const TemporaryDirectory directory;
+  const std::string fifo = directory / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  ASSERT_EQ(symlink("fifo", (directory / "link").c_str()), 0);
+  const Descriptor openings(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  ASSERT_GE(inotify_add_watch(openings.get(), fifo.c_str(), IN_OPEN), 0);
+  const auto wasOpened = [&] {
+    char events[sizeof(inotify_event) + NAME_MAX + 1];
+    return read(openings.get(), events, sizeof events) > 0;
+  };
+  for (const std::string& path : {fifo, directory / "link"}) {
+    EXPECT_FALSE(OpenRegularFile(path.c_str()).isOpen());
+    EXPECT_FALSE(wasOpened()) << path;
+  }
+  EXPECT_TRUE(Descriptor(open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)).isOpen());
+  EXPECT_TRUE(wasOpened()) << "or this test would notice nothing";
 }
 
 TEST(Examine, TellsOfTheFileOrFails) {

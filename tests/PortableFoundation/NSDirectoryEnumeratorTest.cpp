@@ -1,3 +1,5 @@
+#include <sys/inotify.h>
+
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -366,6 +368,59 @@ TEST(NSDirectoryEnumerator, WhatCannotBeRemovedStaysWithTheDirectoriesThatLeadTo
     EXPECT_FALSE(entries.removeLastObject());
   });
   EXPECT_THAT(WalkPath(directory.path()), ElementsAre("agents", "agents/a", "agents/a/b", "agents/a/b/kept"));
+}
+
+// Otherwise the work would grow with the square of the depth: a caller could make root busy for as long as he
+// likes.
+TEST(NSDirectoryEnumerator, DirectoryBelowOneThatCouldNotBeRemovedIsNotEmptiedAgain) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  constexpr int kDepth = 40;
+  const TemporaryDirectory directory;
+  std::string bottom = directory / "agents";
+  for (int depth = 1; depth < kDepth; ++depth) bottom += "/d";
+  fs::create_directories(bottom);
+  WriteFile(bottom + "/kept", "");
+  for (fs::path path = bottom; path != directory.path(); path = path.parent_path()) {
+    ASSERT_EQ(chmod(path.c_str(), path == bottom ? 0755 : 0777), 0);
+  }
+  ASSERT_EQ(chmod(directory.path().c_str(), 0777), 0);
+  const Descriptor openings(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  ASSERT_GE(inotify_add_watch(openings.get(), bottom.c_str(), IN_OPEN | IN_CLOSE | IN_ONLYDIR), 0);
+  RunInChild([&] {
+    ASSERT_TRUE(BecomeOtherUser());
+    NSDirectoryEnumerator entries = NSDirectoryEnumerator::enumeratorAtPath(directory.path());
+    int count = 0;
+    for (; entries.nextObject(); ++count) EXPECT_FALSE(entries.removeLastObject());
+    EXPECT_EQ(count, kDepth + 1) << "every entry is still tried";
+  });
+  alignas(inotify_event) char events[65536];
+  const ssize_t size = read(openings.get(), events, sizeof events);
+  // The system joins equal events that follow one another, so each visit is one opening and one closing. The
+  // first removal visits the bottom, and so does the walk.
+  EXPECT_EQ(size / static_cast<ssize_t>(2 * sizeof(inotify_event)), 2);
+}
+
+TEST(NSDirectoryEnumerator, ContentOfADirectoryThatCouldNotBeRemovedIsRemovedEntryByEntry) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  const TemporaryDirectory directory;
+  fs::create_directories(directory / "agents/kept/below");
+  WriteFile(directory / "agents/kept/file", "");
+  fs::create_directories(directory / "other/below");
+  for (const char* name : {"", "agents", "agents/kept/below", "other", "other/below"})
+    ASSERT_EQ(chmod((directory / name).c_str(), 0777), 0);
+  RunInChild([&] {
+    ASSERT_TRUE(BecomeOtherUser());
+    NSDirectoryEnumerator entries = NSDirectoryEnumerator::enumeratorAtPath(directory.path());
+    while (const auto entry = entries.nextObject()) {
+      if (*entry == "agents/kept" && access((directory / "agents/new").c_str(), F_OK) != 0) {
+        // Made meanwhile by another process: tried on its own account.
+        ASSERT_EQ(mkdir((directory / "agents/new").c_str(), 0777), 0);
+      }
+      entries.removeLastObject();
+    }
+    EXPECT_FALSE(fs::exists(directory / "other")) << "a directory beside it is emptied as ever";
+  });
+  EXPECT_TRUE(fs::exists(directory / "agents/kept/file"));
 }
 
 TEST(NSDirectoryEnumerator, DirectoryWithoutAFreeDescriptorYieldsNothing) {
