@@ -15,7 +15,7 @@ Plist File() {
 
 class SettingsInForce : public testing::Test {
  protected:
-  const Plist& at(const Settings& settings, const char* section, const char* key) {
+  static Plist at(const Settings& settings, const char* section, const char* key) {
     return settings.tree().objectForKey(section).objectForKey(key);
   }
 
