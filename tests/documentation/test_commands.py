@@ -36,9 +36,15 @@ BUILD = None
 
 def install():
     """Installs the front ends and the library in a place of the tests' own."""
+    # "cmake --install" writes its list of files into the build directory, which may be another user's.
+    with open(f"{BUILD}/cmake_install.cmake", encoding="utf-8") as file:
+        script = file.read().replace(f'"{BUILD}/${{CMAKE_INSTALL_MANIFEST}}"', f'"{PREFIX}/files"')
+    os.makedirs(PREFIX)
+    with open(f"{PREFIX}/install.cmake", "w", encoding="utf-8") as file:
+        file.write(script)
     for component in ("Library", "FrontEnd"):
-        subprocess.run(["cmake", "--install", BUILD, "--component", component, "--prefix", PREFIX], check=True,
-                       stdout=subprocess.DEVNULL)
+        subprocess.run(["cmake", f"-DCMAKE_INSTALL_PREFIX={PREFIX}", f"-DCMAKE_INSTALL_COMPONENT={component}", "-P",
+                        f"{PREFIX}/install.cmake"], check=True, stdout=subprocess.DEVNULL)
     os.symlink(f"{BUILD}/examples/change_setting", f"{PREFIX}/bin/change_setting")
     for name, script in (("sudo", '#!/bin/sh\nexec "$@"\n'), ("Zekara4MacTool", f'#!/bin/sh\nexec "{INSTALLED_TOOL}" "$@"\n')):
         with open(f"{PREFIX}/bin/{name}", "w", encoding="ascii") as file:
@@ -46,14 +52,19 @@ def install():
         os.chmod(f"{PREFIX}/bin/{name}", 0o755)
 
 
+def link_entries(source, target, leave_out):
+    os.makedirs(target)
+    for name in os.listdir(source):
+        if name not in leave_out:
+            os.symlink(f"{source}/{name}", f"{target}/{name}")
+
+
 def lay_out_checkout():
     """A directory that looks like a checkout with a release build. Nothing that a command makes in it is in the real one."""
     checkout = f"{sandbox.SCRATCH_DIRECTORY}/checkout"
-    os.makedirs(f"{checkout}/build")
-    os.symlink(BUILD, f"{checkout}/build/release")
-    for entry in extraction.REPOSITORY.iterdir():
-        if entry.name not in ("build", ".git"):
-            os.symlink(entry, f"{checkout}/{entry.name}")
+    # ctest writes its log into Testing/, even if it only lists tests.
+    link_entries(extraction.REPOSITORY, checkout, leave_out=("build", ".git"))
+    link_entries(BUILD, f"{checkout}/build/release", leave_out=("Testing",))
     for name, text in (("site.ini", SITE), ("program.cpp", PROGRAM)):
         with open(f"{checkout}/{name}", "w", encoding="ascii") as file:
             file.write(text)
