@@ -73,9 +73,9 @@ void PrepareProcess() noexcept {
 }
 
 RaisedLimit::RaisedLimit(int resource) noexcept
-    : resource_(resource),
-      isKnown_(getrlimit(resource, &found_) == 0),
-      isUnlimited_(RaiseLimit(resource, RLIM_INFINITY)) {}
+    : resource_(resource), isKnown_(getrlimit(resource, &found_) == 0) {
+  RaiseLimit(resource, RLIM_INFINITY);
+}
 
 RaisedLimit::~RaisedLimit() {
   if (isKnown_) setrlimit(resource_, &found_);
@@ -83,7 +83,7 @@ RaisedLimit::~RaisedLimit() {
 
 Transaction::Transaction() noexcept : addressSpace_(RLIMIT_AS), data_(RLIMIT_DATA) {
   const bool hasStack = RaiseLimit(RLIMIT_STACK, kStackSize);
-  if (!addressSpace_.isUnlimited() || !data_.isUnlimited() || !hasStack) ProveStack();
+  if (addressSpace_.wasLimited() || data_.wasLimited() || !hasStack) ProveStack();
 }
 
 }  // namespace zekara

@@ -24,14 +24,13 @@ class RaisedLimit {
   RaisedLimit(const RaisedLimit&) = delete;
   RaisedLimit& operator=(const RaisedLimit&) = delete;
 
-  // Returns true if the resource is not limited now.
-  bool isUnlimited() const noexcept { return isUnlimited_; }
+  // Returns true if the resource was limited before, and so is limited again afterwards.
+  bool wasLimited() const noexcept { return !isKnown_ || found_.rlim_cur != RLIM_INFINITY; }
 
  private:
   int resource_;
   rlimit found_ = {};
   bool isKnown_;
-  bool isUnlimited_;
 };
 
 // Scope of one configuration change and of the signals that announce it. Only root can stop, kill or starve
