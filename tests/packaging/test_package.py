@@ -181,9 +181,3 @@ class TheInstalledPackage(InstallationTest):
         self.assertNotEqual(result.returncode, 0)
         self.assertIn("/var/zekara can be written by others", result.stdout)
         self.assertIn("Status: install ok half-configured", self.read("/var/lib/dpkg/status"))
-
-
-class Lintian(PackagingTest):
-    @unittest.skipIf(shutil.which("lintian") is None, "lintian is not installed (scripts/install-dependencies check)")
-    def test_it_finds_no_error(self):
-        self.succeed("lintian", "--no-cfg", "--allow-root", "--fail-on", "error", *packages().values())
