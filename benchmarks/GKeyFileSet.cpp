@@ -1,5 +1,5 @@
-// Sets one key in a configuration file with GLib: the INI part of a request alone, without lock, log, message
-// or signal.
+// Sets one key in a configuration file with GLib. That is only the INI part of a request: no lock, log,
+// message or signal.
 
 #include <glib.h>
 
@@ -12,7 +12,7 @@ int main(int argc, char* argv[]) {
   g_key_file_set_string(file, argv[2], argv[3], argv[4]);
   gsize length = 0;
   gchar* const text = g_key_file_to_data(file, &length, nullptr);
-  // Not g_file_set_contents(), which writes another file and renames it.
+  // g_file_set_contents() would write another file and rename it.
   FILE* const out = fopen(argv[1], "w");
   return out != nullptr && fwrite(text, 1, length, out) == length && fclose(out) == 0 ? 0 : 1;
 }

@@ -42,7 +42,7 @@ namespace {
 
 constexpr std::size_t kKilobyte = 1000;
 constexpr std::size_t kMegabyte = 1000 * kKilobyte;
-constexpr std::size_t kSmall = 100 * kKilobyte;  // below this a run is repeated more often, in more rounds
+constexpr std::size_t kSmall = 100 * kKilobyte;  // smaller inputs are measured in more rounds
 
 double CpuNanoseconds() {
   timespec now = {};
@@ -50,7 +50,7 @@ double CpuNanoseconds() {
   return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
-// A size of the memory of this process, in bytes: "VmRSS:" now, "VmHWM:" at most so far.
+// Returns a size of this process's memory in bytes: the present one for "VmRSS:", the peak for "VmHWM:".
 double MemoryNow(std::string_view field) {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
@@ -64,14 +64,14 @@ struct Measurement {
   double peak = 0;
 };
 
-// The first run brings caches and heap up and shows the peak of memory; the others are timed. Growth is timed
-// in the first run, which is the only one that the tool ever makes: later ones would find small inputs'
-// memory ready, and large ones' not.
+// The first run fills caches and heap and shows the peak of memory; the later runs are timed. For growth the
+// first run is timed, because the tool makes only one, and because later runs would find memory ready for
+// small inputs but not for large ones.
 Measurement Measure(const Row& row, const Subject& subject, const std::string& input) {
   const double leastTime = input.size() < kSmall ? 20e6 : 40e6;
   const Subject::Work work = subject.prepare(input);
   const double before = MemoryNow("VmRSS:");
-  std::ofstream("/proc/self/clear_refs") << 5;  // the peak begins anew
+  std::ofstream("/proc/self/clear_refs") << 5;  // resets the peak
   const double firstStart = CpuNanoseconds();
   work();
   Measurement result = {.nanoseconds = CpuNanoseconds() - firstStart};
@@ -180,7 +180,7 @@ std::vector<Row> ComparedRows() {
   return rows;
 }
 
-// What could be made to cost more a byte the more there is of it, each at two sizes.
+// Inputs of which each byte could cost more the more bytes there are, each at two sizes.
 std::vector<Row> GrowthRows() {
   const struct {
     const char* job;
@@ -224,7 +224,7 @@ void Loop(const Row& row, const Random& random) {
   std::printf("%.1f MB/s\n", runs * static_cast<double>(input.size()) / (CpuNanoseconds() - start) * 1000);
 }
 
-// The value of "--seed" if the arguments begin with it, which it removes; otherwise a new seed.
+// Returns the seed that "--seed N" gives, and removes that option, or returns a new seed.
 Random::result_type TakeSeed(std::vector<std::string>& arguments) {
   if (arguments.size() >= 2 && arguments[0] == "--seed") {
     const Random::result_type seed = std::stoull(arguments[1]);

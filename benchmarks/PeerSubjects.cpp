@@ -112,7 +112,7 @@ Subject GKeyFilePatch() {
           }};
 }
 
-// The whole list as the application gets it, as the other system splits it while it reads.
+// Includes splitting the list, because ZKAIniParser splits it while it reads.
 Subject GKeyFileLoadList() {
   return {"GKeyFile",
           [](const std::string& input) { return [&input] { FreeList(ListLoadedByGLib(input)); }; }};
@@ -163,7 +163,7 @@ Subject LibplistBoth() {
           }};
 }
 
-// Handlers that do nothing, for tags and text: no tree.
+// With empty handlers for tags and text, so it builds no tree.
 Subject ExpatParse() {
   return {"expat (no tree)", [](const std::string& input) {
             return [&input] {

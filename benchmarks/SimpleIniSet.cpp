@@ -1,4 +1,4 @@
-// Sets one key in a configuration file with SimpleIni: the INI part of a request alone, without lock, log,
+// Sets one key in a configuration file with SimpleIni. That is only the INI part of a request: no lock, log,
 // message or signal.
 
 #include <SimpleIni.h>

@@ -259,7 +259,8 @@ std::size_t CountBlockedLocks() {
   return count;
 }
 
-// Starts all subjects; behind a held lock, the time counts from its release, when all of them wait for it.
+// Starts all subjects. If `isHeld`, holds the lock until all of them wait for it, and counts the time from
+// its release.
 void ContendOnce(const std::vector<const Subject*>& subjects, bool isHeld, Series& series) {
   if (!subjects[0]->resetPath.empty()) CopyFile(subjects[0]->resetPath, kConfigurationFile);
   const int file = Checked(open(kConfigurationFile, O_RDWR | O_CLOEXEC), kConfigurationFile);
@@ -287,7 +288,7 @@ void ContendOnce(const std::vector<const Subject*>& subjects, bool isHeld, Serie
   close(file);
 }
 
-// Every instance adds a key of its own: one that is missing is a lost update.
+// Each instance adds a key of its own, so each missing key is a lost update.
 std::size_t CountLostUpdates(std::size_t instances) {
   std::istringstream text(ReadFile(kConfigurationFile));
   std::size_t count = 0;

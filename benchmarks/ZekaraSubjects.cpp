@@ -58,8 +58,8 @@ std::shared_ptr<NSFileHandle> HandleOfFileWith(std::string_view text) {
   return NSFileHandle::initWithFileDescriptor_closeOnDealloc(descriptor, true);
 }
 
-// A read never gives more than NSRunLoop::kBlockSize, so one large block can only be had by calling what a
-// read calls. An explicit instantiation may name a private member.
+// Calls the private function that handles a block, because a read never returns more than
+// NSRunLoop::kBlockSize. An explicit instantiation may name a private member.
 template <auto Member>
 struct Access {
   friend void ProcessAsOneBlock(ZKAXMLConnection& connection, std::string_view block) {
@@ -107,7 +107,7 @@ Subject ZekaraPlistBoth() {
           }};
 }
 
-// Parsing of the messages included, as there is no framing without it.
+// Includes parsing the messages, because the connection cannot frame without it.
 Subject ZekaraFramingInBlocks() {
   return {"zekara", [](const std::string& input) {
             const auto handle = HandleOfFileWith(input);
@@ -134,7 +134,7 @@ Subject ZekaraFramingInOneBlock() {
           }};
 }
 
-// What the connection spends on the messages themselves: the difference to the two above is the framing.
+// Only parses the messages. The difference between the two subjects above and this one is the framing.
 Subject ZekaraParseOfEveryMessage() {
   return {"parsing alone", [](const std::string& input) {
             return [text = std::string_view(input)]() mutable {

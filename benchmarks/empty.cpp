@@ -1,4 +1,4 @@
-// The price of starting a program that is linked as the tool is.
+// Does nothing: what remains is the cost of starting a program in the tool's link mode.
 int main() {
   return 0;
 }

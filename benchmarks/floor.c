@@ -1,10 +1,10 @@
-/* The price of one request's system calls: makes those of the tool that serves a "ChangeConfig" request on standard input, in their
- * order, and does no other work. What it writes to the configuration file and as the reply is what it read; to the file, it adds the
- * line that its second argument may be.
+/* Measures the cost of one request's system calls: makes the calls that the tool makes for a "ChangeConfig" request on standard input,
+ * in the same order, and does no other work. Writes to the configuration file and as the reply what it has read. If it has a second
+ * argument, adds that to the file as a line.
  *
- * Compiled twice. "floor-same" makes every call that the tool makes for a caller who is root; scripts/bench compares the two traces.
- * "floor-minimal" leaves out whatever protects the process and the file, and whatever a program could know without asking: what
- * remains is the job itself. */
+ * It is compiled twice. "floor-same" makes every call that the tool makes if its caller is root; scripts/bench compares the two traces.
+ * "floor-minimal" leaves out the calls that protect the process and the file, and those whose answer a program could know without
+ * asking. The job itself remains. */
 
 #define _GNU_SOURCE
 #include <fcntl.h>
@@ -25,7 +25,7 @@
 static const char kFile[] = "/Library/Application Support/Zekara/zekara32.ini";
 enum { kBlockSize = 65536 };
 
-/* Large enough for every measurement; what is not used is never touched. */
+/* Large enough for every measurement. Pages that are not used are never touched. */
 static char text[64 << 20];
 static char request[64 << 20];
 
@@ -53,7 +53,7 @@ static void prepare_process(void) {
   ask_limit(RLIMIT_STACK);
 }
 
-/* What the local time is told from. */
+/* Makes the calls with which the C library finds the local time. */
 static void read_time_zone(void) {
   struct stat attributes;
   char zone[4096];

@@ -1,6 +1,6 @@
-"""What the measurements of whole processes work on: the tool, its files, and stand-ins for the daemons.
+"""Lays out the tool, its files and stand-ins for the daemons, and runs the programs that measure.
 
-Everything here is to be called in the private root directory that support.sandbox makes.
+Call everything here in the private root directory that support.sandbox makes.
 """
 
 import collections
@@ -20,14 +20,14 @@ PID_FILES = [f"{sandbox.RUN_DIRECTORY}/{name}.pid" for name in ("FileD", "Update
 TOOL = f"{SCRATCH}/Zekara4MacTool"
 PROGRAMS = ("floor-same", "floor-minimal", "empty", "simpleini-set", "gkeyfile-set", "spawn", "in-process")
 
-# One series of spawn's output.
+# One series in the output of spawn.
 Process = collections.namedtuple("Process", "status runs wall wall_low wall_high cpu cpu_low cpu_high faults memory")
-# One line of in-process's output.
+# One line of the output of in-process.
 Work = collections.namedtuple("Work", "job size subject bytes time low high peak")
 
 
 def lay_out(build_directory):
-    """Copies the programs and writes the files that all measurements use; the tool is installed as it must be."""
+    """Installs the tool, copies the other programs and writes the files that all measurements use."""
     shutil.copy(f"{build_directory}/Zekara4MacTool/Zekara4MacTool", TOOL)
     os.chmod(TOOL, 0o4755)
     for name in PROGRAMS:
@@ -47,7 +47,7 @@ def added_key(i):
 
 
 def added_line(i):
-    """The same as the line that comes to stand in the file."""
+    """The line that the file then has for it."""
     return f"{added_key(i)} = 1"
 
 
