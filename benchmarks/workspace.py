@@ -14,8 +14,8 @@ import time
 
 from support import sandbox
 
-SCRATCH = sandbox.SCRATCH_DIRECTORY
-CONFIGURATION = sandbox.CONFIG_DIRECTORY + "/zekara32.ini"
+SCRATCH = str(sandbox.SCRATCH_DIRECTORY)
+CONFIGURATION = f"{sandbox.CONFIG_DIRECTORY}/zekara32.ini"
 PID_FILES = [f"{sandbox.RUN_DIRECTORY}/{name}.pid" for name in ("FileD", "UpdateD")]
 TOOL = f"{SCRATCH}/Zekara4MacTool"
 PROGRAMS = ("floor-same", "floor-minimal", "empty", "simpleini-set", "gkeyfile-set", "spawn", "in-process")
