@@ -1,11 +1,12 @@
 // Becomes an unprivileged caller and starts a program, with as few system calls of its own as can be:
 //
-//   SecurityCaller UID GID [--terminal | --alarm | --measure] PROGRAM ARGV0 ARGUMENT...
+//   SecurityCaller UID GID [--root DIRECTORY] [--terminal | --alarm SECONDS | --measure] PROGRAM ARGV0
+//   ARGUMENT...
 //
-// --terminal makes standard error, which must be a terminal, the controlling terminal of a new session first.
-// --alarm leaves a timer behind that rings after 0.6 seconds and then ten times a second. --measure waits for
-// the program's end, writes its peak memory in kilobytes to descriptor 9, which the program does not get, and
-// ends as it did.
+// --root changes the root directory, in which PROGRAM is looked for, first. --terminal makes standard error,
+// which must be a terminal, the controlling terminal of a new session. --alarm leaves a timer behind that
+// rings after so many seconds and then ten times a second. --measure waits for the program's end, writes its
+// peak memory in kilobytes to descriptor 9, which the program does not get, and ends as it did.
 
 #include <grp.h>
 #include <sys/ioctl.h>
@@ -32,11 +33,20 @@ int Measure(pid_t process) {
   return WEXITSTATUS(status);
 }
 
-bool Prepare(const char* option) {
-  if (std::strcmp(option, "--terminal") == 0) return setsid() >= 0 && ioctl(STDERR_FILENO, TIOCSCTTY, 0) == 0;
-  const itimerval timer = {.it_interval = {.tv_sec = 0, .tv_usec = 100'000},
-                           .it_value = {.tv_sec = 0, .tv_usec = 600'000}};
+bool SetAlarm(const char* seconds) {
+  const auto microseconds = static_cast<long>(std::strtod(seconds, nullptr) * 1e6);
+  const itimerval timer = {
+      .it_interval = {.tv_sec = 0, .tv_usec = 100'000},
+      .it_value = {.tv_sec = microseconds / 1'000'000, .tv_usec = microseconds % 1'000'000}};
   return setitimer(ITIMER_REAL, &timer, nullptr) == 0;
+}
+
+// Carries out one option other than --measure and moves on to what follows it.
+bool Prepare(char**& rest) {
+  const char* option = *rest++;
+  if (std::strcmp(option, "--terminal") == 0) return setsid() >= 0 && ioctl(STDERR_FILENO, TIOCSCTTY, 0) == 0;
+  if (std::strcmp(option, "--alarm") == 0) return SetAlarm(*rest++);
+  return std::strcmp(option, "--root") == 0 && chroot(*rest++) == 0 && chdir("/") == 0;
 }
 
 }  // namespace
@@ -46,12 +56,14 @@ int main(int argc, char* argv[]) {
   const auto user = static_cast<uid_t>(std::strtoul(argv[1], nullptr, 10));
   const auto group = static_cast<gid_t>(std::strtoul(argv[2], nullptr, 10));
   char** rest = argv + 3;
-  if (std::strcmp(*rest, "--measure") == 0) {
+  while (*rest != nullptr && **rest == '-') {
+    if (std::strcmp(*rest, "--measure") != 0) {
+      if (!Prepare(rest)) return 126;
+      continue;
+    }
     ++rest;
     if (const pid_t process = fork(); process != 0) return Measure(process);
     close(kReport);
-  } else if (**rest == '-' && !Prepare(*rest++)) {
-    return 126;
   }
   if (setgroups(0, nullptr) != 0 || setresgid(group, group, group) != 0) return 127;
   if (setresuid(user, user, user) != 0) return 127;

@@ -10,7 +10,7 @@ import subprocess
 import time
 import unittest
 
-from support import sandbox, tool
+from support import sandbox, tool, tracing
 
 USER = 1042
 GROUP = 1042
@@ -22,6 +22,8 @@ CALLER = None
 SHORT_COUNTS = None
 
 _PR_CAPBSET_DROP = 24
+_CAP_SYS_PTRACE = 19
+_CAP_SYS_NICE = 23
 _CAP_SYS_RESOURCE = 24
 _SYS_IOPRIO_SET, _SYS_IOPRIO_GET = (251, 252) if os.uname().machine == "x86_64" else (30, 31)
 _IOPRIO_WHO_PROCESS = 1
@@ -38,6 +40,13 @@ def use_helpers(directory):
     )
 
 
+def install_helpers():
+    """Puts the helper that starts programs itself into the private root."""
+    global SHORT_COUNTS
+    if SHORT_COUNTS is not None:
+        SHORT_COUNTS = sandbox.add_program(SHORT_COUNTS, sandbox.TOOL_DIRECTORY + "/SecurityShortCounts")
+
+
 def why_not_here():
     """Why a set-user-id program cannot be tested here; None where it can."""
     with open("/proc/self/status", encoding="ascii") as status:
@@ -51,6 +60,33 @@ def why_not_here():
     if CALLER is None:
         return "the helper program SecurityCaller has not been built"
     return None
+
+
+def has_capability(number):
+    """Returns true if the tests, and so root on this system, have the capability."""
+    with open("/proc/self/status", encoding="ascii") as status:
+        (effective,) = (line.split()[1] for line in status if line.startswith("CapEff:"))
+    return bool(int(effective, 16) >> number & 1)
+
+
+def requires_priority_rights(test):
+    """Skips a test in which root raises a priority where root may not."""
+    return unittest.skipUnless(has_capability(_CAP_SYS_NICE), "root lacks CAP_SYS_NICE here")(test)
+
+
+def requires_tracing(test):
+    """Skips a test, or a class of tests, that traces a set-user-ID program where that would cost the program its rights."""
+    reason = "root lacks CAP_SYS_PTRACE here, without which a traced program gains no rights"
+    return tracing.requires_strace(unittest.skipUnless(may_trace_set_user_id(), reason)(test))
+
+
+def may_trace_set_user_id():
+    """Returns true if a program that the tests trace can gain rights by its set-user-ID bit."""
+    return has_capability(_CAP_SYS_PTRACE)
+
+
+# The callers whose tool can be traced and keeps its rights, the usual one first.
+TRACED_USERS = (USER, 0) if may_trace_set_user_id() else (0,)
 
 
 def scaled(reduced, full):
@@ -89,7 +125,31 @@ def is_idle_for_files(process):
 
 def caller_command(name=tool.TOOL, *arguments, user=USER, program=None, options=()):
     """The command line that starts the tool through the helper, as an account without rights."""
-    return [CALLER, str(user), str(user), *options, program or name, name, *arguments]
+    place = sandbox.caller_options()
+    return [CALLER, str(user), str(user), *place, *options, str(program or name), str(name), *arguments]
+
+
+def start_measured():
+    """Starts the tool as a user; returns the process and a function that gives its peak memory in bytes once it has ended.
+
+    Goes through the helper: if it were started from here, the memory that this process holds would count.
+    """
+    reader, writer = os.pipe()
+    process = subprocess.Popen(
+        caller_command(tool.TOOL, "pipe", options=["--measure"]),
+        stdin=subprocess.PIPE,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        preexec_fn=lambda: os.dup2(writer, 9),
+        close_fds=False,
+    )
+    os.close(writer)
+
+    def memory():
+        with os.fdopen(reader, "rb") as report:
+            return int(report.read()) * 1024
+
+    return process, memory
 
 
 def attributes(path):
@@ -164,6 +224,40 @@ def signal_as_user(pid, number, user=USER):
     return status == 0
 
 
+class HeldBack:
+    """The tool, held back by a tracer of root's at its first such call that concerns the path, until let_go() is called.
+
+    The caller is an account without rights. `process` is the tracer, with the tool's standard streams.
+    """
+
+    def __init__(self, call, path=None, name=tool.TOOL, options=(), **popen):
+        seconds = 100 * tool.PATIENCE
+        watched = [] if path is None else ["-P", path]
+        command = [
+            "strace", "-o", "/dev/null", *watched, "-e", f"trace={call}", "-e", "signal=none",
+            "-e", f"inject={call}:delay_enter={int(seconds * 1_000_000)}:when=1",
+            *caller_command(name, "pipe", options=options),
+        ]  # fmt: skip
+        for stream in ("stdin", "stdout", "stderr"):
+            popen.setdefault(stream, subprocess.PIPE)
+        self._name = name
+        # In a session of its own: what a terminal sends its foreground processes is not for the tracer.
+        self.process = subprocess.Popen(command, start_new_session=True, **popen)
+
+    @property
+    def pid(self):
+        return child_of(self.process.pid, self._name)
+
+    def let_go(self):
+        """Kills the tracer: the system lets the tool go, which makes the call and goes on untraced."""
+        self.process.kill()
+
+    def finish(self):
+        """Lets the tool go and returns its Result; the status in it is the tracer's."""
+        self.let_go()
+        return tool.finish(self.process)
+
+
 class Pestering:
     """Sends a process the same signal over and over, as that account; begins at once, or `after` so many seconds."""
 
@@ -192,12 +286,19 @@ def child_of(pid, program=tool.TOOL):
     """The process id of the only child of that process, which must be running the program."""
     with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as children:
         (child,) = children.read().split()
-    if os.readlink(f"/proc/{child}/exe") != program:
+    if os.readlink(f"/proc/{child}/exe") != os.fspath(program):
         raise AssertionError(f"the child of {pid} is not {program}")
     return int(child)
 
 
 process_state = tool.state
+
+
+def is_pending(pid, number):
+    """Returns true if the signal has been sent to the process and is blocked there."""
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        masks = [int(line.split()[1], 16) for line in status if line.startswith(("SigPnd:", "ShdPnd:"))]
+    return any(mask >> (number - 1) & 1 for mask in masks)
 
 
 def requires_short_counts(test):

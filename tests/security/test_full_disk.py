@@ -10,6 +10,7 @@ from support.case import ToolTestCase
 PAGE = os.sysconf("SC_PAGE_SIZE")
 
 
+@sandbox.requires_mounts
 class FullDisk(ToolTestCase):
     def setUp(self):
         super().setUp()

@@ -5,12 +5,11 @@ import os
 import pty
 import random
 import signal
-import subprocess
 import termios
 import time
 
 import hostile
-from support import ini_model, tool, tracing
+from support import ini_model, tool
 from support.case import ToolTestCase
 
 OLD = b"[A]\nk = old\n\n"
@@ -58,18 +57,18 @@ class Killed(ToolTestCase):
             self.assertFalse(hostile.is_locked())
         self.assertGreater(outcomes["old"], 0, outcomes)
 
+    @hostile.requires_tracing
     def test_roots_kill_between_the_cut_and_the_write_leaves_an_empty_file_that_the_next_request_fills(self):
-        command = _delayed("write", seconds=30)
         tool.write_config(OLD_LARGE)
-        process = _start(command)
-        self.addCleanup(self._end, process)
-        process.stdin.write(REQUEST)
-        process.stdin.flush()
+        held = hostile.HeldBack("write", tool.CONFIG)
+        self.addCleanup(self._end, held.process)
+        held.process.stdin.write(REQUEST)
+        held.process.stdin.flush()
         hostile.wait_until(lambda: tool.read_config() == b"", "the file is cut")
         self.assertTrue(hostile.is_locked())
-        os.kill(hostile.child_of(process.pid), signal.SIGKILL)
-        process.wait(tool.PATIENCE)
-        self.assertFalse(hostile.is_locked())
+        os.kill(held.pid, signal.SIGKILL)
+        held.let_go()
+        hostile.wait_until(lambda: not hostile.is_locked(), "the lock is given back")
         self.assert_config(b"")
         self.assert_succeeds(tool.change({"A": {"k": "v"}}))
         self.assert_config(b"[A]\nk = v\n\n")
@@ -111,7 +110,7 @@ class Killed(ToolTestCase):
         self.assertGreater(stopped, 0)
 
 
-@tracing.requires_strace
+@hostile.requires_tracing
 class InTheWindow(ToolTestCase):
     """The tool is held back, by a tracer of root's, at the moments at which it holds the lock."""
 
@@ -121,35 +120,35 @@ class InTheWindow(ToolTestCase):
         signal.SIGTTIN, signal.SIGTTOU, signal.SIGPIPE, signal.SIGABRT, signal.SIGIO,
     )  # fmt: skip
     MOMENTS = ("read", "ftruncate", "write", "fsync", "close")
-    SECONDS = 0.7
 
     def setUp(self):
         super().setUp()
         tool.write_config(OLD)
 
-    def start_held_back(self, call, seconds=SECONDS, options=()):
-        process = _start(_delayed(call, seconds, options), **self.streams)
-        self.addCleanup(self._end, process)
-        return process
+    def send(self, call, request=REQUEST, **popen):
+        """Starts a tool that is held back before the call, and sends it the request."""
+        held = hostile.HeldBack(call, tool.CONFIG, **popen)
+        self.addCleanup(self._end, held.process)
+        held.process.stdin.write(request)
+        held.process.stdin.flush()
+        return held
 
-    streams = {}
-
-    def wait_for_the_window(self):
-        hostile.wait_until(hostile.is_locked, "the tool holds the lock")
+    def send_until_cut(self, **options):
+        held = self.send("write", **options)
+        hostile.wait_until(lambda: tool.read_config() == b"", "the file is cut")
+        return held
 
     def test_no_signal_of_the_callers_reaches_the_tool_while_it_holds_the_lock(self):
         for call in hostile.scaled(("ftruncate", "write"), self.MOMENTS):
             with self.subTest(call=call):
                 tool.write_config(OLD)
-                process = self.start_held_back(call)
-                process.stdin.write(REQUEST)
-                process.stdin.flush()
-                self.wait_for_the_window()
-                pid = hostile.child_of(process.pid)
+                held = self.send(call)
+                hostile.wait_until(hostile.is_locked, "the tool holds the lock")
+                pid = held.pid
                 delivered = [number for number in self.SIGNALS if hostile.signal_as_user(pid, number)]
-                self.assertTrue(hostile.is_locked(), "the window was too short")
+                self.assertTrue(hostile.is_locked())
                 self.assertEqual(delivered, [])
-                self.assert_succeeds(tool.finish(process))
+                self.assertIsNone(held.finish().error)
                 self.assert_config(NEW)
                 self.assertFalse(hostile.is_locked())
 
@@ -159,53 +158,57 @@ class InTheWindow(ToolTestCase):
             with self.subTest(signal=number):
                 tool.write_config(OLD)
                 updated = self.start_updated()
-                process = self.start_held_back("write")
-                process.stdin.write(tool.encode(tool.request({**SETTINGS, "UpdateD": {"Mode": "x"}})))
-                process.stdin.flush()
-                hostile.wait_until(lambda: tool.read_config() == b"", "the file is cut")
-                os.kill(hostile.child_of(process.pid), number)
-                tool.finish(process)
+                held = self.send_until_cut(request=tool.encode(tool.request({**SETTINGS, "UpdateD": {"Mode": "x"}})))
+                os.kill(held.pid, number)
+                held.finish()
                 self.assert_config(NEW + b"[UpdateD]\nMode = x\n\n")
                 self.assertEqual(updated.signals(), [signal.SIGHUP])
                 self.assertFalse(hostile.is_locked())
 
     def test_the_keys_of_the_callers_terminal_neither_stop_nor_end_it(self):
-        for key in (termios.VINTR, termios.VQUIT, termios.VSUSP):
+        for key, number in ((termios.VINTR, signal.SIGINT), (termios.VQUIT, signal.SIGQUIT), (termios.VSUSP, signal.SIGTSTP)):
             with self.subTest(key=key):
                 tool.write_config(OLD)
                 master, slave = pty.openpty()
-                self.streams = {"stderr": slave}
-                process = self.start_held_back("write", options=("--terminal",))
+                held = self.send_until_cut(stderr=slave, options=("--terminal",))
                 characters = termios.tcgetattr(slave)[6]
                 os.close(slave)
-                process.stdin.write(REQUEST)
-                process.stdin.flush()
-                hostile.wait_until(lambda: tool.read_config() == b"", "the file is cut")
                 os.write(master, characters[key])
-                time.sleep(0.05)
-                self.assertTrue(hostile.is_locked(), "the window was too short")
+                hostile.wait_until(lambda: hostile.is_pending(held.pid, number), "the terminal has sent its signal")
+                self.assertTrue(hostile.is_locked())
+                held.let_go()
                 hostile.wait_until(lambda: not hostile.is_locked(), "the lock is given back")
                 self.assert_config(NEW)
-                process.communicate(timeout=tool.PATIENCE)
+                held.process.communicate(timeout=tool.PATIENCE)
                 os.close(master)
 
     def test_a_terminal_that_is_hung_up_does_not_end_it(self):
         master, slave = pty.openpty()
-        self.streams = {"stderr": slave}
-        process = self.start_held_back("write", options=("--terminal",))
+        held = self.send_until_cut(stderr=slave, options=("--terminal",))
         os.close(slave)
-        process.stdin.write(REQUEST)
-        process.stdin.flush()
-        hostile.wait_until(lambda: tool.read_config() == b"", "the file is cut")
         os.close(master)
+        hostile.wait_until(lambda: hostile.is_pending(held.pid, signal.SIGHUP), "the terminal has sent its signal")
+        held.let_go()
         hostile.wait_until(lambda: not hostile.is_locked(), "the lock is given back")
         self.assert_config(NEW)
-        process.communicate(timeout=tool.PATIENCE)
+        held.process.communicate(timeout=tool.PATIENCE)
 
     def test_an_alarm_of_the_callers_does_not_ring_in_it(self):
-        process = self.start_held_back("write", options=("--alarm",), seconds=1.2)
-        self.assert_succeeds(tool.finish(process, REQUEST))
-        self.assert_config(NEW)
+        """On a busy machine the alarm may ring before the tool has switched it off, which proves nothing: then it is set later."""
+        for seconds in (0.6, 3.0, 12.0):
+            held = hostile.HeldBack("write", tool.CONFIG, options=("--alarm", str(seconds)))
+            self.addCleanup(self._end, held.process)
+            if not held.process.stderr.readline():
+                continue
+            held.process.stdin.write(REQUEST)
+            held.process.stdin.flush()
+            hostile.wait_until(lambda: tool.read_config() == b"", "the file is cut")
+            time.sleep(seconds + 0.2)
+            self.assertFalse(hostile.is_pending(held.pid, signal.SIGALRM))
+            self.assertIsNone(held.finish().error)
+            self.assert_config(NEW)
+            return
+        self.fail("the alarm has always rung before the tool's first line")
 
 
 class WaitingForTheLock(ToolTestCase):
@@ -249,20 +252,3 @@ class WaitingForTheLock(ToolTestCase):
             process.send_signal(signal.SIGTERM)
             self.assertEqual(process.wait(tool.PATIENCE), -signal.SIGTERM)
         self.assert_config(OLD)
-
-
-def _delayed(call, seconds, options=()):
-    """The command line of a tool that stands still before the first such call that concerns the configuration file."""
-    microseconds = int(seconds * 1_000_000)
-    return [
-        "strace", "-o", "/dev/null", "-P", tool.CONFIG, "-e", f"trace={call}",
-        "-e", f"inject={call}:delay_enter={microseconds}:when=1", "-e", "signal=none",
-        *hostile.caller_command(tool.TOOL, "pipe", options=options),
-    ]  # fmt: skip
-
-
-def _start(command, **streams):
-    for stream in ("stdin", "stdout", "stderr"):
-        streams.setdefault(stream, subprocess.PIPE)
-    # In a session of its own: what a terminal sends its foreground processes is not for the tracer.
-    return subprocess.Popen(command, start_new_session=True, **streams)

@@ -50,13 +50,7 @@ class Limits(ToolTestCase):
             resource.setrlimit(limit, (soft, hard))
 
         try:
-            process = subprocess.Popen(
-                [tool.TOOL, "pipe"],
-                stdin=subprocess.PIPE,
-                stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE,
-                preexec_fn=hamper,
-            )
+            process = tool.start("pipe", preexec_fn=hamper)
         except (OSError, subprocess.SubprocessError):
             return None
         with contextlib.suppress(BrokenPipeError):
@@ -113,7 +107,7 @@ class Limits(ToolTestCase):
         limited = ["sh", "-c", f'ulimit -s {self.TOO_SMALL_STACK // KILO} && exec "$@"', "sh"]
         refused = ["strace", "-o", "/dev/null", "-e", "trace=prlimit64", "-e", "inject=prlimit64:error=EPERM"]
         process = subprocess.Popen(
-            [*limited, *refused, str(tool.TOOL), "pipe"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE
+            [*limited, *refused, *sandbox.inside_command(tool.TOOL, "pipe")], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE
         )
         result = tool.finish(process, REQUEST)
         self.assertEqual((result.status, result.output), (-signal.SIGSEGV, b""))

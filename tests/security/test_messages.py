@@ -3,10 +3,9 @@
 import os
 import plistlib
 import random
-import subprocess
 
 import hostile
-from support import sandbox, tool
+from support import sandbox, tool, tracing
 from support.case import ToolTestCase
 
 OLD = b"[A]\nk = old\n\n"
@@ -21,20 +20,9 @@ class MessageCase(ToolTestCase):
 
     def run_measured(self, data):
         """Runs the tool as a user; returns its Result and its peak memory in bytes."""
-        reader, writer = os.pipe()
-
-        def pass_report():
-            os.dup2(writer, 9)
-
-        # Through the helper: started from here, what this process itself holds would count.
-        command = hostile.caller_command(tool.TOOL, "pipe", options=["--measure"])
-        streams = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
-        process = subprocess.Popen(command, preexec_fn=pass_report, close_fds=False, **streams)
-        os.close(writer)
+        process, memory = hostile.start_measured()
         self.addCleanup(self._end, process)
-        result = tool.finish(process, data)
-        with os.fdopen(reader, "rb") as report:
-            return result, int(report.read()) * 1024
+        return tool.finish(process, data), memory()
 
     def assert_dropped(self, data):
         """The message is refused: a line of the log, no reply, and the file as it was."""
@@ -139,10 +127,11 @@ class Smuggling(MessageCase):
         self.assertLess(memory, 16 * MEGA)
         self.assert_config(OLD)
 
+    @tracing.requires_strace
     def test_no_file_is_opened_for_any_of_it(self):
         doctype = f'<!DOCTYPE plist SYSTEM "file://{self.secret}" [<!ENTITY x SYSTEM "file://{self.secret}">]>'
         _, lines = hostile.traced(
-            hostile.caller_command(tool.TOOL, "pipe"),
+            hostile.caller_command(tool.TOOL, "pipe", user=hostile.TRACED_USERS[0]),
             sandbox.SCRATCH_DIRECTORY + "/trace",
             ["trace=%file,%network"],
             self.request_with(doctype, "&x;"),

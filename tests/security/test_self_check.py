@@ -4,10 +4,9 @@ import ctypes
 import os
 import shutil
 import stat
-import subprocess
 
 import hostile
-from support import sandbox, tool, tracing
+from support import sandbox, tool
 from support.case import ToolTestCase
 
 HIS = sandbox.SCRATCH_DIRECTORY + "/his"
@@ -59,7 +58,7 @@ class ForeignPaths(ToolTestCase):
     def test_a_symbolic_link_to_his_own_program_changes_neither(self):
         program = hostile.own_file(HIS + "/program")
         link = HIS + "/link"
-        os.symlink(program, link)
+        os.symlink(str(program), link)
         before, link_before = os.lstat(program), os.lstat(link)
         self.assert_refused(link)
         self.assert_unchanged(program, before)
@@ -102,18 +101,18 @@ class ForeignPaths(ToolTestCase):
             with self.subTest(path=path):
                 before = os.lstat(path)
                 self.assert_refused(path)
-                if not path.startswith("/proc"):
+                if not str(path).startswith("/proc"):
                     self.assert_unchanged(path, before)
 
     def test_names_that_lead_nowhere_are_refused(self):
         names = ("", "Zekara4MacTool", "/nowhere", tool.CONFIG + "/x", HIS + "/" + "x" * 300, "/" * 5000, ".")
         for name in names:
-            with self.subTest(name=name[:40]):
+            with self.subTest(name=str(name)[:40]):
                 self.assert_refused(name, cwd="/")
 
     def test_a_loop_of_links_is_refused(self):
-        os.symlink(HIS + "/b", HIS + "/a")
-        os.symlink(HIS + "/a", HIS + "/b")
+        os.symlink(f"{HIS}/b", HIS + "/a")
+        os.symlink(f"{HIS}/a", HIS + "/b")
         self.assert_refused(HIS + "/a")
 
     def test_no_arguments_at_all_count_as_an_empty_path(self):
@@ -121,10 +120,11 @@ class ForeignPaths(ToolTestCase):
             child = os.fork()
             if child == 0:
                 try:
+                    sandbox.go_inside()
                     hostile.become()
                     os.dup2(log.fileno(), 2)
                     nothing = (ctypes.c_char_p * 1)(None)
-                    ctypes.CDLL(None).execv(tool.TOOL.encode(), nothing)
+                    ctypes.CDLL(None).execv(str(tool.TOOL).encode(), nothing)
                 finally:
                     os._exit(99)
             self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), 2)
@@ -157,6 +157,7 @@ class ForeignPaths(ToolTestCase):
 
 
 class Repair(ToolTestCase):
+    @sandbox.requires_mounts
     def test_a_wrong_mode_of_the_tool_itself_is_repaired_for_him(self):
         for mode in (0o4711, 0o4777, 0o6755, 0o4555, 0o7755):
             with self.subTest(mode=oct(mode)):
@@ -165,16 +166,18 @@ class Repair(ToolTestCase):
                 self.assertEqual((result.status, result.log), (0, REPAIRED))
                 self.assertEqual(hostile.attributes(COPY), (0, 0, 0o4755))
 
+    @sandbox.requires_mounts
     def test_a_wrong_group_of_the_tool_itself_is_repaired_for_him(self):
         tool.copy_tool(COPY, owner=(0, hostile.GROUP), mode=0o4755)
         result = start_as_user(COPY, "pipe", program=COPY)
         self.assertEqual((result.status, result.log), (0, REPAIRED))
         self.assertEqual(hostile.attributes(COPY), (0, 0, 0o4755))
 
+    @sandbox.requires_mounts
     def test_a_link_to_the_tool_itself_is_followed_and_the_tool_repaired(self):
         tool.copy_tool(COPY, mode=0o4711)
         hostile.own_directory(HIS)
-        os.symlink(COPY, HIS + "/link")
+        os.symlink(str(COPY), HIS + "/link")
         result = start_as_user(HIS + "/link", "pipe", program=COPY)
         self.assertEqual((result.status, result.log), (0, REPAIRED))
         self.assertEqual(hostile.attributes(COPY), (0, 0, 0o4755))
@@ -199,6 +202,7 @@ class Repair(ToolTestCase):
         self.assertEqual(hostile.attributes(COPY), (0, 0, 0o2755))
 
 
+@sandbox.requires_mounts
 class SwitchedLinks(ToolTestCase):
     """The link in argv[0] is switched all the time between the tool, which needs a repair, and a program of his."""
 
@@ -209,7 +213,7 @@ class SwitchedLinks(ToolTestCase):
         hostile.own_directory(HIS)
         self.program = hostile.own_file(HIS + "/program")
         self.link = HIS + "/link"
-        os.symlink(COPY, self.link)
+        os.symlink(str(COPY), self.link)
 
     def start_switching(self, targets):
         child = os.fork()
@@ -218,7 +222,7 @@ class SwitchedLinks(ToolTestCase):
                 hostile.become()
                 while True:
                     for target in targets:
-                        os.symlink(target, self.link + ".new")
+                        os.symlink(str(target), self.link + ".new")
                         os.rename(self.link + ".new", self.link)
             finally:
                 os._exit(1)
@@ -253,21 +257,18 @@ class SwitchedLinks(ToolTestCase):
             self.assertEqual(hostile.attributes(private), (0, 0, 0o600))
 
 
-@tracing.requires_strace
+@hostile.requires_tracing
+@sandbox.requires_mounts
 class InterruptedRepair(ToolTestCase):
     def test_the_callers_signals_do_not_come_between_the_change_of_owner_and_that_of_the_mode(self):
         """The change of owner takes the set-user-id bit away: ended there, the tool could not even repair itself again."""
         tool.copy_tool(COPY, mode=0o4711)
-        options = ["-e", "trace=fchmod", "-e", "inject=fchmod:delay_enter=700000", "-e", "signal=none"]
-        command = ["strace", "-o", "/dev/null", *options, *hostile.caller_command(COPY, "pipe")]
-        streams = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
-        process = subprocess.Popen(command, start_new_session=True, **streams)
-        self.addCleanup(self._end, process)
+        held = hostile.HeldBack("fchmod", name=COPY)
+        self.addCleanup(self._end, held.process)
         hostile.wait_until(lambda: hostile.attributes(COPY)[2] == 0o711, "the owner is changed")
-        pid = hostile.child_of(process.pid, COPY)
+        pid = held.pid
         delivered = [number for number in (9, 15, 19, 1, 2, 14) if hostile.signal_as_user(pid, number)]
-        self.assertEqual(hostile.attributes(COPY)[2], 0o711, "the window was too short")
+        self.assertEqual(hostile.attributes(COPY)[2], 0o711)
         self.assertEqual(delivered, [])
-        result = tool.finish(process)
-        self.assertEqual((result.status, result.log), (0, REPAIRED))
+        self.assertEqual(held.finish().log, REPAIRED)
         self.assertEqual(hostile.attributes(COPY), (0, 0, 0o4755))

@@ -1,4 +1,4 @@
-"""Runs a suite's tests, without those that an exclusion list names.
+"""Runs a suite's tests, once their private root is there, without those that an exclusion list names.
 
 The environment variable ZKA_EXCLUSIONS may name such a list. Each of its lines is "SUITE.MODULE.CLASS.TEST: REASON"; blank lines
 and lines that begin with "#" are ignored. A listed test is skipped with its reason. A listed test that the module lacks is an error,
@@ -10,16 +10,27 @@ import sys
 import unittest
 
 
+SKIPPED = 77
+
+
 def main(directory, arguments):
-    """Runs the suite in this directory with unittest's arguments; returns the exit status of its program."""
+    """Runs the suite in this directory with unittest's arguments; returns the exit status of its program.
+
+    It is 0 when all pass, 1 when one fails, and SKIPPED when every test was skipped. The reasons are printed.
+    """
     if not any(argument.startswith("test_") or argument == "discover" for argument in arguments):
         arguments = ["discover", "--start-directory", directory, "--top-level-directory", directory, *arguments]
     loader = _Loader(os.path.basename(directory), _read(os.environ.get("ZKA_EXCLUSIONS")))
-    program = unittest.main(module=None, argv=["run", *arguments], testLoader=loader, exit=False)
+    result = unittest.main(module=None, argv=["run", *arguments], testLoader=loader, exit=False).result
     stale = loader.stale()
     for name in stale:
         print(f"The exclusion list names {name}, which does not exist.", file=sys.stderr)
-    return 0 if program.result.wasSuccessful() and not stale else 1
+    reasons = [reason for _, reason in result.skipped]
+    for reason in sorted(set(reasons)):
+        print(f"Skipped {reasons.count(reason)}: {reason}")
+    if stale or not result.wasSuccessful():
+        return 1
+    return SKIPPED if result.testsRun == len(reasons) else 0
 
 
 def _read(path):

@@ -192,6 +192,11 @@ def inside_command(*command):
     return ["chroot", _root, *command] if is_outside() else command
 
 
+def caller_options():
+    """The options of a helper program that changes the root directory itself."""
+    return ["--root", _root] if is_outside() else []
+
+
 def add_program(source, target):
     """Copies a program of the machine's to a Path inside, with the libraries that it needs; returns the Path."""
     shutil.copyfile(source, target)
