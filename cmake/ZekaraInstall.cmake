@@ -58,7 +58,8 @@ install(FILES ${ZEKARA_EXAMPLES} DESTINATION "${CMAKE_INSTALL_DOCDIR}/library/ex
 
 # The front end, and the documentation.
 zekara_install_directories(FrontEnd "${CMAKE_INSTALL_BINDIR}" "${CMAKE_INSTALL_MANDIR}/man1" "${CMAKE_INSTALL_MANDIR}/man5"
-  "${CMAKE_INSTALL_MANDIR}/man8" "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" "${CMAKE_INSTALL_DOCDIR}/docs")
+  "${CMAKE_INSTALL_MANDIR}/man8" "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+  "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" "${CMAKE_INSTALL_DOCDIR}/docs")
 if(TARGET zkaconfig)
   install(TARGETS zkaconfig RUNTIME COMPONENT FrontEnd)
 endif()
@@ -73,6 +74,8 @@ install(FILES ${ZEKARA_DOCUMENTS} DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs" COM
 if(TARGET zkaconfig)
   install(FILES "${PROJECT_SOURCE_DIR}/completions/zkaconfig.bash" RENAME zkaconfig
           DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT FrontEnd)
+  install(FILES "${PROJECT_SOURCE_DIR}/completions/zkaconfig.fish"
+          DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT FrontEnd)
   # The prefix is known only when the files are installed. Below /usr, the zsh of Debian reads a directory of its own.
   install(CODE "
     set(directory \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/zsh/site-functions\")

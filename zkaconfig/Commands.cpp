@@ -1,239 +1,189 @@
 #include "zkaconfig/Commands.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <optional>
-#include <string_view>
+#include <string>
+#include <vector>
 
-#include "zkaconfig/ConfigurationFile.h"
+#include "zkaconfig/ChangingCommands.h"
+#include "zkaconfig/Help.h"
 #include "zkaconfig/KnownSections.h"
-#include "zkaconfig/PatchInput.h"
-#include "zkaconfig/Report.h"
-#include "zkaconfig/Settings.h"
+#include "zkaconfig/ReadingCommands.h"
 #include "zkaconfig/Text.h"
-#include "zkaconfig/ToolClient.h"
 
 namespace zekara {
 namespace {
 
-void Print(const std::string& text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
-  throw Failure(ExitStatus::Unreadable, std::string("cannot write the output: ") + std::strerror(errno));
-}
+using enum Command::Operand;
 
-void Remark(const std::string& text) {
-  std::fprintf(stderr, "zkaconfig: %s\n", text.c_str());
-}
-
-void RequireOperands(const Arguments& arguments, std::size_t minimum, std::size_t maximum,
-                     const char* usage) {
-  const std::size_t count = arguments.operands.size();
-  if (count >= minimum && count <= maximum) return;
-  throw Failure(ExitStatus::Usage,
-                "\"" + arguments.command + "\" needs " + (count < minimum ? "more" : "fewer") + " words",
-                std::string("Usage: zkaconfig ") + usage);
-}
-
-Plist ReadFile(const Arguments& arguments, bool mayBeMissing) {
-  const auto limit = arguments.waitsForLock ? std::optional(arguments.timeLimit) : std::nullopt;
-  const Configuration configuration = ReadConfiguration(arguments.configurationFile, limit);
-  if (!configuration.exists && !mayBeMissing) {
-    const std::string what = arguments.configurationFile + " does not exist";
-    if (arguments.configurationFile != kConfigurationFile) throw Failure(ExitStatus::Unreadable, what);
-    Remark(what + "; all settings are the defaults");
-  }
-  if (!configuration.warning.empty()) Remark(configuration.warning);
-  return configuration.tree;
-}
-
-Settings SettingsInForce(const Arguments& arguments, const KnownSections& known) {
-  Settings settings(ReadFile(arguments, false), known, arguments.suppliesDefaults);
-  if (arguments.form == OutputForm::People) {
-    settings.spellBooleans();
-  } else {
-    settings.typeBooleans();
-  }
-  if (arguments.showsActionCodes) settings.encodeActions();
-  return settings;
-}
-
-std::vector<std::string> NamesOf(const Plist& dictionary) {
-  std::vector<std::string> names;
-  for (const auto& entry : dictionary.entries()) names.push_back(entry.key.description());
-  return names;
-}
-
-// "; did you mean X?" where there is an X.
-std::string Suggestion(const std::string& name, const Plist& dictionary) {
-  const auto meant = ClosestName(name, NamesOf(dictionary));
-  return meant ? "; did you mean " + Printable(*meant) + "?" : "";
-}
-
-ExitStatus TellUnsetSection(const Settings& settings, const std::string& section) {
-  Remark("there is no section " + Printable(section) + Suggestion(section, settings.tree()));
-  return ExitStatus::Differs;
-}
-
-ExitStatus Show(const Arguments& arguments) {
-  RequireOperands(arguments, 0, 1, "show [SECTION]");
-  const KnownSections known(arguments.daemonSection);
-  const Settings settings = SettingsInForce(arguments, known);
-  if (arguments.operands.empty()) {
-    Print(SettingsReport(settings, {}, arguments.form));
-    return ExitStatus::Done;
-  }
-  const Plist section = arguments.operands[0];
-  if (settings.tree().objectForKey(section).isNil()) return TellUnsetSection(settings, arguments.operands[0]);
-  Print(SettingsReport(settings, section, arguments.form));
-  return ExitStatus::Done;
-}
-
-ExitStatus Get(const Arguments& arguments) {
-  RequireOperands(arguments, 2, 2, "get SECTION KEY");
-  const KnownSections known(arguments.daemonSection);
-  const Settings settings = SettingsInForce(arguments, known);
-  const Plist section = arguments.operands[0];
-  const Plist key = arguments.operands[1];
-  const Plist& values = settings.tree().objectForKey(section);
-  if (values.isNil()) return TellUnsetSection(settings, arguments.operands[0]);
-  if (values.objectForKey(key).isNil()) {
-    Remark(Printable(key.string()) + " is unset in section " + Printable(section.string()) +
-           Suggestion(arguments.operands[1], values));
-    return ExitStatus::Differs;
-  }
-  Print(ValueReport(settings, section, key, arguments.form));
-  return ExitStatus::Done;
-}
-
-// What is to be sent: the reviewed patch without what the file holds already.
-struct Change {
-  Plist old;
-  Plist difference;
+constexpr Command kCommands[] = {
+    {"show",
+     "[SECTION]",
+     "at most one section",
+     0,
+     1,
+     {Section, None, None},
+     true,
+     "shows the settings in force",
+     "Settings that the file lacks and for which the suite has a default are marked\n"
+     "\"; default\". With --null, each value is SECTION, line end, KEY, line end,\n"
+     "VALUE.\n",
+     RunShow},
+    {"get",
+     "SECTION KEY...",
+     "a section and at least one key",
+     2,
+     kAnyNumber,
+     {Section, Key, Key},
+     true,
+     "writes values; status 1 if one is unset",
+     "One value is written plainly, the elements of a list on a line each. Several\n"
+     "keys are written as KEY = VALUE lines, with --null as KEY, line end, VALUE.\n"
+     "--default VALUE is written for a key that is unset.\n",
+     RunGet},
+    {"describe",
+     "[SECTION [KEY]]",
+     "at most a section and a key",
+     0,
+     2,
+     {Section, Key, None},
+     false,
+     "tells what the suite knows of settings",
+     "Type, default, the words that a setting may hold, the daemon that reads it and\n"
+     "how that daemon learns of a change.\n",
+     RunDescribe},
+    {"list",
+     "[SECTION [KEY]]",
+     "at most a section and a key",
+     0,
+     2,
+     {Section, Key, None},
+     true,
+     "lists sections, keys, or the words for a key",
+     "",
+     RunList},
+    {"set",
+     "SECTION KEY=VALUE...",
+     "a section and at least one KEY=VALUE",
+     2,
+     kAnyNumber,
+     {Section, Setting, Setting},
+     false,
+     "changes settings",
+     "KEY=a,b or a repeated KEY makes a list. A word without \"=\" begins another\n"
+     "section. Without --force, values that the file or the suite does not understand\n"
+     "are refused, and so are misspelt names of known settings.\n",
+     RunSet},
+    {"add",
+     "SECTION KEY VALUE...",
+     "a section, a key and at least one value",
+     3,
+     kAnyNumber,
+     {Section, Key, Element},
+     false,
+     "adds elements to a list",
+     "Elements that the list already has are ignored. If the file lacks the list, the\n"
+     "elements are added to its default.\n",
+     RunAdd},
+    {"remove",
+     "SECTION KEY VALUE...",
+     "a section, a key and at least one value",
+     3,
+     kAnyNumber,
+     {Section, Key, Element},
+     false,
+     "removes elements from a list",
+     "Elements that the list lacks are ignored. The last element cannot be removed,\n"
+     "because the file cannot hold an empty list.\n",
+     RunRemove},
+    {"reset",
+     "SECTION [KEY...]",
+     "a section",
+     1,
+     kAnyNumber,
+     {Section, Key, Key},
+     false,
+     "writes defaults",
+     "Writes the default of each key, or of all keys of the section that have one, if\n"
+     "the file holds another value. The tool can remove nothing from the file, so a\n"
+     "key without a default cannot be reset.\n",
+     RunReset},
+    {"apply",
+     "FILE",
+     "one file",
+     1,
+     1,
+     {File, None, None},
+     false,
+     "changes whatever differs from FILE",
+     "FILE is an INI file, an XML property list or JSON, also as \"show\" writes them.\n"
+     "\"-\" is standard input. Settings that FILE does not name stay unchanged.\n",
+     RunApply},
+    {"diff",
+     "FILE",
+     "one file",
+     1,
+     1,
+     {File, None, None},
+     false,
+     "shows what \"apply\" would change",
+     "FILE is what \"apply\" takes. Nothing is changed. The exit status is 1 if there is\n"
+     "something to change.\n",
+     RunDiff},
+    {"help",
+     "[COMMAND]",
+     "at most one command",
+     0,
+     1,
+     {CommandName, None, None},
+     false,
+     "shows help",
+     "",
+     RunHelp},
 };
 
-Change PrepareChange(const Arguments& arguments, const Plist& given) {
-  const KnownSections known(arguments.daemonSection);
-  const ReviewedPatch reviewed = ReviewPatch(given, known, arguments.keepsStrings);
-  for (const std::string& warning : reviewed.warnings) Remark(warning);
-  for (const std::string& problem : reviewed.problems) Remark(problem);
-  if (!reviewed.problems.empty() && !arguments.isForced) {
-    throw Failure(ExitStatus::Usage, "nothing has been changed", "--force sends such values all the same.");
+// Words that other programs use for what this one cannot do.
+constexpr std::string_view kRemovals[] = {"unset", "delete", "rm", "clear"};
+
+[[noreturn]] void RaiseUnknownCommand(const std::string& name) {
+  const std::string what = "there is no command \"" + Printable(name) + "\"";
+  if (std::ranges::find(kRemovals, name) != std::end(kRemovals)) {
+    throw Failure(ExitStatus::Usage, what + ", because the tool can remove nothing from the file",
+                  "\"zkaconfig reset SECTION KEY\" writes the default.");
   }
-  const Plist old = ReadFile(arguments, true);
-  return {old, PlistDiff(old, reviewed.patch)};
-}
-
-// The tool says in its log alone when a daemon has not been told.
-void TellLog(const std::string& log, bool isVerbose) {
-  constexpr std::string_view kNotSignalled = "Can't signal ";
-  for (std::size_t start = 0; start < log.size();) {
-    const std::size_t end = std::min(log.find('\n', start), log.size());
-    const std::string line = log.substr(start, end - start);
-    const std::size_t found = line.find(kNotSignalled);
-    if (isVerbose) {
-      Remark("tool: " + Printable(line));
-    } else if (found != std::string::npos) {
-      Remark("the setting is stored, but a daemon has not been told, as it does not run: " +
-             Printable(line.substr(found)));
-    }
-    start = end + 1;
-  }
-}
-
-ExitStatus Send(const Arguments& arguments, const Plist& given) {
-  if (arguments.configurationFile != kConfigurationFile && !arguments.isDryRun) {
-    throw Failure(ExitStatus::Usage,
-                  std::string("the tool changes ") + kConfigurationFile + " and no other file",
-                  "--config is for reading, for \"diff\" and for --dry-run.");
-  }
-  const Change change = PrepareChange(arguments, given);
-  const bool differs = change.difference.count() > 0;
-  if (!differs && arguments.form == OutputForm::People && !arguments.isQuiet) {
-    Print("Nothing to change: the file holds these settings already.\n");
-    return ExitStatus::Done;
-  }
-  const bool isSent = differs && !arguments.isDryRun;
-  if (isSent) {
-    TellLog(ChangeConfiguration(arguments.toolPath, change.difference, arguments.timeLimit),
-            arguments.isVerbose);
-  }
-  if (!arguments.isQuiet) Print(DifferenceReport(change.old, change.difference, isSent, arguments.form));
-  return ExitStatus::Done;
-}
-
-ExitStatus Set(const Arguments& arguments) {
-  RequireOperands(arguments, 2, std::string::npos, "set SECTION KEY=VALUE...");
-  return Send(arguments, PatchFromWords(arguments.operands, arguments.keepsStrings));
-}
-
-Plist PatchFromOperand(const Arguments& arguments) {
-  const std::string& path = arguments.operands[0];
-  return PatchFromFile(ReadInput(path), path == "-" ? "standard input" : path);
-}
-
-ExitStatus Apply(const Arguments& arguments) {
-  RequireOperands(arguments, 1, 1, "apply FILE");
-  return Send(arguments, PatchFromOperand(arguments));
-}
-
-ExitStatus Diff(const Arguments& arguments) {
-  RequireOperands(arguments, 1, 1, "diff FILE");
-  const Change change = PrepareChange(arguments, PatchFromOperand(arguments));
-  if (!arguments.isQuiet) Print(DifferenceReport(change.old, change.difference, false, arguments.form));
-  return change.difference.count() == 0 ? ExitStatus::Done : ExitStatus::Differs;
-}
-
-// The file's settings and the suite's, without a word about a file that cannot be read: completion asks for
-// this.
-Settings SettingsToList(const Arguments& arguments, const KnownSections& known) {
-  constexpr auto kNow = std::chrono::seconds(0);
-  try {
-    return Settings(ReadConfiguration(arguments.configurationFile, kNow).tree, known,
-                    arguments.suppliesDefaults);
-  } catch (const Failure&) {
-    return Settings(Plist::dictionary(), known, arguments.suppliesDefaults);
-  }
-}
-
-ExitStatus List(const Arguments& arguments) {
-  RequireOperands(arguments, 0, 2, "list [SECTION [KEY]]");
-  const KnownSections known(arguments.daemonSection);
-  const Settings settings = SettingsToList(arguments, known);
-  const std::string_view section = arguments.operands.empty() ? "" : std::string_view(arguments.operands[0]);
   std::vector<std::string> names;
-  if (arguments.operands.size() == 2) {
-    names = WordsFor(known, section, arguments.operands[1]);
-  } else {
-    names = NamesOf(arguments.operands.empty() ? settings.tree() : settings.tree().objectForKey(section));
-  }
-  const Plist list = Plist::array();
-  for (const std::string& name : names) list.addObject(name);
-  Print(NamesReport(list, arguments.form));
-  return ExitStatus::Done;
+  for (const Command& one : kCommands) names.emplace_back(one.name);
+  const auto meant = ClosestName(name, names);
+  throw Failure(ExitStatus::Usage, what + (meant ? "; did you mean " + *meant + "?" : ""),
+                "\"zkaconfig --help\" lists the commands.");
 }
-
-struct Command {
-  std::string_view name;
-  ExitStatus (*run)(const Arguments& arguments);
-};
-
-constexpr Command kCommands[] = {{"show", Show},   {"get", Get},   {"set", Set},
-                                 {"apply", Apply}, {"diff", Diff}, {"list", List}};
 
 }  // namespace
 
+std::span<const Command> Commands() {
+  return kCommands;
+}
+
+const Command* CommandNamed(std::string_view name) noexcept {
+  const auto found = std::ranges::find(kCommands, name, &Command::name);
+  return found == std::end(kCommands) ? nullptr : found;
+}
+
 ExitStatus RunCommand(const Arguments& arguments) {
-  const auto command = std::ranges::find(kCommands, std::string_view(arguments.command), &Command::name);
-  if (command != std::end(kCommands)) return command->run(arguments);
-  std::vector<std::string> names;
-  for (const Command& one : kCommands) names.emplace_back(one.name);
-  const auto meant = ClosestName(arguments.command, names);
-  throw Failure(ExitStatus::Usage,
-                "there is no command \"" + Printable(arguments.command) + "\"" +
-                    (meant ? "; did you mean " + *meant + "?" : ""),
-                "\"zkaconfig --help\" lists the commands.");
+  const Command* command = CommandNamed(arguments.command);
+  if (command == nullptr) RaiseUnknownCommand(arguments.command);
+  const std::string name = "\"" + arguments.command + "\"";
+  const std::size_t count = arguments.operands.size();
+  if (count < command->minimum || count > command->maximum) {
+    throw Failure(ExitStatus::Usage,
+                  name + (count < command->minimum ? " needs " : " takes ") + command->needs,
+                  "Usage: zkaconfig " + arguments.command + " " + command->operands);
+  }
+  if (arguments.form == OutputForm::Null && !command->writesNull)
+    throw Failure(ExitStatus::Usage, name + " has no output for --null",
+                  "--json and --plist are for programs too.");
+  if (arguments.fallback && command->run != RunGet)
+    throw Failure(ExitStatus::Usage, "--default is for \"get\" alone, not for " + name);
+  return command->run(arguments);
 }
 
 }  // namespace zekara

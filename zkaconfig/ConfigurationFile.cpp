@@ -25,16 +25,21 @@ using Clock = std::chrono::steady_clock;
   throw Failure(ExitStatus::Unreadable, "cannot read " + path + ": " + why, advice);
 }
 
-std::string ReadAll(Descriptor descriptor, const std::string& path) {
-  const auto file = NSFileHandle::handleOwning(std::move(descriptor));
+std::string ReadAll(NSFileHandle& file, const std::string& name) {
   try {
-    return file->readDataToEndOfFile();
+    return file.readDataToEndOfFile();
   } catch (const NSException& exception) {
-    RaiseUnreadable(path, exception.reason());
+    throw Failure(ExitStatus::Unreadable, name + ": " + exception.reason());
   }
 }
 
-// Asks again and again: a lock that is waited for knows no time limit.
+// Raises Failure with the reason of a failed open.
+[[noreturn]] void RaiseUnopened(const std::string& path, int error) {
+  RaiseUnreadable(path, std::strerror(error),
+                  error == EACCES ? "Your account may not read it; \"ls -l\" shows who may." : "");
+}
+
+// Polls, because flock() itself has no time limit.
 void WaitForSharedLock(const Descriptor& file, const std::string& path, std::chrono::seconds limit) {
   constexpr auto kPause = std::chrono::milliseconds(20);
   const Clock::time_point deadline = Clock::now() + limit;
@@ -51,10 +56,10 @@ void WaitForSharedLock(const Descriptor& file, const std::string& path, std::chr
 }  // namespace
 
 std::string ReadInput(const std::string& path) {
-  if (path == "-") return NSFileHandle::fileHandleWithStandardInput()->readDataToEndOfFile();
+  if (path == "-") return ReadAll(*NSFileHandle::fileHandleWithStandardInput(), "standard input");
   Descriptor file = OpenAt(AT_FDCWD, path.c_str(), O_RDONLY);
-  if (!file.isOpen()) RaiseUnreadable(path, std::strerror(errno));
-  return ReadAll(std::move(file), path);
+  if (!file.isOpen()) RaiseUnopened(path, errno);
+  return ReadAll(*NSFileHandle::handleOwning(std::move(file)), path);
 }
 
 Configuration ReadConfiguration(const std::string& path, std::optional<std::chrono::seconds> lockLimit) {
@@ -62,13 +67,13 @@ Configuration ReadConfiguration(const std::string& path, std::optional<std::chro
   Descriptor file = OpenAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK);
   if (!file.isOpen()) {
     if (errno == ENOENT) return configuration;
-    RaiseUnreadable(path, std::strerror(errno));
+    RaiseUnopened(path, errno);
   }
   struct stat attributes = {};
   if (fstat(file.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode))
-    RaiseUnreadable(path, "it is no regular file");
+    RaiseUnreadable(path, "it is not a regular file");
   if (lockLimit) WaitForSharedLock(file, path, *lockLimit);
-  const std::string bytes = ReadAll(std::move(file), path);
+  const std::string bytes = ReadAll(*NSFileHandle::handleOwning(std::move(file)), path);
   configuration.exists = true;
   configuration.tree = ParseIni(bytes, path);
   const std::size_t foreign = FindForeignByte(bytes);
@@ -87,8 +92,8 @@ Plist ParseIni(const std::string& bytes, const std::string& name) {
   } catch (const NSException& exception) {
     const bool isSyntax = exception.name() == "ini-syntax";
     throw Failure(ExitStatus::Unreadable,
-                  name + " is no INI file on or just after line " + std::to_string(parser.line()) + ": " +
-                      (isSyntax ? exception.reason() : "a value stands outside of every section"),
+                  name + " is not an INI file on or just after line " + std::to_string(parser.line()) + ": " +
+                      (isSyntax ? exception.reason() : "a value is outside of every section"),
                   "Values with any of [ ] = , ; # need double quotes, and every key needs \"=\".");
   }
 }

@@ -12,7 +12,56 @@
 namespace zekara {
 namespace {
 
-// How many letters must be put in, taken out or replaced to make one text the other.
+constexpr SettingWord kActionWords[] = {{"Cure", "cures the object"},
+                                        {"Delete", "deletes the object"},
+                                        {"Ignore", "leaves the object alone"},
+                                        {"Quarantine", "moves the object to the quarantine"},
+                                        {"Report", "reports the object and leaves it alone"}};
+constexpr SettingWord kBooleanWords[] = {{"Yes", "on"}, {"No", "off"}};
+
+struct Summary {
+  const SectionDefault* table;
+  std::string_view key;
+  const char* text;
+};
+
+// Says no more than the suite lays down: units and words that the daemons choose are theirs.
+constexpr Summary kSummaries[] = {
+    {g_filed_defaults, "IsActive", "Switches the file monitor on or off."},
+    {g_filed_defaults, "FileTimeout", "Limits the time for one file; the file monitor chooses the unit."},
+    {g_filed_defaults, "SkipArchives", "Leaves archives unexamined."},
+    {g_filed_defaults, "ExcludedPaths", "Lists the paths that the file monitor leaves alone."},
+    {g_filed_defaults, "InfectedFiles", "What is done with infected files."},
+    {g_filed_defaults, "IncurableFiles", "What is done with infected files that cannot be cured."},
+    {g_filed_defaults, "SuspiciousFiles", "What is done with suspicious files."},
+    {g_filed_defaults, "ActionAdware", "What is done with adware."},
+    {g_filed_defaults, "ActionDialers", "What is done with dialers."},
+    {g_filed_defaults, "ActionJokes", "What is done with joke programs."},
+    {g_filed_defaults, "ActionRiskware", "What is done with riskware."},
+    {g_filed_defaults, "ActionHacktools", "What is done with hacking tools."},
+    {g_updated_defaults, "Mode", "Selects how updates are started; the updater chooses the words."},
+    {g_updated_defaults, "Interval", "The time between two updates; the updater chooses the unit."},
+    {g_daemon_defaults, "RunForeground", "Keeps the daemon in the foreground."},
+    {g_daemon_defaults, "User", "The account under which the daemon runs."},
+    {g_daemon_defaults, "MaxChildren", "The largest number of child processes."},
+    {g_daemon_defaults, "HeuristicAnalysis", "Switches heuristic analysis on or off (Yes or No)."},
+    {g_daemon_defaults, "PreFork", "Starts child processes in advance (Yes or No)."},
+    {g_daemon_defaults, "LogFileName", "The path of the log file."},
+    {g_daemon_defaults, "OutputMode", "Selects how much is written; the daemon chooses the words."},
+    {g_daemon_defaults, "LogScanned", "Logs every scanned object (Yes or No)."},
+    {g_daemon_defaults, "PidFile", "The path of the file that holds the daemon's process ID."},
+    {g_daemon_defaults, "Socket", "The path of the daemon's socket."},
+    {g_daemon_defaults, "EnginePath", "The path of the scanning engine."},
+    {g_daemon_defaults, "VirusBase", "Lists the patterns of the virus databases' paths."},
+};
+
+const char* SummaryOf(const SectionDefault* table, std::string_view key) noexcept {
+  const auto found = std::ranges::find_if(
+      kSummaries, [&](const Summary& one) { return one.table == table && one.key == key; });
+  return found == std::end(kSummaries) ? "" : found->text;
+}
+
+// The number of letters that must be inserted, deleted or replaced to turn one text into the other.
 std::size_t EditDistance(std::string_view left, std::string_view right) {
   std::vector<std::size_t> row(right.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -30,18 +79,26 @@ std::size_t EditDistance(std::string_view left, std::string_view right) {
 }  // namespace
 
 KnownSections::KnownSections(const std::string& daemonSection)
-    : sections_{{kFileMonitorSection, g_filed_defaults}, {kUpdaterSection, g_updated_defaults}} {
+    : sections_{{kFileMonitorSection, g_filed_defaults, "the file monitor, FileD",
+                 "by SIGHUP, after each request that names the section"},
+                {kUpdaterSection, g_updated_defaults, "the updater, UpdateD",
+                 "by SIGHUP, after each change in the section"}} {
   if (daemonSection.empty()) return;
   if (defaultsOf(daemonSection) != nullptr) {
     throw Failure(ExitStatus::Usage, "section " + daemonSection + " is not the scanning daemon's",
                   "--daemon-section names the section that the scanning daemon reads.");
   }
-  sections_.push_back({daemonSection, g_daemon_defaults});
+  sections_.push_back({daemonSection, g_daemon_defaults, "the scanning daemon", nullptr});
+}
+
+const KnownSections::Section* KnownSections::sectionNamed(std::string_view section) const noexcept {
+  const auto found = std::ranges::find(sections_, section, &Section::name);
+  return found == sections_.end() ? nullptr : &*found;
 }
 
 const SectionDefault* KnownSections::defaultsOf(std::string_view section) const noexcept {
-  const auto found = std::ranges::find(sections_, section, &Section::name);
-  return found == sections_.end() ? nullptr : found->defaults;
+  const Section* found = sectionNamed(section);
+  return found == nullptr ? nullptr : found->defaults;
 }
 
 const SectionDefault* KnownSections::rowOf(std::string_view section, std::string_view key) const noexcept {
@@ -51,6 +108,26 @@ const SectionDefault* KnownSections::rowOf(std::string_view section, std::string
     if (row->key == key) return row;
   }
   return nullptr;
+}
+
+std::optional<KnownSetting> KnownSections::settingOf(std::string_view section,
+                                                     std::string_view key) const noexcept {
+  const SectionDefault* row = rowOf(section, key);
+  if (row == nullptr) return std::nullopt;
+  KnownSetting setting{row, SummaryOf(defaultsOf(section), key), {}};
+  if (row->type == DefaultTypeBoolean) setting.words = kBooleanWords;
+  if (IsActionKey(section, key)) setting.words = kActionWords;
+  return setting;
+}
+
+std::vector<std::string> KnownSections::sectionNames() const {
+  std::vector<std::string> names;
+  for (const Section& section : sections_) names.push_back(section.name);
+  return names;
+}
+
+std::span<const SettingWord> ActionWords() noexcept {
+  return kActionWords;
 }
 
 Plist ActionKeys() {
@@ -70,10 +147,18 @@ bool IsActionKey(std::string_view section, std::string_view key) {
 
 std::vector<std::string> WordsFor(const KnownSections& known, std::string_view section,
                                   std::string_view key) {
-  if (IsActionKey(section, key)) return {std::begin(kActionWords), std::end(kActionWords)};
-  const SectionDefault* row = known.rowOf(section, key);
-  if (row != nullptr && row->type == DefaultTypeBoolean) return {"Yes", "No"};
-  return {};
+  std::vector<std::string> words;
+  if (const auto setting = known.settingOf(section, key)) {
+    for (const SettingWord& one : setting->words) words.emplace_back(one.word);
+  }
+  return words;
+}
+
+Plist DefaultOf(const SectionDefault& row) {
+  const SectionDefault table[] = {row, {nullptr, 0, nullptr}};
+  const Plist tree = Plist::dictionary();
+  PlistSupplementDefaults(tree, "", table);
+  return tree.objectForKey("").objectForKey(row.key);
 }
 
 std::optional<std::string> ClosestName(std::string_view name, const std::vector<std::string>& candidates) {

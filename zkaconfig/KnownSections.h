@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,41 +12,67 @@
 
 namespace zekara {
 
-// The sections for which the suite has defaults.
+// A word that a setting may hold, and its meaning.
+struct SettingWord {
+  const char* word;
+  const char* meaning;
+};
+
+// What the suite knows of one key. Type and default are the library's; see SectionDefault.
+struct KnownSetting {
+  const SectionDefault* row;
+  const char* summary;                 // one line
+  std::span<const SettingWord> words;  // empty if the setting may hold any word
+};
+
+// The sections for which the suite has defaults. This is the one source of what "describe" tells, of the
+// checks of new values and of completion.
 class KnownSections {
  public:
   struct Section {
     std::string name;
     const SectionDefault* defaults;
+    const char* reader;    // the daemon that reads the section
+    const char* notified;  // how the daemon learns of a change, as a clause; null if nothing tells it
   };
 
-  // `daemonSection` is the name of the scanning daemon's section, which the suite leaves open; empty when it
-  // is not known. Raises Failure (Usage) when it is another daemon's.
+  // `daemonSection` is the name of the scanning daemon's section, which the suite leaves open; empty if it is
+  // not known. Raises Failure (Usage) if it is the name of another daemon's section.
   explicit KnownSections(const std::string& daemonSection = {});
 
   const std::vector<Section>& sections() const noexcept { return sections_; }
-  // The section's table; null when there is none.
+  // Null if the section is unknown. The pointer lives as long as this object.
+  const Section* sectionNamed(std::string_view section) const noexcept;
+  // The section's table of defaults; null if the section is unknown.
   const SectionDefault* defaultsOf(std::string_view section) const noexcept;
-  // The table's row for the key; null when there is none.
+  // The table's row for the key; null if there is none.
   const SectionDefault* rowOf(std::string_view section, std::string_view key) const noexcept;
+  // Nothing if section or key is unknown.
+  std::optional<KnownSetting> settingOf(std::string_view section, std::string_view key) const noexcept;
+
+  std::vector<std::string> sectionNames() const;
 
  private:
   std::vector<Section> sections_;
 };
 
-// The words for what is done with an object that was found.
-inline constexpr const char* kActionWords[] = {"Cure", "Delete", "Ignore", "Quarantine", "Report"};
+// The words for what the file monitor does with an object that it has found.
+std::span<const SettingWord> ActionWords() noexcept;
 
 // The keys of the file monitor's section that hold actions, as an array.
 Plist ActionKeys();
 bool IsActionKey(std::string_view section, std::string_view key);
 
-// The words that the value under a key may be; empty where it may be anything.
+// The words that the key may hold; empty if it may hold anything.
 std::vector<std::string> WordsFor(const KnownSections& known, std::string_view section, std::string_view key);
 
-// The candidate that `name` was most probably meant to be: other letter case, or at most two letters wrong.
+// The default of a row, in the form in which the file holds it.
+Plist DefaultOf(const SectionDefault& row);
+
+// The candidate that `name` was most probably meant to be: it differs in letter case alone, or in at most two
+// letters. Nothing if there is none.
 std::optional<std::string> ClosestName(std::string_view name, const std::vector<std::string>& candidates);
-// The keys of a table.
+// The keys of a table of defaults; none for null.
 std::vector<std::string> KeysOf(const SectionDefault* defaults);
 
 }  // namespace zekara

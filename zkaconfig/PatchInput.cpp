@@ -12,12 +12,24 @@
 #include "Zekara4MacLibrary/ZKAIniParser.h"
 #include "zkaconfig/ConfigurationFile.h"
 #include "zkaconfig/Failure.h"
+#include "zkaconfig/Json.h"
 #include "zkaconfig/Text.h"
 
 namespace zekara {
 namespace {
 
-// The document makes lists of repeated keys as it does when a file is read.
+// Calls `take` for each part of `text` between commas; with `keepsStrings`, for the whole text.
+template <class Take>
+void SplitAtCommas(std::string_view text, bool keepsStrings, Take take) {
+  for (;;) {
+    const std::size_t comma = keepsStrings ? std::string_view::npos : text.find(',');
+    take(text.substr(0, comma));
+    if (comma == std::string_view::npos) return;
+    text.remove_prefix(comma + 1);
+  }
+}
+
+// The document makes lists of repeated keys, as it does when a file is read.
 void AddSetting(ZKAIniData& patch, const std::string& section, std::string_view word, bool keepsStrings) {
   const std::size_t equals = word.find('=');
   const std::string_view key = word.substr(0, equals);
@@ -25,21 +37,16 @@ void AddSetting(ZKAIniData& patch, const std::string& section, std::string_view 
     throw Failure(ExitStatus::Usage, "\"" + Printable(word) + "\" has no key",
                   "Settings are given as KEY=VALUE.");
   }
-  std::string_view rest = word.substr(equals + 1);
-  for (;;) {
-    const std::size_t comma = keepsStrings ? std::string_view::npos : rest.find(',');
-    patch.addObject_forKey_inSection(rest.substr(0, comma), key, section);
-    if (comma == std::string_view::npos) return;
-    rest.remove_prefix(comma + 1);
-  }
+  SplitAtCommas(word.substr(equals + 1), keepsStrings,
+                [&](std::string_view value) { patch.addObject_forKey_inSection(value, key, section); });
 }
 
 bool AreDigits(std::string_view text) {
   return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// The number that a text of digits stands for, any other value itself. A number beyond the file's range is
-// found out when the value is read back.
+// Returns the number that a text of digits denotes, and any other value itself. Reading the value back
+// detects a number beyond the file's range.
 Plist Numeric(const Plist& value) {
   if (!value.isString() || !AreDigits(value.string())) return value;
   const std::string_view digits = value.string();
@@ -48,15 +55,8 @@ Plist Numeric(const Plist& value) {
   return error == std::errc() ? Plist(number) : value;
 }
 
-Plist FileForm(const Plist& value, bool keepsStrings) {
-  if (!value.isArray()) return keepsStrings ? value : Numeric(value);
-  if (value.count() == 1) return FileForm(value.elements()[0], keepsStrings);
-  Plist list = Plist::array();
-  for (const Plist& element : value.elements()) list.addObject(keepsStrings ? element : Numeric(element));
-  return list;
-}
-
-// What a person may call yes or no; nil for anything else. Numbers need no word.
+// Returns the boolean that a person's word for yes or no means, and nil for every other value. Numbers are
+// converted elsewhere.
 Plist TruthOf(const Plist& value) {
   if (!value.isString()) return {};
   const std::string word(value.string());
@@ -77,9 +77,9 @@ void SpellBooleans(const Plist& section, const SectionDefault* defaults) {
   SectionBooleansToStrings(section, defaults);
 }
 
-// The proper spelling of an action, also for its code; the value itself when it is none.
+// Returns the proper spelling of an action that is given as a word or as a code, and any other value itself.
 Plist ActionWord(const Plist& value) {
-  for (const char* word : kActionWords) {
+  for (const auto& [word, meaning] : ActionWords()) {
     const std::int32_t code = string2action(word);
     const bool isWord = value.isString() && string2action(std::string(value.string()).c_str()) == code;
     if (isWord || (value.isNumber() && value == Plist(code))) return word;
@@ -106,7 +106,7 @@ std::string Joined(const std::vector<std::string>& words) {
   return text;
 }
 
-// What is wrong with a text that is to stand in the file; empty when nothing is.
+// What is wrong with a text that is to be written to the file; empty if nothing is.
 std::string ProblemOfText(std::string_view text) {
   const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
   if (text.find('"') != std::string_view::npos) return "holds a double quote, which would end the value";
@@ -120,7 +120,7 @@ std::string ProblemOfText(std::string_view text) {
 }
 
 std::string ProblemOfElements(const Plist& list) {
-  if (list.count() == 0) return "is an empty list, which would take the next key's line with it";
+  if (list.count() == 0) return "is an empty list: the file would give it the next line as its value";
   for (const Plist& element : list.elements()) {
     if (element.isString() && element.string().empty())
       return "holds an empty list element, which the file cannot hold";
@@ -130,7 +130,7 @@ std::string ProblemOfElements(const Plist& list) {
   return {};
 }
 
-// Reads one setting back as the next reader of the file would; nil when it cannot be read.
+// Reads one setting back as the next reader of the file would; nil if that fails.
 Plist ReadBack(const Plist& value, const Plist& key, const Plist& section) {
   try {
     const auto written = ZKAIniData::init();
@@ -143,7 +143,7 @@ Plist ReadBack(const Plist& value, const Plist& key, const Plist& section) {
   }
 }
 
-// What the suite knows of the key speaks against the value; empty when nothing does.
+// What the suite knows of the key and the value contradicts; empty if the value fits.
 std::string ProblemOfMeaning(const KnownSections& known, std::string_view section, std::string_view key,
                              const Plist& value) {
   const std::vector<std::string> words = WordsFor(known, section, key);
@@ -162,12 +162,13 @@ std::string ProblemOfMeaning(const KnownSections& known, std::string_view sectio
 
 class Review {
  public:
-  Review(const KnownSections& known, bool keepsStrings) : known_(known), keepsStrings_(keepsStrings) {}
+  Review(const Plist& file, const KnownSections& known, bool keepsStrings)
+      : file_(file), known_(known), keepsStrings_(keepsStrings) {}
 
   void addSection(const Plist& name, const Plist& given) {
     if (!given.isDictionary()) {
       throw Failure(ExitStatus::Usage,
-                    "section " + Printable(name.description()) + " is no dictionary of settings",
+                    "section " + Printable(name.description()) + " is not a dictionary of settings",
                     "Sent as it is, it would empty the configuration file.");
     }
     const Plist section = Plist::dictionary();
@@ -184,6 +185,11 @@ class Review {
 
  private:
   void check(const Plist& value, const Plist& key, const Plist& section) {
+    if (section.isEqualToString("") || key.isEqualToString("")) {
+      result_.problems.emplace_back(section.isEqualToString("") ? "a section needs a name"
+                                                                : "a key needs a name");
+      return;
+    }
     const std::string label = Printable(section.description()) + ": " + Printable(key.description()) + " ";
     std::string problem = value.isArray() ? ProblemOfElements(value) : "";
     if (value.isString()) problem = ProblemOfText(value.string());
@@ -198,7 +204,7 @@ class Review {
     const Plist read = ReadBack(value, key, section);
     if (read == value) return {};
     if (read.isNil())
-      return "cannot be written: the file could not be read any more, or would hold another setting";
+      return "cannot be written: its name would make the file unreadable, or would be read as another";
     if (keepsStrings_ && FileForm(value, false) == read) {
       result_.warnings.push_back(label + "is sent as text, but the file gives digits back as a number");
       return {};
@@ -209,38 +215,88 @@ class Review {
   void noteKey(const Plist& key, const Plist& section) {
     const SectionDefault* defaults = known_.defaultsOf(section.string());
     if (defaults == nullptr || known_.rowOf(section.string(), key.string()) != nullptr) return;
-    const auto meant = ClosestName(key.string(), KeysOf(defaults));
-    result_.warnings.push_back("section " + std::string(section.string()) + " has no setting \"" +
-                               Printable(key.string()) + "\" that the suite is known to read" +
-                               (meant ? "; did you mean " + *meant + "?" : ""));
+    const bool isInFile = !file_.objectForKey(section).objectForKey(key).isNil();
+    note("section " + std::string(section.string()) + " has no setting \"" + Printable(key.string()) +
+             "\" that the suite is known to read",
+         ClosestName(key.string(), KeysOf(defaults)), isInFile);
   }
 
   void noteSection(const Plist& name, const Plist& section) {
-    if (section.count() == 0) {
-      result_.warnings.push_back("section " + Printable(name.string()) +
-                                 " is left out, as it holds no settings");
-    }
+    const std::string shown = Printable(name.string());
+    if (section.count() == 0)
+      result_.warnings.push_back("section " + shown + " is left out, as it holds no settings");
     if (known_.defaultsOf(name.string()) != nullptr) return;
-    std::vector<std::string> names;
-    for (const auto& one : known_.sections()) names.push_back(one.name);
-    if (const auto meant = ClosestName(name.string(), names)) {
-      result_.warnings.push_back("section " + Printable(name.string()) + " is unknown; did you mean " +
-                                 *meant + "?");
-    }
+    const auto meant = ClosestName(name.string(), known_.sectionNames());
+    if (meant) note("section " + shown + " is unknown", meant, !file_.objectForKey(name).isNil());
   }
 
+  // A name that was probably misspelt is a problem, because the tool could never remove it again.
+  void note(std::string what, const std::optional<std::string>& meant, bool isInFile) {
+    if (meant) what += "; did you mean " + *meant + "?";
+    (meant && !isInFile ? result_.problems : result_.warnings).push_back(std::move(what));
+  }
+
+  const Plist& file_;
   const KnownSections& known_;
   const bool keepsStrings_;
   ReviewedPatch result_;
 };
 
-bool LooksLikeXml(std::string_view bytes) {
+// The first character that is neither a byte order mark nor white space; NUL if there is none. It tells the
+// three formats apart, because an INI file cannot begin with "<" or "{".
+char FirstCharacter(std::string_view bytes) {
   if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
   const std::size_t first = bytes.find_first_not_of(" \t\r\n");
-  return first != std::string_view::npos && bytes[first] == '<';
+  return first == std::string_view::npos ? '\0' : bytes[first];
+}
+
+Plist PatchFromPropertyList(const std::string& bytes, const std::string& name) {
+  std::string error;
+  Plist patch = NSPropertyListSerialization::propertyListFromData(bytes, error);
+  if (patch.isNil()) throw Failure(ExitStatus::Unreadable, name + " is not a property list: " + error);
+  if (patch.isDictionary()) return patch;
+  throw Failure(ExitStatus::Unreadable,
+                name + " holds " + patch.kindName() + " instead of a dictionary of sections");
+}
+
+// Returns true if the setting with its "value" and "default" need not be sent.
+bool IsInForce(const Plist& shown, const Settings& settings, const Plist& section, const Plist& key) {
+  const Plist inForce = settings.tree().objectForKey(section).objectForKey(key);
+  if (inForce.isNil()) return shown.objectForKey("default") == Plist(true);
+  return shown.objectForKey("value") == inForce || shown.objectForKey("value") == ActionCode(inForce);
+}
+
+Plist SectionFromShown(const Plist& name, const Plist& section, const Settings& settings) {
+  const Plist patch = Plist::dictionary();
+  for (const auto& [key, value] : section.entries()) {
+    const Plist shown = value.isDictionary() ? value.objectForKey("value") : Plist();
+    if (shown.isNil()) {
+      patch.setObject_forKey(value, key);
+    } else if (!IsInForce(value, settings, name, key)) {
+      patch.setObject_forKey(shown, key);
+    }
+  }
+  return patch;
 }
 
 }  // namespace
+
+Plist FileForm(const Plist& value, bool keepsStrings) {
+  if (!value.isArray()) return keepsStrings ? value : Numeric(value);
+  if (value.count() == 1) return FileForm(value.elements()[0], keepsStrings);
+  Plist list = Plist::array();
+  for (const Plist& element : value.elements()) list.addObject(keepsStrings ? element : Numeric(element));
+  return list;
+}
+
+Plist ElementsFromWords(std::span<const std::string> texts, bool keepsStrings) {
+  const Plist elements = Plist::array();
+  for (const std::string& text : texts) {
+    SplitAtCommas(text, keepsStrings,
+                  [&](std::string_view one) { elements.addObject(FileForm(one, keepsStrings)); });
+  }
+  return elements;
+}
 
 Plist PatchFromWords(std::span<const std::string> words, bool keepsStrings) {
   const auto patch = ZKAIniData::init();
@@ -248,7 +304,8 @@ Plist PatchFromWords(std::span<const std::string> words, bool keepsStrings) {
   bool isSectionUsed = true;
   for (const std::string& word : words) {
     if (word.find('=') != std::string::npos) {
-      if (section == nullptr) throw Failure(ExitStatus::Usage, "no section stands before " + Printable(word));
+      if (section == nullptr)
+        throw Failure(ExitStatus::Usage, "the section of " + Printable(word) + " is missing");
       AddSetting(*patch, *section, word, keepsStrings);
       isSectionUsed = true;
       continue;
@@ -267,14 +324,9 @@ Plist PatchFromWords(std::span<const std::string> words, bool keepsStrings) {
 }
 
 Plist PatchFromFile(const std::string& bytes, const std::string& name) {
-  if (LooksLikeXml(bytes)) {
-    std::string error;
-    Plist patch = NSPropertyListSerialization::propertyListFromData(bytes, error);
-    if (patch.isNil()) throw Failure(ExitStatus::Unreadable, name + " is no property list: " + error);
-    if (patch.isDictionary()) return patch;
-    throw Failure(ExitStatus::Unreadable,
-                  name + " holds " + patch.kindName() + " instead of a dictionary of sections");
-  }
+  const char first = FirstCharacter(bytes);
+  if (first == '<') return PatchFromPropertyList(bytes, name);
+  if (first == '{') return PlistFromJson(bytes, name);
   const std::size_t foreign = FindForeignByte(bytes);
   if (foreign != std::string::npos) {
     throw Failure(
@@ -282,12 +334,23 @@ Plist PatchFromFile(const std::string& bytes, const std::string& name) {
         name + " holds a byte on line " + std::to_string(LineAt(bytes, foreign)) + " that is not 7-bit ASCII",
         "Reading an INI file would end there, so no part of this one is used.");
   }
-  // The reader never takes the last byte of its input, and a value needs a line end behind it.
+  // The parser never reads the last byte of its input, and a value needs a line end after it.
   return ParseIni(bytes + "\n\n", name);
 }
 
-ReviewedPatch ReviewPatch(const Plist& patch, const KnownSections& known, bool keepsStrings) {
-  Review review(known, keepsStrings);
+Plist PatchFromShown(const Plist& tree, const Settings& settings) {
+  const Plist patch = Plist::dictionary();
+  for (const auto& [name, section] : tree.entries()) {
+    const bool hasSettings = section.isDictionary() && section.count() > 0;
+    const Plist given = hasSettings ? SectionFromShown(name, section, settings) : section;
+    if (!hasSettings || given.count() > 0) patch.setObject_forKey(given, name);
+  }
+  return patch;
+}
+
+ReviewedPatch ReviewPatch(const Plist& patch, const Plist& file, const KnownSections& known,
+                          bool keepsStrings) {
+  Review review(file, known, keepsStrings);
   for (const auto& [name, section] : patch.entries()) review.addSection(name, section);
   return std::move(review).result();
 }

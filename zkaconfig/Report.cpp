@@ -18,6 +18,21 @@ std::string ProgramText(const Plist& value, OutputForm form) {
   return text;
 }
 
+constexpr char kEnd = '\0';
+
+// An array's elements, and any other value as an array of one element.
+Plist Elements(const Plist& value) {
+  return value.isArray() ? value : Plist::array({value});
+}
+
+// Each element after `label`, as it is, and terminated.
+std::string NullText(const std::string& label, const Plist& value) {
+  std::string text;
+  const Plist list = Elements(value);
+  for (const Plist& element : list.elements()) text += label + element.description() + kEnd;
+  return text;
+}
+
 std::string Header(const Plist& section) {
   return std::string("[").append(Printable(section.description())).append("]\n");
 }
@@ -45,7 +60,7 @@ std::string SectionText(const Settings& settings, const Plist& section) {
   return text + "\n";
 }
 
-// Old and new value of each key; a key that was unset has no old one.
+// The old and the new value of each key. A key that was unset has no old value.
 Plist Changes(const Plist& old, const Plist& difference) {
   Plist changes = Plist::dictionary();
   for (const auto& [name, section] : difference.entries()) {
@@ -62,33 +77,122 @@ Plist Changes(const Plist& old, const Plist& difference) {
   return changes;
 }
 
+const char* TypeName(const KnownSetting& setting) {
+  if (setting.row->type == DefaultTypeBoolean) return "boolean";
+  if (setting.row->type == DefaultTypeNumber) return "number";
+  if (setting.row->type == DefaultTypeList) return "list";
+  return setting.words.empty() ? "text" : "action";
+}
+
+Plist WordsDescription(const KnownSetting& setting) {
+  const Plist words = Plist::dictionary();
+  for (const auto& [word, meaning] : setting.words) words.setObject_forKey(meaning, word);
+  return words;
+}
+
+Plist SettingDescription(const KnownSetting& setting) {
+  const Plist usual = DefaultOf(*setting.row);
+  const bool isBoolean = setting.row->type == DefaultTypeBoolean;
+  const Plist described =
+      Plist::dictionary({{"type", TypeName(setting)},
+                         {"default", isBoolean ? Plist(usual.isEqualToString("Yes")) : usual},
+                         {"summary", setting.summary}});
+  if (!setting.words.empty()) described.setObject_forKey(WordsDescription(setting), "words");
+  return described;
+}
+
+Plist SectionDescription(const KnownSections& known, const KnownSections::Section& section,
+                         const std::string& key) {
+  const Plist settings = Plist::dictionary();
+  for (const std::string& one : KeysOf(section.defaults)) {
+    if (key.empty() || one == key)
+      settings.setObject_forKey(SettingDescription(*known.settingOf(section.name, one)), one);
+  }
+  return Plist::dictionary(
+      {{"reader", section.reader}, {"notified", section.notified != nullptr}, {"settings", settings}});
+}
+
+// "NAME = VALUE" without the name.
+std::string ValueText(const Plist& value) {
+  constexpr std::string_view kName = "x = ";
+  return Printable(SettingLine("x", value).substr(kName.size()));
+}
+
+std::string SettingText(const std::string& key, const KnownSetting& setting) {
+  std::string text = key + ": " + setting.summary + "\n\n";
+  text.append("  Type:     ").append(TypeName(setting)).append("\n");
+  text += "  Default:  " + ValueText(DefaultOf(*setting.row)) + "\n";
+  for (std::string label = "  Words:    "; const auto& [word, meaning] : setting.words) {
+    std::string line = label + word;
+    line.resize(label.size() + 12, ' ');
+    text += line + meaning + "\n";
+    label.assign(label.size(), ' ');
+  }
+  return text;
+}
+
+std::string SettingRow(const std::string& key, const KnownSetting& setting) {
+  return Printable(SettingLine(key, DefaultOf(*setting.row))) + "\n    " + TypeName(setting) + ": " +
+         setting.summary + "\n";
+}
+
+std::string DescriptionText(const KnownSections& known, const KnownSections::Section& section,
+                            const std::string& key) {
+  std::string text = Header(section.name) + "Read by " + section.reader + "; ";
+  text += section.notified == nullptr ? "the tool tells it nothing of a change."
+                                      : std::string("told of a change ") + section.notified + ".";
+  text += "\n\n";
+  if (!key.empty()) return text + SettingText(key, *known.settingOf(section.name, key));
+  for (const std::string& one : KeysOf(section.defaults))
+    text += SettingRow(one, *known.settingOf(section.name, one));
+  return text;
+}
+
 }  // namespace
 
 std::string SettingsReport(const Settings& settings, const Plist& section, OutputForm form) {
   const Plist described = Plist::dictionary();
   std::string text;
-  for (const auto& [name, ignored] : settings.tree().entries()) {
+  for (const auto& [name, values] : settings.tree().entries()) {
     if (!section.isNil() && !(name == section)) continue;
     if (form == OutputForm::People) {
       text += SectionText(settings, name);
+    } else if (form == OutputForm::Null) {
+      for (const auto& [key, value] : values.entries())
+        text += NullText(name.description() + "\n" + key.description() + "\n", value);
     } else {
       described.setObject_forKey(WithOrigin(settings, name), name);
     }
   }
-  return form == OutputForm::People ? text : ProgramText(described, form);
+  return form == OutputForm::Json || form == OutputForm::Plist ? ProgramText(described, form) : text;
 }
 
-std::string ValueReport(const Settings& settings, const Plist& section, const Plist& key, OutputForm form) {
-  const Plist& value = settings.tree().objectForKey(section).objectForKey(key);
-  if (form != OutputForm::People) {
-    return ProgramText(Plist::dictionary({{"section", section},
-                                          {"key", key},
-                                          {"value", value},
-                                          {"default", settings.isDefault(section, key)}}),
-                       form);
+std::string ValuesReport(const Plist& values, bool isOne, OutputForm form) {
+  if (form == OutputForm::Json || form == OutputForm::Plist)
+    return ProgramText(isOne ? values.elements()[0] : values, form);
+  std::string text;
+  for (const Plist& one : values.elements()) {
+    const Plist key = one.objectForKey("key");
+    const Plist value = one.objectForKey("value");
+    if (form == OutputForm::Null) {
+      text += NullText(isOne ? "" : key.description() + "\n", value);
+    } else {
+      text += isOne ? NamesReport(Elements(value), form) : Printable(SettingLine(key, value)) + "\n";
+    }
   }
-  if (!value.isArray()) return Printable(value.description()) + "\n";
-  return NamesReport(value, form);
+  return text;
+}
+
+std::string DescriptionReport(const KnownSections& known, const std::string& section, const std::string& key,
+                              OutputForm form) {
+  const Plist described = Plist::dictionary();
+  std::string text;
+  for (const auto& one : known.sections()) {
+    if (!section.empty() && one.name != section) continue;
+    described.setObject_forKey(SectionDescription(known, one, key), one.name);
+    text += (text.empty() ? "" : "\n") + DescriptionText(known, one, key);
+  }
+  return form == OutputForm::People ? text : ProgramText(described, form);
 }
 
 std::string DifferenceReport(const Plist& old, const Plist& difference, bool isSent, OutputForm form) {
@@ -108,6 +212,7 @@ std::string DifferenceReport(const Plist& old, const Plist& difference, bool isS
 }
 
 std::string NamesReport(const Plist& names, OutputForm form) {
+  if (form == OutputForm::Null) return NullText("", names);
   if (form != OutputForm::People) return ProgramText(names, form);
   std::string text;
   for (const Plist& name : names.elements()) text += Printable(name.description()) + "\n";

@@ -4,19 +4,30 @@
 
 #include "PortableFoundation/Plist.h"
 #include "zkaconfig/Arguments.h"
+#include "zkaconfig/KnownSections.h"
 #include "zkaconfig/Settings.h"
 
 namespace zekara {
 
-// The texts that the commands write to standard output. zkaconfig(1) tells the shape of each for programs.
+// The texts that the commands write to standard output. zkaconfig(1) documents the shape of each for
+// programs. Only the output for people is made printable; see Printable().
 
-// All settings, or one section's for a section that is not nil.
+// All settings, or those of `section` unless it is nil.
 std::string SettingsReport(const Settings& settings, const Plist& section, OutputForm form);
-// One value; for people a list takes one line an element.
-std::string ValueReport(const Settings& settings, const Plist& section, const Plist& key, OutputForm form);
-// What `difference`, a patch, alters in `old`; `isSent` tells programs whether it has been done.
+
+// Values, an array of dictionaries of "section", "key", "value" and "default". If `isOne` is true, the array
+// has one element, and its value is written without its key.
+std::string ValuesReport(const Plist& values, bool isOne, OutputForm form);
+
+// What the suite knows of all settings, of one section's, or of one; empty texts mean all. For people, one
+// setting is told at length, and several are told with default, type and summary.
+std::string DescriptionReport(const KnownSections& known, const std::string& section, const std::string& key,
+                              OutputForm form);
+
+// What `difference`, a patch, changes in `old`. `isSent` tells programs if the tool has made the change.
 std::string DifferenceReport(const Plist& old, const Plist& difference, bool isSent, OutputForm form);
-// Names, one a line for people.
+
+// Names; for people one on each line.
 std::string NamesReport(const Plist& names, OutputForm form);
 
 }  // namespace zekara

@@ -4,21 +4,18 @@
 #include "Zekara4MacLibrary/ZKAIniData.h"
 
 namespace zekara {
-namespace {
 
 Plist ActionCode(const Plist& value) {
   const std::int32_t code = value.isString() ? string2action(std::string(value.string()).c_str()) : 0;
   return code == 0 ? value : Plist(code);
 }
 
-}  // namespace
-
 Settings::Settings(const Plist& file, const KnownSections& known, bool suppliesDefaults) : known_(known) {
   const auto inForce = ZKAIniData::init();
   inForce->applyPatch(PlistDeepCopy(file));
   if (suppliesDefaults) {
-    for (const auto& [name, defaults] : known.sections())
-      inForce->supplimentDefaults_forSection(defaults, name);
+    for (const auto& section : known.sections())
+      inForce->supplimentDefaults_forSection(section.defaults, section.name);
   }
   tree_ = inForce->asDictionary();
   supplied_ = PlistDeepCopy(PlistDiff(file, tree_));
@@ -29,14 +26,14 @@ bool Settings::isDefault(const Plist& section, const Plist& key) const {
 }
 
 void Settings::spellBooleans() {
-  for (const auto& [name, defaults] : known_.sections())
-    SectionBooleansToStrings(tree_.objectForKey(name), defaults);
+  for (const auto& section : known_.sections())
+    SectionBooleansToStrings(tree_.objectForKey(section.name), section.defaults);
 }
 
 void Settings::typeBooleans() {
   spellBooleans();
-  for (const auto& [name, defaults] : known_.sections())
-    SectionBooleansToNumbers(tree_.objectForKey(name), defaults);
+  for (const auto& section : known_.sections())
+    SectionBooleansToNumbers(tree_.objectForKey(section.name), section.defaults);
 }
 
 void Settings::encodeActions() {

@@ -7,28 +7,31 @@
 
 namespace zekara {
 
+// The code of an action word, such as 2 for "Cure"; any other value itself.
+Plist ActionCode(const Plist& value);
+
 // The settings in force: what the configuration file holds, and the suite's defaults for what it lacks.
 class Settings {
  public:
-  // `file` is the file's section tree; it is neither changed nor kept.
+  // `file` is the file's section tree. It is copied, not kept. `known` must outlive this object.
   Settings(const Plist& file, const KnownSections& known, bool suppliesDefaults);
 
-  // Section by section, the file's first, the keys that come from the tables behind the file's own.
+  // A section tree. The file's sections come first, and in each the file's own keys.
   const Plist& tree() const noexcept { return tree_; }
-  // Whether the value is a default that the file does not hold.
+  // Returns true if the value is a default that the file does not hold.
   bool isDefault(const Plist& section, const Plist& key) const;
 
-  // Booleans as "Yes" and "No", also where the file holds a number.
+  // Converts boolean settings to "Yes" and "No", including those that the file holds as numbers.
   void spellBooleans();
-  // Booleans as booleans; whatever text is not "Yes" is false, as it is to the daemons.
+  // Converts boolean settings to booleans. Every text except "Yes" is false, as it is to the daemons.
   void typeBooleans();
-  // The file monitor's actions as the codes that the suite's programs use. A word that is no action stays.
+  // Converts the file monitor's actions to the codes that the suite's programs use. Other words stay.
   void encodeActions();
 
  private:
   const KnownSections& known_;
   Plist tree_;
-  Plist supplied_;  // the part of tree_ that the file lacks
+  Plist supplied_;  // the part of tree_ that is not in the file
 };
 
 }  // namespace zekara

@@ -24,7 +24,42 @@ void AppendEscaped(std::string& text, char c) {
   text += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xF]};
 }
 
+// Puts each line between the terminal sequence that `sequenceFor` chooses and the one that ends it.
+template <class Choose>
+std::string Highlighted(std::string_view report, Choose sequenceFor) {
+  std::string text;
+  while (!report.empty()) {
+    const std::size_t end = std::min(report.find('\n'), report.size());
+    const std::string_view line = report.substr(0, end);
+    const std::string_view sequence = line.empty() ? "" : sequenceFor(line);
+    text.append(sequence).append(line).append(sequence.empty() ? "" : "\x1b[0m");
+    if (end < report.size()) text += '\n';
+    report.remove_prefix(std::min(end + 1, report.size()));
+  }
+  return text;
+}
+
+constexpr std::string_view kBold = "\x1b[1m";
+constexpr std::string_view kDim = "\x1b[2m";
+constexpr std::string_view kRed = "\x1b[31m";
+constexpr std::string_view kGreen = "\x1b[32m";
+
 }  // namespace
+
+std::string HighlightedSettings(std::string_view report) {
+  return Highlighted(report, [](std::string_view line) -> std::string_view {
+    if (line.front() == '[') return kBold;
+    return line.ends_with("; default") ? kDim : "";
+  });
+}
+
+std::string HighlightedDifference(std::string_view report) {
+  return Highlighted(report, [](std::string_view line) -> std::string_view {
+    if (line.front() == '[') return kBold;
+    if (line.front() == '-') return kRed;
+    return line.front() == '+' ? kGreen : "";
+  });
+}
 
 std::string Printable(std::string_view text, bool isBlock) {
   std::string result;

@@ -12,17 +12,22 @@ namespace zekara {
 // reach a terminal. Line ends and tabs stay if `isBlock` is true.
 std::string Printable(std::string_view text, bool isBlock = false);
 
-// "the number 42", "the text \"on\"", "a list": a value in a message.
+// Returns a report for people with terminal colours: headers in bold, defaults dimmed.
+std::string HighlightedSettings(std::string_view report);
+// The same for a difference: headers in bold, old values in red, new ones in green.
+std::string HighlightedDifference(std::string_view report);
+
+// "the number 42", "the text \"on\"", "a list": names a value in a message.
 std::string Described(const Plist& value);
 
-// "KEY = VALUE", as the value stands in the configuration file, without a line end.
+// Returns "KEY = VALUE" as the configuration file would hold it, without a line end.
 std::string SettingLine(const Plist& key, const Plist& value);
 
-// The number of the line in which the offset lies; the first is 1.
+// Returns the number of the line that contains the offset. The first line is 1.
 std::size_t LineAt(std::string_view text, std::size_t offset);
 
-// Where the first byte stands that the configuration file's reader does not understand: NUL, or beyond 7-bit
-// ASCII; npos when there is none.
+// Returns the offset of the first byte at which the configuration file's readers stop: NUL, or a byte that is
+// not 7-bit ASCII. Returns npos if there is none.
 std::size_t FindForeignByte(std::string_view text);
 
 }  // namespace zekara

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,10 +15,10 @@
 #include <utility>
 
 #include "PortableFoundation/Descriptor.h"
+#include "PortableFoundation/NSException.h"
 #include "PortableFoundation/NSFileHandle.h"
 #include "PortableFoundation/NSPropertyListSerialization.h"
 #include "PortableFoundation/NSRunLoop.h"
-#include "Zekara4MacLibrary/ZKAXMLConnection.h"
 #include "zkaconfig/Failure.h"
 #include "zkaconfig/Text.h"
 
@@ -25,6 +26,8 @@ namespace zekara {
 namespace {
 
 using Clock = NSRunLoop::Clock;
+
+constexpr std::string_view kEndOfMessage = "</plist>";
 
 [[noreturn]] void RaiseNoAnswer(const std::string& what, const std::string& advice) {
   throw Failure(ExitStatus::NoAnswer, what, advice);
@@ -35,7 +38,7 @@ struct Pipe {
   Descriptor writing;
 };
 
-// Both ends are closed in whatever is started; the tool gets copies.
+// Programs that are started inherit neither end; the tool gets copies.
 Pipe MakePipe() {
   int ends[2] = {-1, -1};
   if (pipe(ends) != 0) RaiseNoAnswer(std::string("cannot make a pipe: ") + std::strerror(errno), {});
@@ -59,20 +62,21 @@ class SpawnActions {
   posix_spawn_file_actions_t actions_ = {};
 };
 
-// Collects what the tool writes to standard error, whenever the run loop runs.
-class LogCollector {
+// Collects what the tool writes to one of its descriptors, whenever the run loop runs.
+class Collector {
  public:
-  explicit LogCollector(Descriptor reading) : handle_(NSFileHandle::handleOwning(std::move(reading))) {
-    arm();
-  }
+  explicit Collector(Descriptor reading) : handle_(NSFileHandle::handleOwning(std::move(reading))) { arm(); }
   const std::string& text() const noexcept { return text_; }
   bool hasEnded() const noexcept { return hasEnded_; }
 
  private:
+  // Far above what the tool writes; a program that writes without end must not fill the memory.
+  static constexpr std::size_t kMaximumSize = 64U << 20;
+
   void arm() {
     handle_->readInBackground([this](std::string_view block) {
-      hasEnded_ = block.empty();
       text_ += block;
+      hasEnded_ = block.empty() || text_.size() > kMaximumSize;
       if (!hasEnded_) arm();
     });
   }
@@ -82,7 +86,8 @@ class LogCollector {
   bool hasEnded_ = false;
 };
 
-// Ends a program that cannot get rid of its request, as its reader does not read: nothing else would.
+// Ends this program with a message if it is still writing its request when the limit has passed, because the
+// tool does not read it. Writing blocks, so nothing else could end it.
 class SendLimit {
  public:
   explicit SendLimit(std::chrono::seconds limit) {
@@ -98,8 +103,8 @@ class SendLimit {
   SendLimit& operator=(const SendLimit&) = delete;
 };
 
-// A running tool and the connection to it.
-class ToolSession final : private ZKAXMLConnectionDelegating {
+// A running tool, its one request and its one reply.
+class ToolSession {
  public:
   ToolSession(std::string path, std::chrono::seconds limit)
       : path_(std::move(path)), deadline_(Clock::now() + limit) {
@@ -107,24 +112,26 @@ class ToolSession final : private ZKAXMLConnectionDelegating {
     Pipe replies = MakePipe();
     Pipe log = MakePipe();
     spawn(requests.reading, replies.writing, log.writing);
-    log_ = std::make_unique<LogCollector>(std::move(log.reading));
     requests_ = NSFileHandle::handleOwning(std::move(requests.writing));
-    connection_ = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
-        NSFileHandle::handleOwning(std::move(replies.reading)), requests_, this);
+    reply_ = std::make_unique<Collector>(std::move(replies.reading));
+    log_ = std::make_unique<Collector>(std::move(log.reading));
   }
   ToolSession(const ToolSession&) = delete;
   ToolSession& operator=(const ToolSession&) = delete;
 
-  // The reply to the request, which is the only one; nil when none comes in time.
-  Plist ask(const Plist& request) {
-    connection_->sendMessage(request);
-    requests_->closeFile();
-    runUntil([this] { return !reply_.isNil() || isClosed_; });
-    return reply_;
+  // Sends the request and returns the reply; nil if none comes in time, or if it is not a property list.
+  Plist ask(const std::string& request) {
+    send(request);
+    runUntil([this] { return reply_->hasEnded() || reply_->text().ends_with(kEndOfMessage); });
+    const std::size_t end = reply_->text().find(kEndOfMessage);
+    if (end == std::string::npos) return {};
+    std::string error;
+    return NSPropertyListSerialization::propertyListFromData(
+        reply_->text().substr(0, end + kEndOfMessage.size()), error);
   }
-  // Waits for the tool's end, and so for the whole of its log. False when it does not end in time.
+  // Waits for the tool's end, and so for the whole of its log. Returns false if it does not end in time.
   bool finish() {
-    runUntil([this] { return isClosed_ && log_->hasEnded(); });
+    runUntil([this] { return reply_->hasEnded() && log_->hasEnded(); });
     constexpr auto kPause = std::chrono::milliseconds(5);
     while (!hasEnded()) {
       if (Clock::now() >= deadline_) return false;
@@ -146,7 +153,18 @@ class ToolSession final : private ZKAXMLConnectionDelegating {
     const int failure = posix_spawn(&process_, path_.c_str(), actions.get(), nullptr, arguments, environment);
     if (failure == 0) return;
     RaiseNoAnswer("cannot start " + path_ + ": " + std::strerror(failure),
-                  "Is the suite installed? --tool PATH names its privileged tool where it lies elsewhere.");
+                  failure == EACCES
+                      ? "Your account may not start it, or it is not a program; \"ls -l\" shows who may."
+                      : "Is the suite installed? --tool PATH names its privileged tool in another place.");
+  }
+
+  // A tool that has gone is found by the missing reply.
+  void send(const std::string& request) {
+    try {
+      requests_->writeData(request);
+    } catch (const NSException&) {
+    }
+    requests_->closeFile();
   }
 
   template <class Condition>
@@ -160,40 +178,49 @@ class ToolSession final : private ZKAXMLConnectionDelegating {
     return RetryOnInterrupt([&] { return waitpid(process_, &status, WNOHANG); }) != 0;
   }
 
-  void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection&) override {
-    if (reply_.isNil()) reply_ = message;
-  }
-  void connectionClosed(ZKAXMLConnection&) override { isClosed_ = true; }
-
   std::string path_;
   Clock::time_point deadline_;
   pid_t process_ = 0;
-  std::unique_ptr<LogCollector> log_;
   std::shared_ptr<NSFileHandle> requests_;
-  std::shared_ptr<ZKAXMLConnection> connection_;
-  Plist reply_;
-  bool isClosed_ = false;
+  std::unique_ptr<Collector> reply_;
+  std::unique_ptr<Collector> log_;
 };
 
-// The connection would only log a request that cannot be written, and no reply would come.
-void RequireWritable(const Plist& request) {
+std::string MessageBytes(const Plist& request) {
   std::string bytes;
   std::string error;
-  if (NSPropertyListSerialization::appendDataFromPropertyList(request, bytes, error)) return;
+  if (NSPropertyListSerialization::appendDataFromPropertyList(request, bytes, error)) return bytes;
   throw Failure(ExitStatus::Usage, "the settings cannot be sent: " + error);
+}
+
+// Returns true if the file has the owner and the mode by which a user's call gets root's rights.
+bool IsSetUserIdRoot(const std::string& path) {
+  struct stat attributes = {};
+  return stat(path.c_str(), &attributes) == 0 && attributes.st_uid == 0 &&
+         (attributes.st_mode & S_ISUID) != 0;
+}
+
+// The tool logs this if it can neither use nor repair its rights.
+bool LacksRights(const std::string& log) {
+  return log.find("Can't change ") != std::string::npos;
 }
 
 [[noreturn]] void RaiseWithoutReply(const std::string& toolPath, bool hasEnded, const std::string& log) {
   if (!hasEnded) {
     RaiseNoAnswer(toolPath + " has not answered in time",
                   "Perhaps another process keeps the configuration file locked. The tool goes on waiting for "
-                  "it, and may "
-                  "still make the change; --timeout waits longer.");
+                  "it, and may still make the change; --timeout waits longer.");
   }
-  const bool lacksRights = log.find("Can't change ") != std::string::npos;
-  RaiseNoAnswer(toolPath + " has ended without an answer" + (log.empty() ? "" : ":\n" + Printable(log, true)),
-                lacksRights ? "It has to belong to root (owner 0, group 0) with mode 4755: install it anew."
-                            : "Is it the suite's privileged tool?");
+  const std::string shownLog = log.empty() ? "" : ":\n" + Printable(log, true);
+  if (!LacksRights(log))
+    RaiseNoAnswer(toolPath + " has ended without an answer" + shownLog, "Is it the suite's privileged tool?");
+  if (!IsSetUserIdRoot(toolPath)) {
+    RaiseNoAnswer(toolPath + " is not set-user-id root and cannot change the file" + shownLog,
+                  "It has to belong to root (owner 0, group 0) with mode 4755: install it anew.");
+  }
+  RaiseNoAnswer(toolPath + " has not been given root's rights" + shownLog,
+                "Set-user-id programs have no effect on a file system mounted nosuid, and for processes that "
+                "may not gain privileges, such as those of many containers.");
 }
 
 [[noreturn]] void RaiseRefusal(const Plist& error) {
@@ -206,15 +233,14 @@ void RequireWritable(const Plist& request) {
 }  // namespace
 
 std::string ChangeConfiguration(const std::string& toolPath, const Plist& patch, std::chrono::seconds limit) {
-  // The tool echoes keys that it does not know; this one tells the reply from whatever else a program may
-  // write.
+  // The tool's reply repeats keys that it does not know. This one distinguishes the reply from other output.
   const Plist ticket = "zkaconfig " + std::to_string(getpid());
   const Plist request =
       Plist::dictionary({{"tag", "cmd"}, {"cmd", "ChangeConfig"}, {"arg", patch}, {"ticket", ticket}});
-  RequireWritable(request);
+  const std::string bytes = MessageBytes(request);
   const SendLimit sendLimit(limit + std::chrono::seconds(5));
   ToolSession session(toolPath, limit);
-  const Plist reply = session.ask(request);
+  const Plist reply = session.ask(bytes);
   const bool hasEnded = session.finish();
   if (reply.isNil()) RaiseWithoutReply(toolPath, hasEnded, session.log());
   if (!reply.isDictionary() || !(reply.objectForKey("tag") == Plist("ack")) ||

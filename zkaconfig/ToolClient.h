@@ -7,13 +7,13 @@
 
 namespace zekara {
 
-// Has the privileged tool at `toolPath` change the suite's configuration file by `patch`: starts it, sends
-// one "ChangeConfig" request and waits for the reply and the tool's end, `limit` in all. Returns the tool's
-// log, which may tell that a daemon could not be signalled.
+// Starts the privileged tool at `toolPath`, has it change the suite's configuration file by `patch`, and
+// waits for its reply and its end, for at most `limit` altogether. Returns the tool's log, which tells if a
+// daemon could not be notified.
 //
-// Raises Failure: NoAnswer when the tool cannot be started or gives no reply in time (it may then still make
-// the change later, as it waits for the file's lock without limit), Refused with the tool's own words when it
-// replies that it failed.
+// Raises Failure. NoAnswer: the tool cannot be started, or does not reply in time. In the second case it may
+// still make the change later, because it waits for the file's lock without limit. Refused: the tool replied
+// that it failed; the message has its words.
 std::string ChangeConfiguration(const std::string& toolPath, const Plist& patch, std::chrono::seconds limit);
 
 }  // namespace zekara

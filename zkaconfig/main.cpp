@@ -5,17 +5,23 @@
 #include "PortableFoundation/Process.h"
 #include "zkaconfig/Arguments.h"
 #include "zkaconfig/Commands.h"
+#include "zkaconfig/Completion.h"
 #include "zkaconfig/Failure.h"
+#include "zkaconfig/Help.h"
 
 namespace {
 
 using zekara::ExitStatus;
 
 ExitStatus Run(std::span<const char* const> words) {
+  if (!words.empty() && std::string_view(words[0]) == zekara::kCompletionCommand) {
+    std::fputs(zekara::CompletionText(words.subspan(1)).c_str(), stdout);
+    return ExitStatus::Done;
+  }
   zekara::Arguments arguments = zekara::ParseArguments(words);
   if (arguments.toolPath.empty()) arguments.toolPath = ZKACONFIG_TOOL_PATH;
   if (arguments.wantsHelp) {
-    std::fputs(zekara::HelpText().c_str(), stdout);
+    std::fputs(zekara::HelpText(arguments.command).c_str(), stdout);
   } else if (arguments.wantsVersion) {
     std::puts("zkaconfig " ZKACONFIG_VERSION);
   } else {

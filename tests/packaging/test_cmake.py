@@ -71,7 +71,7 @@ class TheInstallation(CMakeTest):
     def test_manual_pages_and_completions_are_where_their_readers_look(self):
         self.install_build()
         for file in ("man/man8/Zekara4MacTool.8", "man/man1/zkaconfig.1", "man/man5/zekara32.ini.5",
-                     "bash-completion/completions/zkaconfig"):
+                     "bash-completion/completions/zkaconfig", "fish/vendor_completions.d/zkaconfig.fish"):
             self.assertTrue(self.exists(f"{PREFIX}/share/{file}"), file)
 
 

@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include "zkaconfig/Arguments.h"
+#include "zkaconfig/Commands.h"
 #include "zkaconfig/Failure.h"
+#include "zkaconfig/Help.h"
 
 namespace zekara {
 namespace {
 
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -70,6 +73,9 @@ TEST(Arguments, EachFlagIsItsOwn) {
   EXPECT_FALSE(Parse({"show", "--no-defaults"}).suppliesDefaults);
   EXPECT_FALSE(Parse({"show", "--no-lock"}).waitsForLock);
   EXPECT_TRUE(Parse({"show", "--verbose"}).isVerbose);
+  EXPECT_EQ(Parse({"show", "-z"}).form, OutputForm::Null);
+  EXPECT_EQ(Parse({"get", "--default="}).fallback, "");
+  EXPECT_EQ(Parse({"get"}).fallback, std::nullopt);
   EXPECT_EQ(Parse({"show", "--daemon-section=Scan"}).daemonSection, "Scan");
 }
 
@@ -94,21 +100,49 @@ TEST_P(RefusedArguments, AreAUsageFailureThatNamesTheWord) {
 INSTANTIATE_TEST_SUITE_P(
     Arguments, RefusedArguments,
     testing::Values(Refusal{{}, "no command"}, Refusal{{"--json"}, "no command"},
-                    Refusal{{"show", "--nonsense"}, "--nonsense"}, Refusal{{"show", "--jso"}, "--jso"},
+                    Refusal{{"show", "--nonsense"}, "--nonsense"},
+                    Refusal{{"show", "--jsn"}, "did you mean --json?"}, Refusal{{"show", "--jso"}, "--jso"},
                     Refusal{{"show", "-nx"}, "-x"}, Refusal{{"show", "--json=1"}, "--json takes no value"},
                     Refusal{{"show", "--config"}, "--config needs a value"},
+                    Refusal{{"--config=", "show"}, "--config needs a path"},
+                    Refusal{{"show", "--tool", ""}, "--tool needs a path"},
                     Refusal{{"show", "--timeout", "0"}, "\"0\""}, Refusal{{"show", "--timeout="}, "\"\""},
                     Refusal{{"show", "--timeout=-1"}, "\"-1\""}, Refusal{{"show", "--timeout=5s"}, "\"5s\""},
                     Refusal{{"show", "--timeout=1000001"}, "\"1000001\""}));
 
-TEST(HelpText, NamesEveryOptionOnALineOfItsOwn) {
+TEST(ParseUnfinished, NeedsNoCommand) {
+  const std::vector<const char*> words = {"--config", "/a"};
+  EXPECT_EQ(ParseUnfinished(words).configurationFile, "/a");
+}
+
+TEST(Arguments, WordsReachTheOperandsByteForByte) {
+  EXPECT_THAT(Parse({"add", "S", "K", "[a,b]", "", "'x'", "%%"}).operands,
+              ElementsAre("S", "K", "[a,b]", "", "'x'", "%%"));
+}
+
+TEST(HelpText, NamesEveryOptionAndCommandOnALineOfItsOwn) {
   const std::string text = HelpText();
-  for (const char* option :
-       {"--json", "--plist", "--config PATH", "--tool PATH", "--daemon-section NAME", "--timeout SECONDS",
-        "-n, --dry-run", "-f, --force", "--string", "--action-codes", "--no-defaults", "--no-lock",
-        "-q, --quiet", "-v, --verbose", "-h, --help", "-V, --version"}) {
-    EXPECT_THAT(text, HasSubstr(std::string(option) + " ")) << option;
+  for (const Option& option : Options())
+    EXPECT_THAT(text, ContainsRegex("\n  (-., |    )--" + std::string(option.name) + " ")) << option.name;
+  for (const Command& command : Commands())
+    EXPECT_THAT(text, HasSubstr("\n  " + std::string(command.name) + " ")) << command.name;
+}
+
+TEST(HelpText, FitsATerminalOfEightyColumns) {
+  std::string text = HelpText();
+  for (const Command& command : Commands()) text += HelpText(std::string(command.name));
+  std::size_t longest = 0;
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = text.find('\n', start);
+    longest = std::max(longest, end - start);
+    start = end + 1;
   }
+  EXPECT_LE(longest, 80U);
+}
+
+TEST(HelpText, OfACommandHasItsUsage) {
+  EXPECT_THAT(HelpText("reset"), HasSubstr("Usage: zkaconfig [OPTION...] reset SECTION [KEY...]\n"));
+  EXPECT_THROW(HelpText("rest"), Failure);
 }
 
 }  // namespace

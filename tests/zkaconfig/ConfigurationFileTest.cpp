@@ -52,8 +52,8 @@ TEST_F(ReadingTheConfiguration, AMissingFileHoldsNothing) {
 
 TEST_F(ReadingTheConfiguration, WhatIsNoRegularFileIsRefusedWithoutWaitingForIt) {
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
-  expectFailure(path_, "no regular file");
-  expectFailure(directory_.path(), "no regular file");
+  expectFailure(path_, "not a regular file");
+  expectFailure(directory_.path(), "not a regular file");
 }
 
 TEST_F(ReadingTheConfiguration, AnExclusivelyLockedFileIsRefusedAfterTheLimitAndReadWithoutTheLock) {
@@ -92,7 +92,7 @@ TEST_P(SyntaxErrors, AreToldWithTheLine) {
     FAIL() << "nothing was raised";
   } catch (const Failure& failure) {
     EXPECT_THAT(failure.what(),
-                HasSubstr(std::string("name is no INI file on or just after line ") + GetParam().place));
+                HasSubstr(std::string("name is not an INI file on or just after line ") + GetParam().place));
   }
 }
 
@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(ConfigurationFile, SyntaxErrors,
                                          SyntaxError{"[A]\nx = a = b\ny = 1\nz = 2\n\n",
                                                      "2: unexpected token"},
                                          SyntaxError{"[A]\nx = ; note\ny = 1\n\n", "2: unexpected token"},
-                                         SyntaxError{"\n\nx = 1\n\n", "3: a value stands outside"}));
+                                         SyntaxError{"\n\nx = 1\n\n", "3: a value is outside"}));
 
 TEST(ParseIni, ASyntaxErrorAtTheEndOfALargeFileIsToldWithItsLine) {
   std::string bytes = "[A]\n";
@@ -112,7 +112,7 @@ TEST(ParseIni, ASyntaxErrorAtTheEndOfALargeFileIsToldWithItsLine) {
     ParseIni(bytes + "y\n\n", "name");
     FAIL() << "nothing was raised";
   } catch (const Failure& failure) {
-    EXPECT_STREQ(failure.what(), "name is no INI file on or just after line 20002: unexpected token");
+    EXPECT_STREQ(failure.what(), "name is not an INI file on or just after line 20002: unexpected token");
   }
 }
 

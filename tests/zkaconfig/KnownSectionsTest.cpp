@@ -59,6 +59,34 @@ TEST(WordsFor, ActionsAndBooleansHaveWordsAndNothingElseHas) {
   EXPECT_THAT(WordsFor(known, "Nowhere", "IsActive"), IsEmpty());
 }
 
+TEST(KnownSections, EveryKnownKeyHasASummaryThatIsASentence) {
+  const KnownSections known("Scan");
+  for (const auto& section : known.sections()) {
+    for (const std::string& key : KeysOf(section.defaults)) {
+      const auto setting = known.settingOf(section.name, key);
+      ASSERT_TRUE(setting);
+      EXPECT_EQ(setting->row, known.rowOf(section.name, key));
+      EXPECT_THAT(setting->summary, testing::MatchesRegex("[A-Z].*[.]")) << key;
+    }
+  }
+  EXPECT_FALSE(known.settingOf("UpdateD", "interval"));
+  EXPECT_FALSE(known.settingOf("Nowhere", "Interval"));
+}
+
+TEST(KnownSections, TheScanningDaemonIsToldOfNoChange) {
+  const KnownSections known("Scan");
+  EXPECT_NE(known.sectionNamed("UpdateD")->notified, nullptr);
+  EXPECT_EQ(known.sectionNamed("Scan")->notified, nullptr);
+  EXPECT_EQ(known.sectionNamed("Nowhere"), nullptr);
+}
+
+TEST(DefaultOf, IsTheValueThatTheFileWouldHold) {
+  const KnownSections known;
+  EXPECT_EQ(DefaultOf(*known.rowOf("UpdateD", "Interval")), Plist(43200));
+  EXPECT_EQ(DefaultOf(*known.rowOf("MacOSWardex", "IsActive")), Plist("No"));
+  EXPECT_EQ(DefaultOf(*known.rowOf("MacOSWardex", "ExcludedPaths")).count(), 5U);
+}
+
 TEST(ClosestName, IsTheOneThatWasProbablyMeant) {
   const std::vector<std::string> names = {"Mode", "Interval", "IsActive"};
   EXPECT_EQ(ClosestName("mode", names), "Mode");

@@ -54,7 +54,7 @@ TEST(PatchFromWords, CommasAreTextWhereStringsAreKept) {
 
 TEST(PatchFromWords, WhatIsNoSectionWithSettingsIsAUsageFailure) {
   ExpectFailure(ExitStatus::Usage, "no section", [] { FromWords({}); });
-  ExpectFailure(ExitStatus::Usage, "no section stands before x=1", [] { FromWords({"x=1"}); });
+  ExpectFailure(ExitStatus::Usage, "the section of x=1 is missing", [] { FromWords({"x=1"}); });
   ExpectFailure(ExitStatus::Usage, "follows section A", [] { FromWords({"A"}); });
   ExpectFailure(ExitStatus::Usage, "follows section A", [] { FromWords({"A", "B", "x=1"}); });
   ExpectFailure(ExitStatus::Usage, "follows section B", [] { FromWords({"A", "x=1", "B"}); });
@@ -77,7 +77,7 @@ TEST(PatchFromFile, WhatBeginsLikeXmlIsAPropertyList) {
 
 TEST(PatchFromFile, WhatCannotBeReadIsToldWithItsPlace) {
   ExpectFailure(ExitStatus::Unreadable,
-                "f is no property list: ", [] { PatchFromFile("<plist><dict>", "f"); });
+                "f is not a property list: ", [] { PatchFromFile("<plist><dict>", "f"); });
   ExpectFailure(ExitStatus::Unreadable, "f holds an array instead",
                 [] { PatchFromFile("<plist><array/></plist>", "f"); });
   ExpectFailure(ExitStatus::Unreadable, "on line 2 ", [] { PatchFromFile("[A]\nx = gr\xC3\xBCn\n", "f"); });
@@ -86,8 +86,9 @@ TEST(PatchFromFile, WhatCannotBeReadIsToldWithItsPlace) {
   ExpectFailure(ExitStatus::Unreadable, "outside of every section", [] { PatchFromFile("x = 1\n", "f"); });
 }
 
-ReviewedPatch Reviewed(const Plist& patch, bool keepsStrings = false) {
-  return ReviewPatch(patch, KnownSections("Scan"), keepsStrings);
+ReviewedPatch Reviewed(const Plist& patch, bool keepsStrings = false,
+                       const Plist& file = Plist::dictionary()) {
+  return ReviewPatch(patch, file, KnownSections("Scan"), keepsStrings);
 }
 
 struct Normal {
@@ -148,31 +149,30 @@ TEST_P(ProblematicValues, AreToldInOneSentenceAndStayInThePatch) {
 
 INSTANTIATE_TEST_SUITE_P(
     ReviewPatch, ProblematicValues,
-    testing::Values(Problem{"X", "k", "a\"b", "double quote"}, Problem{"X", "k", "a\nb", "line end"},
-                    Problem{"X", "k", "a\rb", "line end"}, Problem{"X", "k", "gr\xC3\xBCn", "7-bit ASCII"},
-                    Problem{"X", "k", " a", "blank"}, Problem{"X", "k", "a\t", "blank"},
-                    Problem{"X", "k", Plist::array({"a", "", "b"}), "empty list element"},
-                    Problem{"X", "k", Plist::array({"a", ""}), "empty list element"},
-                    Problem{"X", "k", Plist::array({"a", "b\""}), "double quote"},
-                    Problem{"X", "k", Plist::array(), "empty list"},
-                    Problem{"X", "k", "2147483648", "give back the number 2147483647"},
-                    Problem{"X", "k", "99999999999999999999", "give back the number 2147483647"},
-                    Problem{"X", "k", -5, "give back the text \"-5\""},
-                    Problem{"X", "k", 1.5, "give back the text"},
-                    Problem{"X", "k", Plist::data("x"), "give back the text"},
-                    Problem{"X", "k", Plist::dictionary({{"a", 1}}), "give back the text"},
-                    Problem{"X]", "k", "1", "cannot be written"},
-                    Problem{"X", "a;b", "1", "cannot be written"}, Problem{"X", "", "1", "cannot be written"},
-                    Problem{"", "k", "1", "cannot be written"}, Problem{"X", " k", "1", "cannot be written"},
-                    Problem{"\xC3\xBC", "k", "1", "cannot be written"},
-                    Problem{"MacOSWardex", "IsActive", "maybe", "one of Yes, No"},
-                    Problem{"MacOSWardex", "IsActive", Plist::array({"Yes", "No"}), "one of Yes, No"},
-                    Problem{"MacOSWardex", "ActionJokes", "Laugh", "one of Cure, Delete"},
-                    Problem{"MacOSWardex", "ActionJokes", "16", "one of Cure, Delete"},
-                    Problem{"UpdateD", "Interval", "daily", "is a number"},
-                    Problem{"UpdateD", "Interval", "-1", "is a number"},
-                    Problem{"UpdateD", "Interval", "", "is a number"},
-                    Problem{"UpdateD", "Mode", Plist::array({"a", "b"}), "one value, not a list"}));
+    testing::Values(
+        Problem{"X", "k", "a\"b", "double quote"}, Problem{"X", "k", "a\nb", "line end"},
+        Problem{"X", "k", "a\rb", "line end"}, Problem{"X", "k", "gr\xC3\xBCn", "7-bit ASCII"},
+        Problem{"X", "k", " a", "blank"}, Problem{"X", "k", "a\t", "blank"},
+        Problem{"X", "k", Plist::array({"a", "", "b"}), "empty list element"},
+        Problem{"X", "k", Plist::array({"a", ""}), "empty list element"},
+        Problem{"X", "k", Plist::array({"a", "b\""}), "double quote"},
+        Problem{"X", "k", Plist::array(), "empty list"},
+        Problem{"X", "k", "2147483648", "give back the number 2147483647"},
+        Problem{"X", "k", "99999999999999999999", "give back the number 2147483647"},
+        Problem{"X", "k", -5, "give back the text \"-5\""}, Problem{"X", "k", 1.5, "give back the text"},
+        Problem{"X", "k", Plist::data("x"), "give back the text"},
+        Problem{"X", "k", Plist::dictionary({{"a", 1}}), "give back the text"},
+        Problem{"X]", "k", "1", "cannot be written"}, Problem{"X", "a;b", "1", "cannot be written"},
+        Problem{"X", "", "1", "a key needs a name"}, Problem{"", "k", "1", "a section needs a name"},
+        Problem{"X", " k", "1", "cannot be written"}, Problem{"\xC3\xBC", "k", "1", "cannot be written"},
+        Problem{"MacOSWardex", "IsActive", "maybe", "one of Yes, No"},
+        Problem{"MacOSWardex", "IsActive", Plist::array({"Yes", "No"}), "one of Yes, No"},
+        Problem{"MacOSWardex", "ActionJokes", "Laugh", "one of Cure, Delete"},
+        Problem{"MacOSWardex", "ActionJokes", "16", "one of Cure, Delete"},
+        Problem{"UpdateD", "Interval", "daily", "is a number"},
+        Problem{"UpdateD", "Interval", "-1", "is a number"},
+        Problem{"UpdateD", "Interval", "", "is a number"},
+        Problem{"UpdateD", "Mode", Plist::array({"a", "b"}), "one value, not a list"}));
 
 TEST(ReviewPatch, ProblemsOfAllSettingsAreToldAtOnce) {
   const Plist section = Plist::dictionary({{"a", " x"}, {"b", "fine"}, {"c", "\""}});
@@ -187,13 +187,23 @@ TEST(ReviewPatch, WhereStringsAreKeptDigitsStayTextWithARemark) {
   EXPECT_EQ(reviewed.patch, Tree("X", "k", "042"));
 }
 
-TEST(ReviewPatch, KeysAndSectionsThatLookMistypedAreRemarkedUpon) {
-  EXPECT_THAT(Reviewed(Tree("UpdateD", "Intervall", "1")).warnings,
+TEST(ReviewPatch, NamesThatAreProbablyMisspeltAreProblemsAndOtherUnknownKeysAreRemarkedUpon) {
+  EXPECT_THAT(Reviewed(Tree("UpdateD", "Intervall", "1")).problems,
               ElementsAre(HasSubstr("did you mean Interval?")));
-  EXPECT_THAT(Reviewed(Tree("UpdateD", "Colour", "red")).warnings, ElementsAre(HasSubstr("\"Colour\"")));
-  EXPECT_THAT(Reviewed(Tree("updated", "Mode", "x")).warnings,
+  EXPECT_THAT(Reviewed(Tree("updated", "Mode", "x")).problems,
               ElementsAre(HasSubstr("did you mean UpdateD?")));
+  const ReviewedPatch unknown = Reviewed(Tree("UpdateD", "Colour", "red"));
+  EXPECT_THAT(unknown.warnings, ElementsAre(HasSubstr("\"Colour\"")));
+  EXPECT_THAT(unknown.problems, IsEmpty());
   EXPECT_THAT(Reviewed(Tree("Printer", "Mode", "x")).warnings, IsEmpty());
+}
+
+TEST(ReviewPatch, AMisspeltNameThatTheFileHoldsAlreadyIsOnlyRemarkedUpon) {
+  for (const Plist& file : {Tree("UpdateD", "Intervall", 1), Tree("updated", "Mode", "x")}) {
+    const ReviewedPatch reviewed = Reviewed(file, false, file);
+    EXPECT_THAT(reviewed.problems, IsEmpty());
+    EXPECT_THAT(reviewed.warnings, ElementsAre(HasSubstr("did you mean")));
+  }
 }
 
 TEST(ReviewPatch, ASectionWithoutSettingsIsLeftOutWithARemark) {
@@ -204,7 +214,7 @@ TEST(ReviewPatch, ASectionWithoutSettingsIsLeftOutWithARemark) {
 
 TEST(ReviewPatch, ASectionThatIsNoDictionaryIsNeverLetThrough) {
   for (const Plist& value : {Plist("text"), Plist(1), Plist::array({"a"})}) {
-    ExpectFailure(ExitStatus::Usage, "section X is no dictionary", [&] {
+    ExpectFailure(ExitStatus::Usage, "section X is not a dictionary", [&] {
       Reviewed(Plist::dictionary({{"X", value}}));
     });
   }
@@ -214,6 +224,53 @@ TEST(ReviewPatch, TheGivenPatchIsLeftAsItIs) {
   const Plist patch = Tree("MacOSWardex", "IsActive", "yes");
   Reviewed(patch);
   EXPECT_EQ(patch, Tree("MacOSWardex", "IsActive", "yes"));
+}
+
+TEST(ElementsFromWords, CommasSeparateElementsUnlessStringsAreKept) {
+  const std::vector<std::string> words = {"a,7", "[b,c]"};
+  EXPECT_EQ(ElementsFromWords(words, false), Plist::array({"a", 7, "[b", "c]"}));
+  EXPECT_EQ(ElementsFromWords(words, true), Plist::array({"a,7", "[b,c]"}));
+}
+
+TEST(PatchFromFile, WhatBeginsLikeAJsonObjectIsJson) {
+  EXPECT_EQ(PatchFromFile("\xEF\xBB\xBF {\"A\": {\"x\": [1, \"b\"]}}", "it"),
+            Tree("A", "x", Plist::array({1, "b"})));
+  ExpectFailure(ExitStatus::Unreadable, "it is not JSON: parse error at line 1",
+                [] { PatchFromFile("{\"A\"}", "it"); });
+}
+
+class ShownSettings : public testing::Test {
+ protected:
+  Plist patchFrom(const Plist& section, const Plist& key, const Plist& value, bool isDefault) {
+    Settings settings(Tree("MacOSWardex", "InfectedFiles", "cure"), known_, true);
+    settings.typeBooleans();
+    const Plist shown = Plist::dictionary({{"value", value}, {"default", isDefault}});
+    return PatchFromShown(Tree(section, key, shown), settings);
+  }
+  const KnownSections known_;
+};
+
+TEST_F(ShownSettings, AreLeftOutWhereTheyAreInForce) {
+  EXPECT_EQ(patchFrom("MacOSWardex", "IsActive", false, true).count(), 0U);
+  EXPECT_EQ(patchFrom("MacOSWardex", "InfectedFiles", "cure", false).count(), 0U);
+  EXPECT_EQ(patchFrom("MacOSWardex", "InfectedFiles", 2, false).count(), 0U) << "the action's code";
+  EXPECT_EQ(patchFrom("Scan", "MaxChildren", 16, true).count(), 0U)
+      << "a default of a section not named here";
+}
+
+TEST_F(ShownSettings, AreSentWhereAnotherValueIsInForceEvenIfTheyWereDefaultsElsewhere) {
+  EXPECT_EQ(patchFrom("MacOSWardex", "IsActive", true, true), Tree("MacOSWardex", "IsActive", true));
+  EXPECT_EQ(patchFrom("Other", "x", 1, false), Tree("Other", "x", 1));
+}
+
+TEST(PatchFromShown, LeavesPlainSettingsAndEverythingElseAsItIs) {
+  const KnownSections known;
+  const Settings settings(Plist::dictionary(), known, true);
+  const Plist tree =
+      Plist::dictionary({{"A", Plist::dictionary({{"x", 1}, {"y", Plist::dictionary({{"z", 1}})}})},
+                         {"Empty", Plist::dictionary()},
+                         {"Text", "x"}});
+  EXPECT_EQ(PatchFromShown(tree, settings), tree);
 }
 
 }  // namespace

@@ -41,18 +41,51 @@ TEST_F(Reports, WithoutASectionAllAreThereTheFilesFirst) {
   EXPECT_NE(text.find("\n\n[MacOSWardex]\n"), std::string::npos);
 }
 
+Plist Value(const Plist& key, const Plist& value) {
+  return Plist::dictionary({{"section", "A"}, {"key", key}, {"value", value}, {"default", false}});
+}
+
 TEST_F(Reports, AListTakesOneLineAnElement) {
-  const Settings settings(Tree("A", Plist::dictionary({{"k", Plist::array({"x y", 2, "\x07"})}})), known_,
-                          true);
-  EXPECT_EQ(ValueReport(settings, "A", "k", OutputForm::People), "x y\n2\n\\x07\n");
+  const Plist values = Plist::array({Value("k", Plist::array({"x y", 2, "\x07"}))});
+  EXPECT_EQ(ValuesReport(values, true, OutputForm::People), "x y\n2\n\\x07\n");
+  EXPECT_EQ(ValuesReport(values, true, OutputForm::Null), std::string("x y\0002\0\x07\0", 8));
+}
+
+TEST_F(Reports, SeveralValuesCarryTheirKeys) {
+  const Plist values = Plist::array({Value("k", Plist::array({"a", 2})), Value("l", "b c")});
+  EXPECT_EQ(ValuesReport(values, false, OutputForm::People), "k = a, 2\nl = \"b c\"\n");
+  EXPECT_EQ(ValuesReport(values, false, OutputForm::Null), std::string("k\na\0k\n2\0l\nb c\0", 14));
 }
 
 TEST_F(Reports, AValueAsAPropertyListReadsBack) {
   std::string error;
-  const std::string text = ValueReport(settings_, "UpdateD", "Interval", OutputForm::Plist);
-  EXPECT_EQ(
-      NSPropertyListSerialization::propertyListFromData(text, error),
-      Plist::dictionary({{"section", "UpdateD"}, {"key", "Interval"}, {"value", 43200}, {"default", true}}));
+  const Plist value = Value("Interval", 43200);
+  EXPECT_EQ(NSPropertyListSerialization::propertyListFromData(
+                ValuesReport(Plist::array({value}), true, OutputForm::Plist), error),
+            value);
+  EXPECT_EQ(NSPropertyListSerialization::propertyListFromData(
+                ValuesReport(Plist::array({value}), false, OutputForm::Plist), error),
+            Plist::array({value}));
+}
+
+TEST_F(Reports, SettingsThatEndInNulCarrySectionAndKey) {
+  EXPECT_EQ(SettingsReport(settings_, "UpdateD", OutputForm::Null),
+            std::string("UpdateD\nMode\nBy hand\0UpdateD\nInterval\n43200\0", 44));
+}
+
+TEST_F(Reports, ADescriptionHasTypeDefaultAndWords) {
+  const std::string text = DescriptionReport(known_, "MacOSWardex", "IsActive", OutputForm::People);
+  EXPECT_EQ(text,
+            "[MacOSWardex]\n"
+            "Read by the file monitor, FileD; told of a change by SIGHUP, after each request that names the "
+            "section.\n"
+            "\n"
+            "IsActive: Switches the file monitor on or off.\n"
+            "\n"
+            "  Type:     boolean\n"
+            "  Default:  No\n"
+            "  Words:    Yes         on\n"
+            "            No          off\n");
 }
 
 TEST_F(Reports, ADifferenceForPeopleShowsOldAndNewLines) {

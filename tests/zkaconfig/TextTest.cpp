@@ -23,6 +23,14 @@ TEST(Printable, ShowsWhatSteersTerminalsBeyondAsciiAsItsBytes) {
   EXPECT_EQ(Printable("\U0001F600"), "\U0001F600");
 }
 
+TEST(Highlighted, MarksHeadersDefaultsAndDifferences) {
+  EXPECT_EQ(HighlightedSettings("[A]\nx = 1\ny = 2  ; default\n\n"),
+            "\x1b[1m[A]\x1b[0m\nx = 1\n\x1b[2my = 2  ; default\x1b[0m\n\n");
+  EXPECT_EQ(HighlightedSettings("-x = 1\n"), "-x = 1\n") << "a key may begin with a dash";
+  EXPECT_EQ(HighlightedDifference("[A]\n-x = 1\n+x = 2\n"),
+            "\x1b[1m[A]\x1b[0m\n\x1b[31m-x = 1\x1b[0m\n\x1b[32m+x = 2\x1b[0m\n");
+}
+
 TEST(Described, TellsTheKindAndTheValue) {
   EXPECT_EQ(Described(42), "the number 42");
   EXPECT_EQ(Described("o\x1bn"), "the text \"o\\x1bn\"");

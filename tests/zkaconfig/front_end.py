@@ -43,6 +43,26 @@ class Result:
         return plistlib.loads(self.output.encode("utf-8"))
 
 
+def run_in_terminal(*arguments, **variables):
+    """Runs zkaconfig with a terminal as its standard output; returns what the terminal got."""
+    master, slave = os.openpty()
+    environment = {**os.environ, "TERM": "xterm", **variables}
+    with sandbox.start([PROGRAM, *arguments], stdin=slave, stdout=slave, stderr=slave, env=environment) as process:
+        os.close(slave)
+        output = b""
+        while True:
+            try:
+                block = os.read(master, 65536)
+            except OSError:  # the program has ended
+                break
+            if not block:
+                break
+            output += block
+        os.close(master)
+        process.wait(timeout=tool.PATIENCE)
+    return output.decode("utf-8").replace("\r\n", "\n")
+
+
 def run(*arguments, data=b"", tool_path=tool.TOOL, **options):
     """Runs zkaconfig to its end with the tool under test."""
     command = [PROGRAM, *arguments]

@@ -1,18 +1,19 @@
-"""What stands around the commands: help, version, wrong usage, completion, manual."""
+"""What surrounds the commands: help, version, wrong usage, completion, manual."""
 
 import os
 import re
+import shlex
 import shutil
 import subprocess
 import unittest
 
 from support import sandbox, tool
 
-from front_end import PROGRAM, REPOSITORY, USAGE, FrontEndTestCase, run
+from front_end import CONTENT, DIFFERS, DONE, PROGRAM, REPOSITORY, USAGE, FrontEndTestCase, run
 
 COMPLETIONS = os.path.join(REPOSITORY, "completions")
 MANUAL = os.path.join(REPOSITORY, "man")
-COMMANDS = ["show", "get", "set", "apply", "diff", "list"]
+COMMANDS = ["show", "get", "describe", "list", "set", "add", "remove", "reset", "apply", "diff", "help"]
 
 
 def options():
@@ -31,15 +32,30 @@ class Usage(FrontEndTestCase):
         for arguments, message in (
             ((), "no command"),
             (("sho",), "did you mean show?"),
-            (("show", "--jsn"), "no option --jsn"),
-            (("show", "a", "b"), "needs fewer words"),
-            (("get", "a"), "needs more words"),
-            (("apply",), "needs more words"),
+            (("show", "--jsn"), "no option --jsn; did you mean --json?"),
+            (("show", "a", "b"), '"show" takes at most one section'),
+            (("get", "a"), '"get" needs a section and at least one key'),
+            (("apply",), '"apply" needs one file'),
+            (("add", "a", "b"), '"add" needs a section, a key and at least one value'),
+            (("--config=", "show"), "--config needs a path"),
+            (("help", "sho"), 'no command "sho"'),
             (("show", "--daemon-section=UpdateD"), "is not the scanning daemon's"),
         ):
             with self.subTest(arguments=arguments):
                 result = self.assert_fails(USAGE, message, *arguments)
                 self.assertEqual(len(result.errors.splitlines()), 2)
+
+
+    def test_help_of_a_command_is_the_same_however_it_is_asked_for(self):
+        for command in COMMANDS:
+            text = self.assert_done("help", command).output
+            self.assertRegex(text, rf"^Usage: zkaconfig \[OPTION\.\.\.\] {command}\b")
+            self.assertEqual(self.assert_done(command, "--help").output, text)
+        self.assertEqual(self.assert_done("help").output, self.assert_done("--help").output)
+
+    def test_words_reach_the_command_as_they_are(self):
+        self.assert_done("set", "Other", "--", "--json=[a]")
+        self.assertEqual(self.assert_done("get", "Other", "--", "--json").output, "[a]\n")
 
 
 class Manual(FrontEndTestCase):
@@ -50,6 +66,49 @@ class Manual(FrontEndTestCase):
             self.assertIn(f"Fl {option[1:]}", manual)
         for command in COMMANDS:
             self.assertRegex(manual, rf"\.It Cm (\w+ , )*{command}\b")
+
+    def test_the_page_begins_with_eight_tasks_and_each_command_does_what_it_says(self):
+        with open(os.path.join(MANUAL, "zkaconfig.1"), encoding="utf-8") as page:
+            tasks = page.read().split(".Sh TASKS\n")[1].split("\n.Sh ")[0]
+        self.assertEqual(len(re.findall(r"(?m)^[A-Z].*:$", tasks)), 8)
+        commands = re.findall(r"(?m)^\.Dl \$ zkaconfig (.*)$", tasks)
+        checks = (
+            ("show", lambda output: self.assertIn("[MacOSWardex]\nIsActive = No\n", output)),
+            ("get UpdateD Interval", lambda output: self.assertEqual(output, "3600\n")),
+            ("set MacOSWardex IsActive=yes InfectedFiles=quarantine",
+             lambda output: self.assertIn(b"IsActive = Yes\nExcludedPaths", tool.read_config())),
+            ("add MacOSWardex ExcludedPaths /Volumes/Backup",
+             lambda output: self.assertIn(b'"/dev", "/Network", "/Volumes/Backup"\n', tool.read_config())),
+            ("describe MacOSWardex InfectedFiles", lambda output: self.assertIn("Quarantine  moves", output)),
+            ("reset UpdateD Interval", lambda output: self.assertIn(b"Interval = 43200\n", tool.read_config())),
+            ("diff site.ini", lambda output: self.assertEqual(output, "[UpdateD]\n-Interval = 43200\n+Interval = 5\n")),
+            ("show --json > site.json", lambda output: self.assertIn('"InfectedFiles": {', output)),
+            ("apply site.json", lambda output: self.assertIn(b"Interval = 43200\n", tool.read_config())),
+        )
+        self.assertEqual(commands, [command for command, _ in checks])
+        self.start_filed()
+        self.start_updated()
+        self.write_scratch("site.ini", b"[UpdateD]\nInterval = 5\n")
+        for command, check in checks:
+            with self.subTest(command=command):
+                if command.startswith("apply"):
+                    tool.write_config(CONTENT)
+                words, _, target = command.partition(" > ")
+                result = run(*(self.scratch(word) if word.startswith("site.") else word for word in words.split()))
+                self.assert_status(result, DIFFERS if command.startswith("diff") else DONE)
+                self.assertEqual(result.errors, "")
+                if target:
+                    self.write_scratch(target, result.output.encode())
+                check(result.output)
+
+    @staticmethod
+    def scratch(name):
+        return str(sandbox.SCRATCH_DIRECTORY) + "/" + name
+
+    @staticmethod
+    def write_scratch(name, content):
+        with open(sandbox.SCRATCH_DIRECTORY + "/" + name, "wb") as file:
+            file.write(content)
 
     def test_the_defaults_in_the_manual_are_those_in_force(self):
         with open(os.path.join(MANUAL, "zekara32.ini.5"), encoding="utf-8") as page:
@@ -89,28 +148,39 @@ ZSH = """
 fpath=($1 $fpath)
 autoload -Uz _zkaconfig
 compadd() {
-  local suffix
-  [[ $1 == -S ]] && { suffix=$2; shift 2 }
-  [[ $1 == -a ]] && set -- ${(P)2}
-  for candidate in $@; do
-    [[ $candidate == ${words[CURRENT]#$prefix}* ]] && print -r -- $candidate$suffix
-  done
+  local -a flags suffix shown
+  zparseopts -D l=flags S:=suffix d:=shown a=flags
+  for candidate in ${(P)1}; do print -r -- $candidate; done
 }
-compset() { prefix='*=' ; words[CURRENT]=${words[CURRENT]#*=} }
 _files() { print -r -- a file }
 shift 2
 words=("$@") CURRENT=$#
 _zkaconfig
 """
 
+FISH = """
+source $argv[1]/zkaconfig.fish
+set -gx PATH (dirname $argv[3]) $PATH
+for candidate in (complete -C "zkaconfig $argv[4]")
+    string split -m 1 -f 1 -- \\t $candidate
+end
+"""
+
 CASES = (
     ([""], COMMANDS),
     (["s"], ["show", "set"]),
+    (["help", "re"], ["remove", "reset"]),
     (["show", ""], ["MacOSWardex", "Other", "UpdateD"]),
     (["show", "UpdateD", ""], []),
     (["get", "Up"], ["UpdateD"]),
     (["get", "UpdateD", ""], ["Interval", "Mode"]),
-    (["get", "UpdateD", "Mode", ""], []),
+    (["get", "UpdateD", "Mode", ""], ["Interval", "Mode"]),
+    (["list", "UpdateD", "Mode", ""], []),
+    (["add", "MacOSWardex", "Excl"], ["ExcludedPaths"]),
+    (["add", "MacOSWardex", "ExcludedPaths", ""], []),
+    (["remove", "MacOSWardex", "ExcludedPaths", ""], ["/dev", "/Network"]),
+    (["reset", "UpdateD", "I"], ["Interval"]),
+    (["describe", "UpdateD", ""], ["Interval", "Mode"]),
     (["list", "UpdateD", "M"], ["Mode"]),
     (["-n", "set", "Upd"], ["UpdateD"]),
     (["set", "UpdateD", ""], ["Interval=", "Mode="]),
@@ -124,10 +194,14 @@ CASES = (
 )
 
 
+OPTIONS = {"bash": ["--norc"], "zsh": ["-f"], "fish": ["--no-config"]}
+NAMES = {"bash": ["bash"], "zsh": ["zsh"], "fish": []}
+
+
 class Completion(FrontEndTestCase):
     def complete(self, shell, script, *arguments):
         done = subprocess.run(
-            [shell, *(["-f"] if shell == "zsh" else ["--norc"]), "-c", script, shell, COMPLETIONS, *arguments],
+            [shell, *OPTIONS[shell], "-c", script, *NAMES[shell], COMPLETIONS, *arguments],
             capture_output=True, text=True, timeout=4 * tool.PATIENCE, check=False,
             # A shell complains on standard error where the caller's locale is not installed.
             env={**os.environ, "LC_ALL": "C"},
@@ -140,6 +214,10 @@ class Completion(FrontEndTestCase):
 
     def zsh(self, *words):
         return self.complete("zsh", ZSH, "-", sandbox.name_outside(PROGRAM), *words)
+
+    def fish(self, *words):
+        """Fish offers candidates in its own order."""
+        return sorted(self.complete("fish", FISH, "-", sandbox.name_outside(PROGRAM), shlex.join(words[:-1]) + " " + words[-1]))
 
     def test_bash_offers_what_may_follow(self):
         for words, expected in CASES:
@@ -166,12 +244,28 @@ class Completion(FrontEndTestCase):
         for words, expected in CASES:
             with self.subTest(words=words):
                 self.assertEqual(self.zsh(*words), expected)
-        self.assertEqual(self.zsh("set", "MacOSWardex", "IsActive=Y"), ["Yes"])
+        self.assertEqual(self.zsh("set", "MacOSWardex", "IsActive=Y"), ["IsActive=Yes"])
         self.assertEqual(self.zsh("apply", ""), ["a file"])
+        self.assertEqual(self.zsh("get", "a\\ b", ""), [])
 
-    def test_options_that_take_a_value_are_known_to_both_shells(self):
-        taking = re.findall(r"^  (?:-\w,|   ) (--[a-z-]+) [A-Z]+ ", run("--help").output, re.MULTILINE)
-        self.assertEqual(sorted(taking), ["--config", "--daemon-section", "--timeout", "--tool"])
-        for name in ("zkaconfig.bash", "_zkaconfig"):
-            with open(os.path.join(COMPLETIONS, name), encoding="utf-8") as script:
-                self.assertIn("--config|--tool|--daemon-section|--timeout)", script.read().replace(" | ", "|"))
+    @unittest.skipUnless(shutil.which("fish"), "fish is missing")
+    def test_fish_offers_what_may_follow(self):
+        for words, expected in CASES:
+            with self.subTest(words=words):
+                self.assertEqual(self.fish(*words), sorted(expected))
+        self.assertEqual(self.fish("set", "MacOSWardex", "IsActive=Y"), ["IsActive=Yes"])
+        path = os.fspath(tool.CONFIG)
+        self.assertEqual(self.fish("apply", path.replace(" ", "\\ ")[:-3]), [path])
+
+    def test_candidates_come_with_descriptions_and_without_a_message_where_there_are_none(self):
+        self.assertEqual(self.assert_done("__complete", "get", "UpdateD", "I", tool_path=None).output,
+                         "Interval\tThe time between two updates; the updater chooses the unit.\n")
+        for words in ([], ["nonsense", ""], ["--nonsense", ""], ["show", "--daemon-section=UpdateD", ""], ["-x", "g"]):
+            with self.subTest(words=words):
+                self.assertEqual(self.assert_done("__complete", *words, tool_path=None).output, "")
+
+    def test_every_option_is_offered_with_its_help(self):
+        offered = self.assert_done("__complete", "--", tool_path=None).output
+        self.assertEqual([line.split("\t")[0] for line in offered.splitlines()], options())
+        for option in ("--config", "--tool"):
+            self.assertEqual(self.assert_done("__complete", "show", option, "", tool_path=None).output, ":files\n")

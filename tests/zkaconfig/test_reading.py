@@ -4,8 +4,10 @@ import fcntl
 import os
 
 from support import sandbox, tool
+from support.case import requires_real_root
 
-from front_end import CONTENT, DIFFERS, DONE, PROGRAM, UNREADABLE, FrontEndTestCase, run
+from front_end import (CONTENT, DIFFERS, DONE, PROGRAM, UNREADABLE, USAGE, FrontEndTestCase, run,
+                       run_in_terminal)
 
 
 class Show(FrontEndTestCase):
@@ -95,13 +97,119 @@ class Get(FrontEndTestCase):
         self.assert_fails(DIFFERS, "there is no section", "get", "Nowhere", "Mode")
 
 
+    def test_several_keys_are_written_as_lines_of_an_ini_file(self):
+        self.assertEqual(self.assert_done("get", "UpdateD", "Interval", "Mode").output, "Interval = 3600\nMode = Auto\n")
+        values = self.assert_done("get", "UpdateD", "Interval", "Mode", "--json").json
+        self.assertEqual([(one["key"], one["value"], one["default"]) for one in values],
+                         [("Interval", 3600, False), ("Mode", "Auto", True)])
+
+    def test_of_several_keys_those_that_are_set_are_written_though_one_is_unset(self):
+        result = self.assert_fails(DIFFERS, "Colour is unset", "get", "UpdateD", "Colour", "Interval")
+        self.assertEqual(result.output, "Interval = 3600\n")
+        self.assertEqual(run("get", "UpdateD", "Colour", "Shape", "--json").json, [])
+
+    def test_an_unset_key_gets_the_given_default_in_the_form_that_set_would_store(self):
+        self.assertEqual(self.assert_done("get", "UpdateD", "Colour", "--default=red").output, "red\n")
+        self.assertEqual(self.assert_done("get", "Nowhere", "Colour", "--default", "").output, "\n")
+        self.assertEqual(self.assert_done("get", "UpdateD", "Interval", "--default=red").output, "3600\n")
+        self.assertEqual(self.assert_done("get", "UpdateD", "x", "--default=1,b", "--json").json,
+                         {"section": "UpdateD", "key": "x", "value": [1, "b"], "default": True})
+        self.assertEqual(self.assert_done("get", "UpdateD", "x", "--default=1,b", "--string").output, "1,b\n")
+        self.assert_fails(USAGE, "--default is for \"get\" alone", "show", "--default=1")
+
+    def test_for_scripts_values_are_as_they_are_and_end_in_nul(self):
+        tool.write_config(b'[Other]\nk = "\x1b[0m", "b c"\nl = 1\n\n')
+        self.assertEqual(self.assert_done("get", "--null", "Other", "k").output, "\x1b[0m\0b c\0")
+        self.assertEqual(self.assert_done("get", "-z", "Other", "k", "l").output, "k\n\x1b[0m\0k\nb c\0l\n1\0")
+        self.assertEqual(self.assert_done("show", "-z", "Other").output,
+                         "Other\nk\n\x1b[0m\0Other\nk\nb c\0Other\nl\n1\0")
+        self.assert_fails(USAGE, '"diff" has no output for --null', "diff", "-z", "-")
+
+
+class Describe(FrontEndTestCase):
+    def test_a_setting_is_told_with_type_default_words_and_reader(self):
+        self.assertEqual(
+            self.assert_done("describe", "MacOSWardex", "InfectedFiles").output,
+            "[MacOSWardex]\n"
+            "Read by the file monitor, FileD; told of a change by SIGHUP, after each request that names the section.\n"
+            "\n"
+            "InfectedFiles: What is done with infected files.\n"
+            "\n"
+            "  Type:     action\n"
+            "  Default:  Cure\n"
+            "  Words:    Cure        cures the object\n"
+            "            Delete      deletes the object\n"
+            "            Ignore      leaves the object alone\n"
+            "            Quarantine  moves the object to the quarantine\n"
+            "            Report      reports the object and leaves it alone\n",
+        )
+
+    def test_every_setting_that_has_a_default_is_described_with_it(self):
+        os.unlink(tool.CONFIG)
+        described = self.assert_done("describe", "--json", "--daemon-section=Scan").json
+        settings = run("show", "--json", "--daemon-section=Scan").json
+        defaults = {name: {key: one["default"] for key, one in section["settings"].items()}
+                    for name, section in described.items()}
+        self.assertEqual(defaults, {name: {key: one["value"] for key, one in section.items()}
+                                    for name, section in settings.items()})
+        self.assertEqual([section["notified"] for section in described.values()], [True, True, False])
+
+    def test_the_words_described_are_those_that_are_listed_and_accepted(self):
+        for section, key in (("MacOSWardex", "InfectedFiles"), ("MacOSWardex", "IsActive")):
+            words = list(self.assert_done("describe", section, key, "--json").json[section]["settings"][key]["words"])
+            self.assertEqual(self.assert_done("list", section, key).output.split(), words)
+            for word in words:
+                self.assert_done("set", "-n", section, f"{key}={word}")
+
+    def test_an_unknown_name_is_told_with_the_one_that_was_probably_meant(self):
+        self.assert_fails(DIFFERS, "no section updated; did you mean UpdateD?", "describe", "updated")
+        self.assert_fails(DIFFERS, "did you mean Interval?", "describe", "UpdateD", "Intervall")
+        self.assert_fails(DIFFERS, "no section Other", "describe", "Other")
+
+    def test_a_file_that_cannot_be_read_does_not_matter(self):
+        tool.write_config(b"]\n\n")
+        self.assertIn("Interval = 43200\n    number: ", self.assert_done("describe", "UpdateD").output)
+
+
+class Terminals(FrontEndTestCase):
+    PLAIN = "[UpdateD]\nInterval = 3600\nMode = Auto                             ; default\n\n"
+
+    def test_a_terminal_gets_colours(self):
+        shown = run_in_terminal("show", "UpdateD", NO_COLOR="")
+        self.assertEqual(
+            shown,
+            "\x1b[1m[UpdateD]\x1b[0m\nInterval = 3600\n"
+            "\x1b[2mMode = Auto                             ; default\x1b[0m\n\n",
+        )
+        shown = run_in_terminal("set", "-n", "UpdateD", "Interval=5", NO_COLOR="")
+        self.assertEqual(shown, "\x1b[1m[UpdateD]\x1b[0m\n\x1b[31m-Interval = 3600\x1b[0m\n\x1b[32m+Interval = 5\x1b[0m\n")
+
+    def test_a_terminal_whose_user_refuses_colours_or_that_has_none_gets_none(self):
+        for variables in ({"NO_COLOR": "1"}, {"TERM": "dumb"}, {"TERM": ""}):
+            with self.subTest(variables=variables):
+                self.assertEqual(run_in_terminal("show", "UpdateD", **{"NO_COLOR": "", **variables}), self.PLAIN)
+
+    def test_a_pipe_and_programs_get_no_colours(self):
+        self.assertEqual(self.assert_done("show", "UpdateD", env={**os.environ, "TERM": "xterm"}).output, self.PLAIN)
+        self.assertNotIn("\x1b", run_in_terminal("show", "UpdateD", "--json", NO_COLOR=""))
+        self.assertEqual(run_in_terminal("get", "UpdateD", "Interval", NO_COLOR=""), "3600\n")
+
+    def test_an_answer_is_not_paged_and_a_remark_reaches_the_terminal(self):
+        self.assertEqual(run_in_terminal("list", "Nowhere"), "zkaconfig: there is no section Nowhere\n")
+
+
 class List(FrontEndTestCase):
     def test_sections_keys_and_words_are_listed_one_a_line(self):
         self.assertEqual(self.assert_done("list").output, "MacOSWardex\nOther\nUpdateD\n")
         self.assertEqual(self.assert_done("list", "UpdateD").output, "Interval\nMode\n")
         self.assertEqual(self.assert_done("list", "MacOSWardex", "IsActive").output, "Yes\nNo\n")
         self.assertEqual(self.assert_done("list", "UpdateD", "Mode").output, "")
-        self.assertEqual(self.assert_done("list", "Nowhere").output, "")
+        self.assertEqual(self.assert_done("list", "--null").output, "MacOSWardex\0Other\0UpdateD\0")
+
+    def test_an_unknown_section_or_key_is_told_as_show_and_get_tell_it(self):
+        self.assert_fails(DIFFERS, "there is no section updated; did you mean UpdateD?", "list", "updated")
+        self.assert_fails(DIFFERS, "there is no section Nowhere", "list", "Nowhere", "Mode")
+        self.assert_fails(DIFFERS, "mode is unset in section UpdateD; did you mean Mode?", "list", "UpdateD", "mode")
 
     def test_a_file_that_cannot_be_read_is_passed_over(self):
         tool.write_config(b"]\n\n")
@@ -118,6 +226,16 @@ class FilesThatCannotBeRead(FrontEndTestCase):
 
     def test_another_file_that_is_missing_is_an_error(self):
         self.assert_fails(UNREADABLE, "/nowhere.ini does not exist", "show", "--config", "/nowhere.ini")
+
+    @requires_real_root
+    def test_a_file_that_the_account_may_not_read_is_told_with_advice(self):
+        os.chmod(tool.CONFIG, 0o600)
+        result = self.assert_fails(UNREADABLE, "Permission denied", "show", **tool.drop_privileges_arguments())
+        self.assertIn("Your account may not read it", result.errors)
+
+    def test_a_directory_is_told_as_such(self):
+        self.assert_fails(UNREADABLE, "it is not a regular file", "show", "--config", "/")
+        self.assert_fails(UNREADABLE, "/: cannot read: Is a directory", "diff", "/")
 
     def test_a_syntax_error_is_told_with_its_line(self):
         tool.write_config(b"[A]\nx = 1\ny\nz = 2\n\n")

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "PortableFoundation/Plist.h"
+#include "zkaconfig/Arguments.h"
+#include "zkaconfig/Failure.h"
+#include "zkaconfig/KnownSections.h"
+#include "zkaconfig/Settings.h"
+
+namespace zekara {
+
+// What the commands share.
+
+// Writes an answer to standard output. Raises Failure (Unreadable) if that fails.
+void Print(const std::string& text);
+// Writes a report of settings, or of differences, in colours if standard output is a terminal that has them.
+void PrintSettings(const std::string& report, OutputForm form);
+void PrintDifference(const std::string& report, OutputForm form);
+
+// Writes a line to standard error. The caller has made `text` printable.
+void Remark(const std::string& text);
+
+// Returns the section tree of the configuration file that `arguments` name. If the suite's file is missing,
+// remarks on it unless `mayBeMissing` is true. Raises Failure (Unreadable), also if another file is missing.
+Plist ReadFile(const Arguments& arguments, bool mayBeMissing);
+
+// The keys of a dictionary.
+std::vector<std::string> NamesOf(const Plist& dictionary);
+// Returns "; did you mean X?" if a key X of the dictionary was probably meant, else an empty text.
+std::string Suggestion(const std::string& name, const Plist& dictionary);
+
+// Remarks that the section does not exist; returns the exit status for that.
+ExitStatus RemarkUnsetSection(const Plist& sections, const std::string& section);
+
+}  // namespace zekara

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "zkaconfig/Arguments.h"
+#include "zkaconfig/Failure.h"
+#include "zkaconfig/KnownSections.h"
+#include "zkaconfig/Settings.h"
+
+namespace zekara {
+
+// The commands that change nothing. Each raises Failure.
+ExitStatus RunShow(const Arguments& arguments);
+ExitStatus RunGet(const Arguments& arguments);
+ExitStatus RunDescribe(const Arguments& arguments);
+ExitStatus RunList(const Arguments& arguments);
+
+// Returns the file's settings and the suite's. Does not wait for the file's lock, and passes over a file that
+// cannot be read, because completion must neither wait nor fail. `known` must outlive the result.
+Settings SettingsToList(const Arguments& arguments, const KnownSections& known);
+
+}  // namespace zekara
