@@ -20,6 +20,7 @@ IS_CAMPAIGN = os.environ.get("ZKA_CAMPAIGN", "") not in ("", "0")
 
 CALLER = None
 SHORT_COUNTS = None
+_helpers = ""
 
 _PR_CAPBSET_DROP = 24
 _CAP_SYS_PTRACE = 19
@@ -33,7 +34,8 @@ _libc = ctypes.CDLL(None, use_errno=True)
 
 def use_helpers(directory):
     """Takes the helper programs from this directory; those that are not there stay None."""
-    global CALLER, SHORT_COUNTS
+    global CALLER, SHORT_COUNTS, _helpers
+    _helpers = directory
     CALLER, SHORT_COUNTS = (
         os.path.realpath(path) if os.access(path, os.X_OK) else None
         for path in (os.path.join(directory, name) for name in ("SecurityCaller", "SecurityShortCounts"))
@@ -45,6 +47,12 @@ def install_helpers():
     global SHORT_COUNTS
     if SHORT_COUNTS is not None:
         SHORT_COUNTS = sandbox.add_program(SHORT_COUNTS, sandbox.TOOL_DIRECTORY + "/SecurityShortCounts")
+
+
+def helper(name):
+    """The path of a helper program that the C++ tests build; None where it has not been built."""
+    path = os.path.join(_helpers, "..", "support", name)
+    return os.path.realpath(path) if os.access(path, os.X_OK) else None
 
 
 def why_not_here():
