@@ -1,9 +1,10 @@
 #include <cstdint>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "PortableFoundation/Alphanumeric.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
 
 namespace zekara::test {
 namespace {
@@ -54,7 +55,8 @@ class AlphanumericDatabase : public testing::Test {
     if (access(kDatabase, R_OK) != 0)
       GTEST_SKIP() << kDatabase << " is missing; it is in the package unicode-data";
     if (!FirstLine(kVersioned).starts_with(kVersion))
-      GTEST_SKIP() << "The table is that of Unicode 15.0, and the system's database is " << FirstLine(kVersioned);
+      GTEST_SKIP() << "The table is that of Unicode 15.0, and the system's database is "
+                   << FirstLine(kVersioned);
     categories_ = ReadCategories();
   }
   bool isWanted(char32_t codePoint) const {

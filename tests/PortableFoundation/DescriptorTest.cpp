@@ -1,12 +1,19 @@
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <climits>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "PortableFoundation/Descriptor.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Faults.h"
+#include "tests/support/Processes.h"
 
 namespace zekara::test {
 namespace {

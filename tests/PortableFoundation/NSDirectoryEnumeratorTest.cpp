@@ -1,13 +1,19 @@
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/inotify.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <set>
+#include <vector>
 
 #include "PortableFoundation/NSDirectoryEnumerator.h"
 #include "PortableFoundation/Process.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Processes.h"
 
 namespace zekara::test {
 namespace {

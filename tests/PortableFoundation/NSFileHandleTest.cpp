@@ -1,13 +1,20 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 #include "PortableFoundation/NSException.h"
 #include "PortableFoundation/NSFileHandle.h"
 #include "PortableFoundation/NSRunLoop.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Faults.h"
+#include "tests/support/Processes.h"
 
 namespace zekara::test {
 namespace {

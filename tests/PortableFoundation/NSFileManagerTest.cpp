@@ -1,8 +1,10 @@
+#include <cerrno>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "PortableFoundation/NSFileManager.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Processes.h"
 
 namespace zekara::test {
 namespace {

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
@@ -102,7 +101,7 @@ std::string Unescaped(const std::string& field) {
 }
 
 std::vector<Row> LoadRows() {
-  std::ifstream file(std::filesystem::path(__FILE__).parent_path() / "data" / "property-lists.tsv");
+  std::ifstream file(ZEKARA_SOURCE_DIR "/tests/PortableFoundation/data/property-lists.tsv");
   std::vector<Row> rows;
   for (std::string line; std::getline(file, line);) {
     if (line.starts_with('#')) continue;

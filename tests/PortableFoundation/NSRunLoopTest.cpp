@@ -1,12 +1,16 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "PortableFoundation/NSFileHandle.h"
 #include "PortableFoundation/NSRunLoop.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Processes.h"
 
 namespace zekara::test {
 namespace {

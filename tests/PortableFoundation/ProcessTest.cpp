@@ -1,7 +1,19 @@
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
 #include <gtest/gtest.h>
 
 #include "PortableFoundation/Process.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Faults.h"
+#include "tests/support/Processes.h"
 
 namespace zekara::test {
 namespace {
@@ -175,6 +187,7 @@ TEST(Process, CallersSignalDoesNotReachAFullyRootProcess) {
 
 TEST(Process, RestoredPriorityIsThatOfAnyOther) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
+  if (!MayRaisePriority()) GTEST_SKIP() << "needs the right to raise a priority (CAP_SYS_NICE)";
   if (sched_getscheduler(0) < 0) GTEST_SKIP() << "musl has no sched_setscheduler()";
   RunInChild([] {
     constexpr sched_param none = {};

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
@@ -10,11 +12,11 @@
 
 #include "PortableFoundation/NSException.h"
 #include "Zekara4MacLibrary/ZKAIniParser.h"
+#include "tests/support/Files.h"
 #include "tests/support/LiteralIni.h"
 #include "tests/support/PlistGenerator.h"
-#include "tests/support/TestFiles.h"
 
-namespace zekara {
+namespace zekara::test {
 namespace {
 
 using namespace std::string_view_literals;
@@ -223,15 +225,15 @@ class ZKAIniParserGolden : public testing::TestWithParam<std::string> {};
 
 TEST_P(ZKAIniParserGolden, DocumentIsReadAndWrittenBackAsRecorded) {
   const std::string path = DataDirectory() + "/" + GetParam();
-  const std::string bytes = ReadTestFile(path + ".ini");
-  EXPECT_EQ(DumpParse(bytes), ReadTestFile(path + ".tree"));
-  EXPECT_EQ(LiteralParse(bytes), ReadTestFile(path + ".tree"));
+  const std::string bytes = ReadFile(path + ".ini");
+  EXPECT_EQ(DumpParse(bytes), ReadFile(path + ".tree"));
+  EXPECT_EQ(LiteralParse(bytes), ReadFile(path + ".tree"));
   if (!Exists(path + ".written")) return;  // a document that cannot be read is not written
-  EXPECT_EQ(ZKAIniParser::initWithData(bytes).parse()->asIni(), ReadTestFile(path + ".written"));
+  EXPECT_EQ(ZKAIniParser::initWithData(bytes).parse()->asIni(), ReadFile(path + ".written"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Documents, ZKAIniParserGolden, testing::ValuesIn(DocumentNames()),
                          [](const auto& test) { return test.param; });
 
 }  // namespace
-}  // namespace zekara
+}  // namespace zekara::test

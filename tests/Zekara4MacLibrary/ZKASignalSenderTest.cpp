@@ -8,8 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <ostream>
@@ -20,26 +20,21 @@
 
 #include "PortableFoundation/Descriptor.h"
 #include "Zekara4MacLibrary/ZKASignalSender.h"
-#include "tests/support/TestFiles.h"
-#include "tests/support/TestProcesses.h"
+#include "tests/support/PrivateRoot.h"
 
-namespace zekara {
+namespace zekara::test {
 namespace {
 
 using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Signal 0 reaches whom it is sent to without an effect; pid files that must reach nobody are tried with it,
-// so that a failing test harms no other process.
+// Signal 0 has no effect. Pid files that must reach no process are tried with it, so that a failing test
+// harms none.
 constexpr int kHarmless = 0;
 
 std::string Complaint(int signal, const std::string& path) {
   return "Can't signal " + std::to_string(signal) + " to " + path;
-}
-
-void MakeFifo(const std::string& path) {
-  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0) << path;
 }
 
 void MakeSocket(const std::string& path) {
@@ -51,32 +46,25 @@ void MakeSocket(const std::string& path) {
   ASSERT_EQ(bind(socketFile.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << path;
 }
 
-void MakeDirectory(const std::string& path) {
-  ASSERT_EQ(mkdir(path.c_str(), 0755), 0) << path;
-}
-void MakeLink(const std::string& target, const std::string& path) {
-  ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0) << path;
-}
-
 class ZKASendSignalPidFile : public testing::Test {
  protected:
   // Sends to a pid file with this content, and expects one complaint and no more.
   void expectFailure(std::string_view content) {
     SCOPED_TRACE(std::string(content.substr(0, 40)));
     const std::string path = directory / "pid";
-    WriteTestFile(path, content);
+    WriteFile(path, content);
     expectFailureAt(path);
     EXPECT_TRUE(Exists(path)) << "the file that is named is never removed";
   }
   void expectFailureAt(const std::string& path) {
-    const StandardErrorCapture capture;
+    const CapturedLog capture;
     EXPECT_FALSE(ZKASendSignal(path, kHarmless));
     EXPECT_THAT(capture.messages(), ElementsAre(Complaint(kHarmless, path)));
   }
   // Likewise, by a user who has no rights; only root can become one.
   void expectFailureAsAnotherUser(const std::string& path) {
     ASSERT_EQ(chmod(directory.path().c_str(), 0755), 0);
-    const StandardErrorCapture capture;
+    const CapturedLog capture;
     const pid_t other = fork();
     if (other == 0) {
       if (setgid(65534) != 0 || setuid(65534) != 0) _exit(2);
@@ -89,13 +77,13 @@ class ZKASendSignalPidFile : public testing::Test {
     EXPECT_THAT(capture.messages(), ElementsAre(Complaint(kHarmless, path)));
   }
   // Sends to a pid file with this content, and expects the child to get it.
-  void expectSuccess(const std::string& content, WaitingChild& child) {
+  void expectSuccess(const std::string& content, StandIn& child) {
     SCOPED_TRACE(content.substr(0, 40));
     const std::string path = directory / "pid";
-    WriteTestFile(path, content);
-    const StandardErrorCapture capture;
+    WriteFile(path, content);
+    const CapturedLog capture;
     EXPECT_TRUE(ZKASendSignal(path, SIGHUP));
-    EXPECT_EQ(child.takeSignal(), SIGHUP);
+    EXPECT_EQ(child.signals(), std::set{SIGHUP});
     EXPECT_THAT(capture.messages(), IsEmpty());
   }
 
@@ -115,7 +103,7 @@ void PrintTo(const PidTextCase& one, std::ostream* out) {
 class ZKASendSignalText : public ZKASendSignalPidFile, public testing::WithParamInterface<PidTextCase> {};
 
 TEST_P(ZKASendSignalText, SignalsTheProcess) {
-  WaitingChild child;
+  StandIn child;
   expectSuccess(GetParam().before + child.pidText() + GetParam().after, child);
 }
 
@@ -136,10 +124,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(ZKASendSignalPidFile, EverySignalNumberIsPassedOn) {
   for (const int signal : {SIGHUP, SIGTERM, SIGUSR1, SIGWINCH}) {
-    WaitingChild child;
-    WriteTestFile(directory / "pid", child.pidText());
+    StandIn child;
+    WriteFile(directory / "pid", child.pidText());
     EXPECT_TRUE(ZKASendSignal(directory / "pid", signal));
-    EXPECT_EQ(child.takeSignal(), signal);
+    EXPECT_EQ(child.signals(), std::set{signal});
   }
 }
 
@@ -175,7 +163,7 @@ TEST_F(ZKASendSignalPidFile, MissingFileIsLoggedWithThePathAsItWasPassed) {
 }
 
 TEST_F(ZKASendSignalPidFile, SignalNumberAndPathStandInTheComplaint) {
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   EXPECT_FALSE(ZKASendSignal(directory / "UpdateD.pid", SIGHUP));
   EXPECT_FALSE(ZKASendSignal(directory / "FileD.pid", SIGTERM));
   EXPECT_THAT(capture.messages(), ElementsAre("Can't signal 1 to " + directory / "UpdateD.pid",
@@ -187,21 +175,21 @@ TEST_F(ZKASendSignalPidFile, ProcessThatHasExitedIsOneComplaintAndTheFileStays) 
 }
 
 TEST_F(ZKASendSignalPidFile, SignalThatDoesNotExistIsAComplaint) {
-  WriteTestFile(directory / "pid", std::to_string(getpid()));
-  const StandardErrorCapture capture;
+  WriteFile(directory / "pid", std::to_string(getpid()));
+  const CapturedLog capture;
   EXPECT_FALSE(ZKASendSignal(directory / "pid", 12345));
   EXPECT_THAT(capture.messages(), ElementsAre(Complaint(12345, directory / "pid")));
 }
 
 TEST_F(ZKASendSignalPidFile, ProcessOfAnotherUserIsNotSignalledByOneWhoMayNot) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root, to become another user";
-  WriteTestFile(directory / "pid", std::to_string(getpid()));
+  WriteFile(directory / "pid", std::to_string(getpid()));
   expectFailureAsAnotherUser(directory / "pid");
 }
 
 TEST_F(ZKASendSignalPidFile, FileThatMayNotBeReadHoldsNoNumber) {
-  WaitingChild child;
-  WriteTestFile(directory / "pid", child.pidText());
+  StandIn child;
+  WriteFile(directory / "pid", child.pidText());
   ASSERT_EQ(chmod((directory / "pid").c_str(), 0), 0);
   if (geteuid() == 0) {
     expectFailureAsAnotherUser(directory / "pid");
@@ -211,11 +199,11 @@ TEST_F(ZKASendSignalPidFile, FileThatMayNotBeReadHoldsNoNumber) {
 }
 
 TEST_F(ZKASendSignalPidFile, LinkIsFollowed) {
-  WaitingChild child;
-  WriteTestFile(directory / "target", child.pidText());
+  StandIn child;
+  WriteFile(directory / "target", child.pidText());
   MakeLink("target", directory / "link");
   EXPECT_TRUE(ZKASendSignal(directory / "link", SIGTERM));
-  EXPECT_EQ(child.takeSignal(), SIGTERM);
+  EXPECT_EQ(child.signals(), std::set{SIGTERM});
 }
 
 TEST_F(ZKASendSignalPidFile, LinkThatLeadsNowhereOrInACircleHoldsNoNumber) {
@@ -243,267 +231,294 @@ TEST_F(ZKASendSignalPidFile, FifoWithAWriterIsNotReadEither) {
 }
 
 TEST_F(ZKASendSignalPidFile, HugeFileNeedsNoMemory) {
-  WaitingChild child;
+  StandIn child;
   const std::string path = directory / "pid";
-  WriteTestFile(path, child.pidText() + "\n");
+  WriteFile(path, child.pidText() + "\n");
   ASSERT_EQ(truncate(path.c_str(), 128 << 20), 0);
   rusage before = {};
   getrusage(RUSAGE_SELF, &before);
   EXPECT_TRUE(ZKASendSignal(path, SIGHUP));
   rusage after = {};
   getrusage(RUSAGE_SELF, &after);
-  EXPECT_EQ(child.takeSignal(), SIGHUP);
+  EXPECT_EQ(child.signals(), std::set{SIGHUP});
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 16 << 10) << "kibibytes";
 }
 
-// The front-end directory is fixed, so these run where /var is their own.
-class ZKASendSignalFrontEnds : public testing::Test {
+// The front-end directory is fixed.
+class ZKASendSignalFrontEnds : public PrivateRoot {
  protected:
-  void SetUp() override {
-    // Entering a namespace cannot be taken back, so the program is opened before /var, in which it may be, is
-    // hidden.
-    if (!program.isOpen()) program.reset(open(SEND_SIGNAL_TO_GUI, O_RDONLY));
-    const std::string reason = EnterPrivateVar();
-    if (!reason.empty()) GTEST_SKIP() << reason;
-    for (const char* path : {"/var/zekara", "/var/zekara/run", "/var/outside"}) MakeDirectory(path);
+  static void inside(const std::function<void()>& body) {
+    PrivateRoot::inside([&] {
+      MakeDirectory("/var/outside");
+      body();
+    });
   }
 
   void makeFrontEnd() { MakeDirectory(frontEnd); }
   std::string entry(const std::string& name) const { return frontEnd + "/" + name; }
   std::string registerProcess(const std::string& name, pid_t pid) {
-    WriteTestFile(entry(name), std::to_string(pid) + "\n");
+    WriteFile(entry(name), std::to_string(pid) + "\n");
     return entry(name);
   }
 
   // Signals, and keeps what was logged.
   int send(int signal) {
-    const StandardErrorCapture capture;
+    const CapturedLog capture;
     const int count = ZKASendSignalToGUI(signal);
     messages = capture.messages();
     return count;
   }
 
-  static inline Descriptor program{-1};
   const std::string frontEnd = "/var/zekara/run/frontEnd";
   std::vector<std::string> messages;
 };
 
 TEST_F(ZKASendSignalFrontEnds, MissingDirectoryGivesZeroAndNoComplaint) {
-  EXPECT_EQ(send(SIGHUP), 0);
-  EXPECT_THAT(messages, IsEmpty());
+  inside([&] {
+    EXPECT_EQ(send(SIGHUP), 0);
+    EXPECT_THAT(messages, IsEmpty());
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, EmptyDirectoryGivesZero) {
-  makeFrontEnd();
-  EXPECT_EQ(send(SIGHUP), 0);
-  EXPECT_THAT(messages, IsEmpty());
-  EXPECT_TRUE(Exists(frontEnd));
+  inside([&] {
+    makeFrontEnd();
+    EXPECT_EQ(send(SIGHUP), 0);
+    EXPECT_THAT(messages, IsEmpty());
+    EXPECT_TRUE(Exists(frontEnd));
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, FileOrLinkInPlaceOfTheDirectoryGivesZero) {
-  WriteTestFile(frontEnd, std::to_string(getpid()));
-  EXPECT_EQ(send(kHarmless), 0);
-  unlink(frontEnd.c_str());
-  WriteTestFile("/var/outside/ag1", std::to_string(getpid()));
-  MakeLink("/var/outside", frontEnd);
-  EXPECT_EQ(send(kHarmless), 0);
-  EXPECT_THAT(messages, IsEmpty());
+  inside([&] {
+    WriteFile(frontEnd, std::to_string(getpid()));
+    EXPECT_EQ(send(kHarmless), 0);
+    unlink(frontEnd.c_str());
+    WriteFile("/var/outside/ag1", std::to_string(getpid()));
+    MakeLink("/var/outside", frontEnd);
+    EXPECT_EQ(send(kHarmless), 0);
+    EXPECT_THAT(messages, IsEmpty());
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, LiveProcessIsSignalledStaleOneRemovedAndAnyOtherEntryLeft) {
-  makeFrontEnd();
-  WaitingChild live;
-  registerProcess("ag1", live.pid());
-  registerProcess("cc2", ExitedProcess());
-  registerProcess("xy3", ExitedProcess());
-  EXPECT_EQ(send(SIGHUP), 1);
-  EXPECT_EQ(live.takeSignal(), SIGHUP);
-  EXPECT_THAT(messages, ElementsAre(Complaint(SIGHUP, entry("cc2"))));
-  EXPECT_TRUE(Exists(entry("ag1")));
-  EXPECT_FALSE(Exists(entry("cc2")));
-  EXPECT_TRUE(Exists(entry("xy3")));
+  inside([&] {
+    makeFrontEnd();
+    StandIn live;
+    registerProcess("ag1", live.pid());
+    registerProcess("cc2", ExitedProcess());
+    registerProcess("xy3", ExitedProcess());
+    EXPECT_EQ(send(SIGHUP), 1);
+    EXPECT_EQ(live.signals(), std::set{SIGHUP});
+    EXPECT_THAT(messages, ElementsAre(Complaint(SIGHUP, entry("cc2"))));
+    EXPECT_TRUE(Exists(entry("ag1")));
+    EXPECT_FALSE(Exists(entry("cc2")));
+    EXPECT_TRUE(Exists(entry("xy3")));
+  });
 }
 
-TEST_F(ZKASendSignalFrontEnds, ProgramPrintsTheCount) {
-  makeFrontEnd();
-  WaitingChild first;
-  WaitingChild second;
-  registerProcess("agent.pid", first.pid());
-  registerProcess("ccc", second.pid());
-  registerProcess("ag-stale", ExitedProcess());
-  const std::string command = "/proc/self/fd/" + std::to_string(program.get()) + " 15 2>/dev/null";
-  FILE* pipe = popen(command.c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  int count = -1;
-  EXPECT_EQ(std::fscanf(pipe, "%d", &count), 1);
-  EXPECT_EQ(pclose(pipe), 0);
-  EXPECT_EQ(count, 2);
-  EXPECT_EQ(first.takeSignal(), SIGTERM);
-  EXPECT_EQ(second.takeSignal(), SIGTERM);
+TEST_F(ZKASendSignalFrontEnds, LiveProcessesOfBothPrefixesAreCountedAndGetTheSignal) {
+  inside([&] {
+    makeFrontEnd();
+    StandIn first;
+    StandIn second;
+    registerProcess("agent.pid", first.pid());
+    registerProcess("ccc", second.pid());
+    registerProcess("ag-stale", ExitedProcess());
+    EXPECT_EQ(send(SIGTERM), 2);
+    EXPECT_EQ(first.signals(), std::set{SIGTERM});
+    EXPECT_EQ(second.signals(), std::set{SIGTERM});
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, PrefixIsMatchedLiterally) {
-  makeFrontEnd();
-  for (const char* name : {"Agent.pid", "AG", "Cc", "a", "c", "xag", "ac", "ca", " ag", ".ag", "g"}) {
-    registerProcess(name, ExitedProcess());
-  }
-  EXPECT_EQ(send(SIGHUP), 0);
-  EXPECT_THAT(messages, IsEmpty());
-  EXPECT_TRUE(Exists(entry("Agent.pid")));
-  for (const char* name : {"ag", "cc"}) registerProcess(name, getpid());
-  EXPECT_EQ(send(kHarmless), 2);
+  inside([&] {
+    makeFrontEnd();
+    for (const char* name : {"Agent.pid", "AG", "Cc", "a", "c", "xag", "ac", "ca", " ag", ".ag", "g"}) {
+      registerProcess(name, ExitedProcess());
+    }
+    EXPECT_EQ(send(SIGHUP), 0);
+    EXPECT_THAT(messages, IsEmpty());
+    EXPECT_TRUE(Exists(entry("Agent.pid")));
+    for (const char* name : {"ag", "cc"}) registerProcess(name, getpid());
+    EXPECT_EQ(send(kHarmless), 2);
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, EntryBelowAnotherDirectoryIsLeftAlone) {
-  makeFrontEnd();
-  MakeDirectory(entry("sub"));
-  registerProcess("sub/agent.pid", ExitedProcess());
-  MakeDirectory(entry("sub/cc"));
-  EXPECT_EQ(send(SIGHUP), 0);
-  EXPECT_THAT(messages, IsEmpty());
-  EXPECT_TRUE(Exists(entry("sub/agent.pid")));
-  EXPECT_TRUE(Exists(entry("sub/cc")));
+  inside([&] {
+    makeFrontEnd();
+    MakeDirectory(entry("sub"));
+    registerProcess("sub/agent.pid", ExitedProcess());
+    MakeDirectory(entry("sub/cc"));
+    EXPECT_EQ(send(SIGHUP), 0);
+    EXPECT_THAT(messages, IsEmpty());
+    EXPECT_TRUE(Exists(entry("sub/agent.pid")));
+    EXPECT_TRUE(Exists(entry("sub/cc")));
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, DirectoryThatCountsAsARegistrationIsRemovedWithItsContent) {
-  makeFrontEnd();
-  WaitingChild unreached;
-  MakeDirectory(entry("agents"));
-  MakeDirectory(entry("agents/deeper"));
-  registerProcess("agents/agent.pid", unreached.pid());
-  registerProcess("agents/deeper/cc", unreached.pid());
-  EXPECT_EQ(send(SIGHUP), 0);
-  EXPECT_THAT(messages, ElementsAre(Complaint(SIGHUP, entry("agents"))));
-  EXPECT_FALSE(Exists(entry("agents")));
-  EXPECT_EQ(unreached.takeSignal(), 0) << "what lay below the removed directory is not visited";
+  inside([&] {
+    makeFrontEnd();
+    StandIn unreached;
+    MakeDirectory(entry("agents"));
+    MakeDirectory(entry("agents/deeper"));
+    registerProcess("agents/agent.pid", unreached.pid());
+    registerProcess("agents/deeper/cc", unreached.pid());
+    EXPECT_EQ(send(SIGHUP), 0);
+    EXPECT_THAT(messages, ElementsAre(Complaint(SIGHUP, entry("agents"))));
+    EXPECT_FALSE(Exists(entry("agents")));
+    EXPECT_THAT(unreached.signals(), IsEmpty()) << "what lay below the removed directory is not visited";
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, EveryKindOfFailureRemovesTheRegistration) {
-  makeFrontEnd();
-  WriteTestFile(entry("ag-empty"), "");
-  WriteTestFile(entry("ag-zero"), "0");
-  WriteTestFile(entry("ag-negative"), "-1");
-  WriteTestFile(entry("cc-text"), "no number");
-  WriteTestFile(entry("cc-beyond-ascii"), std::to_string(getpid()) + "\xC3\xA4");
-  MakeFifo(entry("ag-fifo"));
-  MakeSocket(entry("cc-socket"));
-  MakeLink("missing", entry("ag-dangling"));
-  MakeLink("ag-circle", entry("ag-circle"));
-  EXPECT_EQ(send(kHarmless), 0);
-  EXPECT_EQ(messages.size(), 9U);
-  EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
+  inside([&] {
+    makeFrontEnd();
+    WriteFile(entry("ag-empty"), "");
+    WriteFile(entry("ag-zero"), "0");
+    WriteFile(entry("ag-negative"), "-1");
+    WriteFile(entry("cc-text"), "no number");
+    WriteFile(entry("cc-beyond-ascii"), std::to_string(getpid()) + "\xC3\xA4");
+    MakeFifo(entry("ag-fifo"));
+    MakeSocket(entry("cc-socket"));
+    MakeLink("missing", entry("ag-dangling"));
+    MakeLink("ag-circle", entry("ag-circle"));
+    EXPECT_EQ(send(kHarmless), 0);
+    EXPECT_EQ(messages.size(), 9U);
+    EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, LinkToAPidFileOutsideIsReadAndStays) {
-  makeFrontEnd();
-  WaitingChild live;
-  WriteTestFile("/var/outside/pid", live.pidText());
-  MakeLink("/var/outside/pid", entry("ag-link"));
-  EXPECT_EQ(send(SIGHUP), 1);
-  EXPECT_EQ(live.takeSignal(), SIGHUP);
-  EXPECT_TRUE(Exists(entry("ag-link")));
+  inside([&] {
+    makeFrontEnd();
+    StandIn live;
+    WriteFile("/var/outside/pid", live.pidText());
+    MakeLink("/var/outside/pid", entry("ag-link"));
+    EXPECT_EQ(send(SIGHUP), 1);
+    EXPECT_EQ(live.signals(), std::set{SIGHUP});
+    EXPECT_TRUE(Exists(entry("ag-link")));
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, RemovedLinkLeavesItsTargetAlone) {
-  makeFrontEnd();
-  WriteTestFile("/var/outside/pid", std::to_string(ExitedProcess()));
-  MakeDirectory("/var/outside/directory");
-  WriteTestFile("/var/outside/directory/ag-file", std::to_string(getpid()));
-  MakeLink("/var/outside/pid", entry("ag-file"));
-  MakeLink("/var/outside/directory", entry("ag-directory"));
-  EXPECT_EQ(send(kHarmless), 0);
-  EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
-  EXPECT_TRUE(Exists("/var/outside/pid"));
-  EXPECT_TRUE(Exists("/var/outside/directory/ag-file"));
+  inside([&] {
+    makeFrontEnd();
+    WriteFile("/var/outside/pid", std::to_string(ExitedProcess()));
+    MakeDirectory("/var/outside/directory");
+    WriteFile("/var/outside/directory/ag-file", std::to_string(getpid()));
+    MakeLink("/var/outside/pid", entry("ag-file"));
+    MakeLink("/var/outside/directory", entry("ag-directory"));
+    EXPECT_EQ(send(kHarmless), 0);
+    EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
+    EXPECT_TRUE(Exists("/var/outside/pid"));
+    EXPECT_TRUE(Exists("/var/outside/directory/ag-file"));
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, LinksInARemovedDirectoryAreNotFollowed) {
-  makeFrontEnd();
-  WriteTestFile("/var/outside/kept", "kept");
-  MakeDirectory(entry("agents"));
-  MakeLink("/var/outside", entry("agents/absolute"));
-  MakeLink("../../../../outside", entry("agents/relative"));
-  MakeLink(".", entry("agents/itself"));
-  EXPECT_EQ(send(SIGHUP), 0);
-  EXPECT_FALSE(Exists(entry("agents")));
-  EXPECT_EQ(ReadTestFile("/var/outside/kept"), "kept");
+  inside([&] {
+    makeFrontEnd();
+    WriteFile("/var/outside/kept", "kept");
+    MakeDirectory(entry("agents"));
+    MakeLink("/var/outside", entry("agents/absolute"));
+    MakeLink("../../../../outside", entry("agents/relative"));
+    MakeLink(".", entry("agents/itself"));
+    EXPECT_EQ(send(SIGHUP), 0);
+    EXPECT_FALSE(Exists(entry("agents")));
+    EXPECT_EQ(ReadFile("/var/outside/kept"), "kept");
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, NamesOfAnyBytesAreServed) {
-  makeFrontEnd();
-  const std::string names[] = {"ag\nnewline",   "cc\xFF\xFE", "ag" + std::string(253, 'x'),
-                               "cc \t\x01\x7F", "ag%s%n",     "cc'\"\\$(x)"};
-  for (const std::string& name : names) registerProcess(name, getpid());
-  EXPECT_EQ(send(kHarmless), 6);
-  EXPECT_THAT(messages, IsEmpty());
-  for (const std::string& name : names) registerProcess(name, 0);
-  EXPECT_EQ(send(kHarmless), 0);
-  EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
+  inside([&] {
+    makeFrontEnd();
+    const std::string names[] = {"ag\nnewline",   "cc\xFF\xFE", "ag" + std::string(253, 'x'),
+                                 "cc \t\x01\x7F", "ag%s%n",     "cc'\"\\$(x)"};
+    for (const std::string& name : names) registerProcess(name, getpid());
+    EXPECT_EQ(send(kHarmless), 6);
+    EXPECT_THAT(messages, IsEmpty());
+    for (const std::string& name : names) registerProcess(name, 0);
+    EXPECT_EQ(send(kHarmless), 0);
+    EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, DirectoriesOfOddNamesAreRemoved) {
-  makeFrontEnd();
-  std::string path = entry("ag\n");
-  MakeDirectory(path);
-  for (const std::string& name : {"\xFF"s, "..."s, " "s, std::string(255, 'y')}) {
-    path += "/" + name;
+  inside([&] {
+    makeFrontEnd();
+    std::string path = entry("ag\n");
     MakeDirectory(path);
-  }
-  EXPECT_EQ(send(SIGHUP), 0);
-  EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
+    for (const std::string& name : {"\xFF"s, "..."s, " "s, std::string(255, 'y')}) {
+      path += "/" + name;
+      MakeDirectory(path);
+    }
+    EXPECT_EQ(send(SIGHUP), 0);
+    EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, DeepTreeIsRemovedWithFewOpenFiles) {
-  makeFrontEnd();
-  Descriptor level(open(frontEnd.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const char* name = "ag";
-  for (int depth = 0; depth < 5000; ++depth) {
-    ASSERT_EQ(mkdirat(level.get(), name, 0755), 0);
-    Descriptor next = OpenAt(level.get(), name, O_RDONLY | O_DIRECTORY);
-    ASSERT_TRUE(next.isOpen());
-    const Descriptor file = OpenAt(next.get(), "file", O_CREAT | O_WRONLY, 0644);
-    ASSERT_TRUE(file.isOpen());
-    level = std::move(next);
-    name = "a-directory-whose-path-soon-is-longer-than-any-path-may-be";
-  }
-  level.reset();
-  const Descriptor lowestFree(open("/", O_RDONLY | O_CLOEXEC));
-  rlimit before = {};
-  getrlimit(RLIMIT_NOFILE, &before);
-  rlimit few = before;
-  few.rlim_cur = static_cast<rlim_t>(lowestFree.get()) + 10;
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-  const int count = send(SIGHUP);
-  setrlimit(RLIMIT_NOFILE, &before);
-  EXPECT_EQ(count, 0);
-  EXPECT_THAT(messages, ElementsAre(Complaint(SIGHUP, entry("ag"))));
-  EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
+  inside([&] {
+    makeFrontEnd();
+    Descriptor level(open(frontEnd.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const char* name = "ag";
+    for (int depth = 0; depth < 5000; ++depth) {
+      ASSERT_EQ(mkdirat(level.get(), name, 0755), 0);
+      Descriptor next = OpenAt(level.get(), name, O_RDONLY | O_DIRECTORY);
+      ASSERT_TRUE(next.isOpen());
+      const Descriptor file = OpenAt(next.get(), "file", O_CREAT | O_WRONLY, 0644);
+      ASSERT_TRUE(file.isOpen());
+      level = std::move(next);
+      name = "a-directory-whose-path-soon-is-longer-than-any-path-may-be";
+    }
+    level.reset();
+    const Descriptor lowestFree(open("/", O_RDONLY | O_CLOEXEC));
+    rlimit before = {};
+    getrlimit(RLIMIT_NOFILE, &before);
+    rlimit few = before;
+    few.rlim_cur = static_cast<rlim_t>(lowestFree.get()) + 10;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    const int count = send(SIGHUP);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(count, 0);
+    EXPECT_THAT(messages, ElementsAre(Complaint(SIGHUP, entry("ag"))));
+    EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, ManyRegistrationsAreAllServed) {
-  makeFrontEnd();
-  for (int i = 0; i < 500; ++i) {
-    registerProcess("ag" + std::to_string(i), getpid());
-    registerProcess("cc" + std::to_string(i), 0);
-  }
-  EXPECT_EQ(send(kHarmless), 500);
-  EXPECT_EQ(messages.size(), 500U);
-  EXPECT_EQ(send(kHarmless), 500);
-  EXPECT_THAT(messages, IsEmpty());
+  inside([&] {
+    makeFrontEnd();
+    for (int i = 0; i < 500; ++i) {
+      registerProcess("ag" + std::to_string(i), getpid());
+      registerProcess("cc" + std::to_string(i), 0);
+    }
+    EXPECT_EQ(send(kHarmless), 500);
+    EXPECT_EQ(messages.size(), 500U);
+    EXPECT_EQ(send(kHarmless), 500);
+    EXPECT_THAT(messages, IsEmpty());
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, HugeRegistrationIsRead) {
-  makeFrontEnd();
-  registerProcess("ag1", getpid());
-  ASSERT_EQ(truncate(entry("ag1").c_str(), 64 << 20), 0);
-  EXPECT_EQ(send(kHarmless), 1);
+  inside([&] {
+    makeFrontEnd();
+    registerProcess("ag1", getpid());
+    ASSERT_EQ(truncate(entry("ag1").c_str(), 64 << 20), 0);
+    EXPECT_EQ(send(kHarmless), 1);
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, SameProcessRegisteredTwiceIsSignalledTwice) {
-  makeFrontEnd();
-  registerProcess("ag1", getpid());
-  ASSERT_EQ(link(entry("ag1").c_str(), entry("cc1").c_str()), 0);
-  EXPECT_EQ(send(kHarmless), 2);
+  inside([&] {
+    makeFrontEnd();
+    registerProcess("ag1", getpid());
+    ASSERT_EQ(link(entry("ag1").c_str(), entry("cc1").c_str()), 0);
+    EXPECT_EQ(send(kHarmless), 2);
+  });
 }
 
 // A mount in it keeps a directory from being removed.
@@ -517,55 +532,66 @@ void MakeReadOnly(const std::string& path) {
 }
 
 TEST_F(ZKASendSignalFrontEnds, DirectoryThatCannotBeRemovedIsEmptiedAsFarAsCanBe) {
-  makeFrontEnd();
-  MakeDirectory(entry("agents"));
-  WriteTestFile(entry("agents/file"), "");
-  MountIn(entry("agents/mount"));
-  WriteTestFile(entry("agents/mount/file"), "");
-  EXPECT_EQ(send(SIGHUP), 0);
-  EXPECT_TRUE(Exists(entry("agents/mount")));
-  EXPECT_FALSE(Exists(entry("agents/file")));
-  EXPECT_FALSE(Exists(entry("agents/mount/file")));
-  EXPECT_THAT(messages,
-              ElementsAre(Complaint(SIGHUP, entry("agents")), Complaint(SIGHUP, entry("agents/mount"))));
+  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no mount of the test's own";
+  inside([&] {
+    makeFrontEnd();
+    MakeDirectory(entry("agents"));
+    WriteFile(entry("agents/file"), "");
+    MountIn(entry("agents/mount"));
+    WriteFile(entry("agents/mount/file"), "");
+    EXPECT_EQ(send(SIGHUP), 0);
+    EXPECT_TRUE(Exists(entry("agents/mount")));
+    EXPECT_FALSE(Exists(entry("agents/file")));
+    EXPECT_FALSE(Exists(entry("agents/mount/file")));
+    EXPECT_THAT(messages,
+                ElementsAre(Complaint(SIGHUP, entry("agents")), Complaint(SIGHUP, entry("agents/mount"))));
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, ContentsOfADirectoryThatCannotBeRemovedAreTriedAsRegistrations) {
-  makeFrontEnd();
-  WaitingChild live;
-  MakeDirectory(entry("agents"));
-  MountIn(entry("agents/mount"));
-  registerProcess("agents/mount/any-name", live.pid());
-  registerProcess("agents/mount/stale", ExitedProcess());
-  MakeReadOnly(entry("agents/mount"));
-  EXPECT_EQ(send(SIGHUP), 1);
-  EXPECT_EQ(live.takeSignal(), SIGHUP);
-  EXPECT_TRUE(Exists(entry("agents/mount/any-name")));
-  EXPECT_TRUE(Exists(entry("agents/mount/stale"))) << "on a file system that cannot be changed";
-  EXPECT_THAT(messages, testing::UnorderedElementsAre(Complaint(SIGHUP, entry("agents")),
-                                                      Complaint(SIGHUP, entry("agents/mount")),
-                                                      Complaint(SIGHUP, entry("agents/mount/stale"))));
+  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no mount of the test's own";
+  inside([&] {
+    makeFrontEnd();
+    StandIn live;
+    MakeDirectory(entry("agents"));
+    MountIn(entry("agents/mount"));
+    registerProcess("agents/mount/any-name", live.pid());
+    registerProcess("agents/mount/stale", ExitedProcess());
+    MakeReadOnly(entry("agents/mount"));
+    EXPECT_EQ(send(SIGHUP), 1);
+    EXPECT_EQ(live.signals(), std::set{SIGHUP});
+    EXPECT_TRUE(Exists(entry("agents/mount/any-name")));
+    EXPECT_TRUE(Exists(entry("agents/mount/stale"))) << "on a file system that cannot be changed";
+    EXPECT_THAT(messages, testing::UnorderedElementsAre(Complaint(SIGHUP, entry("agents")),
+                                                        Complaint(SIGHUP, entry("agents/mount")),
+                                                        Complaint(SIGHUP, entry("agents/mount/stale"))));
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, RemovalThatFailsIsNotLogged) {
-  MountIn(frontEnd);
-  registerProcess("ag1", getpid());
-  registerProcess("cc2", ExitedProcess());
-  MakeReadOnly(frontEnd);
-  EXPECT_EQ(send(kHarmless), 1);
-  EXPECT_TRUE(Exists(entry("cc2")));
-  EXPECT_THAT(messages, ElementsAre(Complaint(kHarmless, entry("cc2"))));
+  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no mount of the test's own";
+  inside([&] {
+    MountIn(frontEnd);
+    registerProcess("ag1", getpid());
+    registerProcess("cc2", ExitedProcess());
+    MakeReadOnly(frontEnd);
+    EXPECT_EQ(send(kHarmless), 1);
+    EXPECT_TRUE(Exists(entry("cc2")));
+    EXPECT_THAT(messages, ElementsAre(Complaint(kHarmless, entry("cc2"))));
+  });
 }
 
 TEST_F(ZKASendSignalFrontEnds, FilesAreReadAfreshAtEveryCall) {
-  makeFrontEnd();
-  registerProcess("ag1", getpid());
-  EXPECT_EQ(send(kHarmless), 1);
-  WaitingChild live;
-  registerProcess("ag1", live.pid());
-  EXPECT_EQ(send(SIGUSR1), 1);
-  EXPECT_EQ(live.takeSignal(), SIGUSR1);
+  inside([&] {
+    makeFrontEnd();
+    registerProcess("ag1", getpid());
+    EXPECT_EQ(send(kHarmless), 1);
+    StandIn live;
+    registerProcess("ag1", live.pid());
+    EXPECT_EQ(send(SIGUSR1), 1);
+    EXPECT_EQ(live.signals(), std::set{SIGUSR1});
+  });
 }
 
 }  // namespace
-}  // namespace zekara
+}  // namespace zekara::test

@@ -26,11 +26,11 @@
 #include "PortableFoundation/NSPropertyListSerialization.h"
 #include "PortableFoundation/NSRunLoop.h"
 #include "Zekara4MacLibrary/ZKAXMLConnection.h"
-#include "tests/support/AllocationFaults.h"
+#include "tests/support/Faults.h"
+#include "tests/support/Files.h"
 #include "tests/support/PlistGenerator.h"
-#include "tests/support/TestFiles.h"
 
-namespace zekara {
+namespace zekara::test {
 namespace {
 
 using testing::ElementsAre;
@@ -77,16 +77,13 @@ void RunUntilClosed(const Delegate& delegate) {
   }
 }
 
-std::pair<Descriptor, Descriptor> MakePipe() {
-  int ends[2] = {-1, -1};
-  if (pipe(ends) != 0) throw std::runtime_error("cannot make a pipe");
-  return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
-
-std::pair<Descriptor, Descriptor> MakeSocketPair() {
+Pipe MakeSocketPair() {
   int ends[2] = {-1, -1};
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) throw std::runtime_error("cannot make a socket pair");
-  return {Descriptor(ends[0]), Descriptor(ends[1])};
+  Pipe pair;
+  pair.output.reset(ends[0]);
+  pair.input.reset(ends[1]);
+  return pair;
 }
 
 std::shared_ptr<NSFileHandle> HandleOn(const Descriptor& descriptor) {
@@ -124,13 +121,13 @@ class ZKAXMLConnectionPipes : public testing::Test {
  protected:
   void connect() {
     connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
-        HandleOn(input.first), HandleOn(output.second), &delegate);
+        HandleOn(input.output), HandleOn(output.input), &delegate);
   }
-  void put(std::string_view bytes) { Put(input.second, bytes); }
-  void endInput() { input.second.reset(); }
+  void put(std::string_view bytes) { Put(input.input, bytes); }
+  void endInput() { input.input.reset(); }
 
-  std::pair<Descriptor, Descriptor> input = MakePipe();
-  std::pair<Descriptor, Descriptor> output = MakePipe();
+  Pipe input;
+  Pipe output;
   Delegate delegate;
   std::shared_ptr<ZKAXMLConnection> connection;
 };
@@ -175,10 +172,10 @@ TEST_F(ZKAXMLConnectionPipes, InputIsCutAlikeAtEveryChunkSize) {
   const Stream stream = MakeStream();
   for (std::size_t size = 1; size <= stream.bytes.size(); ++size) {
     SCOPED_TRACE("chunks of " + std::to_string(size));
-    input = MakePipe();
+    input = Pipe();
     delegate = Delegate();
     connect();
-    const StandardErrorCapture silence;
+    const CapturedLog silence;
     for (std::size_t sent = 0; sent < stream.bytes.size();) {
       put(std::string_view(stream.bytes).substr(sent, size));
       sent = std::min(sent + size, stream.bytes.size());
@@ -205,10 +202,10 @@ TEST_F(ZKAXMLConnectionPipes, RandomPiecesOfMarkersAreCutAtEveryWholeMarker) {
     std::size_t messages = 0;
     for (const char c : random) bytes += kPieces[static_cast<unsigned char>(c) % std::size(kPieces)];
     for (std::size_t at = 0; (at = bytes.find("</plist>", at)) != std::string::npos; at += 8) ++messages;
-    input = MakePipe();
+    input = Pipe();
     delegate = Delegate();
     connect();
-    const StandardErrorCapture capture;
+    const CapturedLog capture;
     for (std::size_t sent = 0; sent < bytes.size();) {
       const std::size_t size = 1 + static_cast<unsigned char>(random[sent % random.size()]) % 12;
       put(std::string_view(bytes).substr(sent, size));
@@ -270,7 +267,7 @@ TEST_F(ZKAXMLConnectionPipes, MarkerIsMatchedCaseSensitivelyAndWithoutBlanks) {
   put("<plist><string>a</string></PLIST></plist ></Plist>");
   ASSERT_TRUE(HandleOneBlock());
   endInput();
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_THAT(delegate.messages, IsEmpty());
   EXPECT_THAT(capture.messages(), IsEmpty());
@@ -279,7 +276,7 @@ TEST_F(ZKAXMLConnectionPipes, MarkerIsMatchedCaseSensitivelyAndWithoutBlanks) {
 TEST_F(ZKAXMLConnectionPipes, MarkerInsideACommentCutsTheMessageAllTheSame) {
   connect();
   put("<plist><!-- </plist> --><integer>1</integer></plist>" + Small(2));
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_THAT(delegate.descriptions(), ElementsAre("2"));
   EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection: xml format: "),
@@ -290,7 +287,7 @@ TEST_F(ZKAXMLConnectionPipes, MessageThatDoesNotParseIsLoggedAndDroppedAndTheNex
   connect();
   put("%s%n <plist><nonsense></plist>");
   {
-    const StandardErrorCapture capture;
+    const CapturedLog capture;
     ASSERT_TRUE(HandleOneBlock());
     EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection: xml format: ")));
   }
@@ -299,13 +296,13 @@ TEST_F(ZKAXMLConnectionPipes, MessageThatDoesNotParseIsLoggedAndDroppedAndTheNex
   put(Small(1));
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
-  EXPECT_EQ(TakeAll(output.first), "") << "nothing is replied";
+  EXPECT_EQ(TakeAll(output.output), "") << "nothing is replied";
 }
 
 TEST_F(ZKAXMLConnectionPipes, MessageThatHoldsAZeroByteIsDropped) {
   connect();
   put(std::string_view("<plist><string>a\0b</string></plist>", 35));
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_THAT(delegate.messages, IsEmpty());
   EXPECT_EQ(capture.messages().size(), 1U);
@@ -336,7 +333,7 @@ TEST_F(ZKAXMLConnectionPipes, HugeMessageArrivesWholeBlockByBlock) {
   const std::string bytes = Serialized(huge) + Small(1);
   std::thread writer([this, &bytes] {
     for (std::size_t sent = 0; sent < bytes.size(); sent += 65536) {
-      WriteAll(input.second.get(), std::string_view(bytes).substr(sent, 65536));
+      WriteAll(input.input.get(), std::string_view(bytes).substr(sent, 65536));
     }
     endInput();
   });
@@ -375,7 +372,7 @@ TEST_F(ZKAXMLConnectionPipes, PartialMessageAtTheEndOfInputIsDiscardedSilently) 
   connect();
   put(Small(1) + "<plist><integer>2</integer></plist");
   endInput();
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   RunUntilClosed(delegate);
   EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
   EXPECT_EQ(delegate.closings, 1);
@@ -385,7 +382,7 @@ TEST_F(ZKAXMLConnectionPipes, PartialMessageAtTheEndOfInputIsDiscardedSilently) 
 TEST_F(ZKAXMLConnectionPipes, InputThatCannotBeReadIsAtItsEnd) {
   const Descriptor directory = OpenAt(AT_FDCWD, "/", O_RDONLY);
   connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
-      HandleOn(directory), HandleOn(output.second), &delegate);
+      HandleOn(directory), HandleOn(output.input), &delegate);
   RunUntilClosed(delegate);
   EXPECT_EQ(delegate.closings, 1);
 }
@@ -395,7 +392,7 @@ TEST_F(ZKAXMLConnectionPipes, ClosedConnectionStillSends) {
   endInput();
   RunUntilClosed(delegate);
   connection->sendMessage("after the end");
-  EXPECT_EQ(TakeAll(output.first), Serialized("after the end"));
+  EXPECT_EQ(TakeAll(output.output), Serialized("after the end"));
 }
 
 TEST_F(ZKAXMLConnectionPipes, ConnectionClosedMaySend) {
@@ -403,7 +400,7 @@ TEST_F(ZKAXMLConnectionPipes, ConnectionClosedMaySend) {
   delegate.onClose = [](ZKAXMLConnection& closed) { closed.sendMessage("goodbye"); };
   endInput();
   RunUntilClosed(delegate);
-  EXPECT_EQ(TakeAll(output.first), Serialized("goodbye"));
+  EXPECT_EQ(TakeAll(output.output), Serialized("goodbye"));
 }
 
 // Failures of the delegate
@@ -412,7 +409,7 @@ TEST_F(ZKAXMLConnectionPipes, NSExceptionOfTheDelegateIsLoggedAndClosesWhateverI
   connect();
   delegate.onMessage = [](const Plist&, ZKAXMLConnection&) { throw NSException("name", "the %s reason"); };
   put(Small(1) + Small(2));
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
   EXPECT_EQ(delegate.closings, 1);
@@ -434,15 +431,15 @@ TEST_F(ZKAXMLConnectionPipes, AnythingElseThrownByTheDelegatePassesOnAndDoesNotC
     delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { thrower(); };
     connect();
     put(Small(1));
-    const StandardErrorCapture capture;
+    const CapturedLog capture;
     EXPECT_ANY_THROW(HandleOneBlock());
     EXPECT_EQ(delegate.closings, 0);
     EXPECT_THAT(capture.messages(), IsEmpty());
     put(Small(2));
     EXPECT_FALSE(IsReading());
     connection.reset();
-    TakeAll(input.first);
-    fcntl(input.first.get(), F_SETFL, 0);
+    TakeAll(input.output);
+    fcntl(input.output.get(), F_SETFL, 0);
   }
 }
 
@@ -482,7 +479,7 @@ TEST_F(ZKAXMLConnectionPipes, DelegateThatReleasesTheConnectionAndRaisesIsNotTol
     throw NSException("name", "reason");
   };
   put(Small(1));
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_EQ(delegate.closings, 0);
   EXPECT_THAT(capture.messages(), ElementsAre("ZKAXMLConnection: reason"));
@@ -524,11 +521,11 @@ class OneReply final : private ZKAXMLConnectionDelegating {
 };
 
 TEST_F(ZKAXMLConnectionPipes, DelegateThatOwnsTheConnectionMayEndItselfInAMessage) {
-  OneReply::serve(HandleOn(input.first), HandleOn(output.second));
+  OneReply::serve(HandleOn(input.output), HandleOn(output.input));
   put(Small(1) + Small(2) + "</plist>");
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_EQ(OneReply::alive, 0);
-  EXPECT_EQ(TakeAll(output.first), Serialized(1));
+  EXPECT_EQ(TakeAll(output.output), Serialized(1));
 }
 
 // Closing
@@ -542,7 +539,7 @@ TEST_F(ZKAXMLConnectionPipes, ClosedConnectionReceivesNothingAndIsNotToldOfIt) {
   EXPECT_THAT(delegate.messages, IsEmpty());
   EXPECT_EQ(delegate.closings, 0);
   connection->sendMessage("still sends");
-  EXPECT_EQ(TakeAll(output.first), Serialized("still sends"));
+  EXPECT_EQ(TakeAll(output.output), Serialized("still sends"));
 }
 
 TEST_F(ZKAXMLConnectionPipes, ConnectionClosedInAMessageDeliversNothingMore) {
@@ -554,21 +551,21 @@ TEST_F(ZKAXMLConnectionPipes, ConnectionClosedInAMessageDeliversNothingMore) {
       if (raises) throw NSException("name", "reason");
     };
     put(Small(1) + Small(2));
-    const StandardErrorCapture silence;
+    const CapturedLog silence;
     ASSERT_TRUE(HandleOneBlock());
     EXPECT_THAT(delegate.descriptions(), ElementsAre("1"));
     put(Small(3));
     EXPECT_FALSE(IsReading());
     EXPECT_EQ(delegate.closings, 0);
     connection.reset();
-    TakeAll(input.first);
-    fcntl(input.first.get(), F_SETFL, 0);
+    TakeAll(input.output);
+    fcntl(input.output.get(), F_SETFL, 0);
   }
 }
 
 TEST_F(ZKAXMLConnectionPipes, DelegateMayEndOnceItHasClosedTheConnection) {
   auto shortLived = std::make_unique<Delegate>();
-  connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(input.first), shortLived.get());
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(input.output), shortLived.get());
   shortLived->onMessage = [&](const Plist&, ZKAXMLConnection& through) {
     through.close();
     shortLived.reset();
@@ -580,7 +577,7 @@ TEST_F(ZKAXMLConnectionPipes, DelegateMayEndOnceItHasClosedTheConnection) {
 }
 
 TEST_F(ZKAXMLConnectionPipes, ReadingHandleThatIsClosedEndsTheConnection) {
-  const auto reading = NSFileHandle::handleOwning(std::move(input.first));
+  const auto reading = NSFileHandle::handleOwning(std::move(input.output));
   connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
   put(Small(1));
   reading->closeFile();
@@ -592,11 +589,11 @@ TEST_F(ZKAXMLConnectionPipes, ReadingHandleThatIsClosedEndsTheConnection) {
 }
 
 TEST_F(ZKAXMLConnectionPipes, ReadingHandleThatIsClosedInAMessageEndsTheConnection) {
-  const auto reading = NSFileHandle::handleOwning(std::move(input.first));
+  const auto reading = NSFileHandle::handleOwning(std::move(input.output));
   connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
   delegate.onMessage = [&](const Plist&, ZKAXMLConnection&) { reading->closeFile(); };
   put(Small(1));
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_EQ(delegate.closings, 1);
   EXPECT_THAT(capture.messages(), ElementsAre("ZKAXMLConnection: the handle is closed"));
@@ -605,11 +602,11 @@ TEST_F(ZKAXMLConnectionPipes, ReadingHandleThatIsClosedInAMessageEndsTheConnecti
 // Several connections on one handle
 
 TEST_F(ZKAXMLConnectionPipes, ConnectionThatFailedCanBeReplacedOnTheSameHandle) {
-  const auto reading = HandleOn(input.first);
+  const auto reading = HandleOn(input.output);
   connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
   delegate.onMessage = [](const Plist&, ZKAXMLConnection&) { throw NSException("name", "reason"); };
   put(Small(1));
-  const StandardErrorCapture silence;
+  const CapturedLog silence;
   ASSERT_TRUE(HandleOneBlock());
   Delegate second;
   connection =
@@ -620,7 +617,7 @@ TEST_F(ZKAXMLConnectionPipes, ConnectionThatFailedCanBeReplacedOnTheSameHandle) 
 }
 
 TEST_F(ZKAXMLConnectionPipes, ClosedConnectionReleasedLateLeavesItsSuccessorReading) {
-  const auto reading = HandleOn(input.first);
+  const auto reading = HandleOn(input.output);
   auto former = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
   former->close();
   Delegate second;
@@ -633,7 +630,7 @@ TEST_F(ZKAXMLConnectionPipes, ClosedConnectionReleasedLateLeavesItsSuccessorRead
 
 TEST_F(ZKAXMLConnectionPipes, HandleMayBeHandedOverInAMessage) {
   for (const bool isReleased : {true, false}) {
-    const auto reading = HandleOn(input.first);
+    const auto reading = HandleOn(input.output);
     delegate = Delegate();
     Delegate second;
     std::shared_ptr<ZKAXMLConnection> successor;
@@ -653,7 +650,7 @@ TEST_F(ZKAXMLConnectionPipes, HandleMayBeHandedOverInAMessage) {
 }
 
 TEST_F(ZKAXMLConnectionPipes, SecondConnectionOnAHandleInUseIsRefusedAndTheFirstServesOn) {
-  const auto reading = HandleOn(input.first);
+  const auto reading = HandleOn(input.output);
   connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &delegate);
   Delegate second;
   EXPECT_THROW(ZKAXMLConnection::initWithFileHandle_delegate(reading, &second), NSException);
@@ -673,8 +670,8 @@ TEST_F(ZKAXMLConnectionPipes, ConnectionWithoutAHandleOrADelegateIsRefused) {
     return std::string("nothing");
   };
   EXPECT_EQ(nameRaisedBy(nullptr, &delegate), NSInvalidArgumentException);
-  EXPECT_EQ(nameRaisedBy(HandleOn(input.first), nullptr), NSInvalidArgumentException);
-  const auto closed = NSFileHandle::handleOwning(std::move(input.first));
+  EXPECT_EQ(nameRaisedBy(HandleOn(input.output), nullptr), NSInvalidArgumentException);
+  const auto closed = NSFileHandle::handleOwning(std::move(input.output));
   closed->closeFile();
   EXPECT_EQ(nameRaisedBy(closed, &delegate), NSFileHandleOperationException);
 }
@@ -688,8 +685,8 @@ std::shared_ptr<NSFileHandle> NotingItsEnd(const std::shared_ptr<NSFileHandle>& 
 TEST_F(ZKAXMLConnectionPipes, HandleForReadingIsReleasedBeforeTheOneForWriting) {
   std::vector<std::string> ends;
   connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
-      NotingItsEnd(HandleOn(input.first), "reading", ends),
-      NotingItsEnd(HandleOn(output.second), "writing", ends), &delegate);
+      NotingItsEnd(HandleOn(input.output), "reading", ends),
+      NotingItsEnd(HandleOn(output.input), "writing", ends), &delegate);
   connection.reset();
   EXPECT_THAT(ends, ElementsAre("reading", "writing"));
 }
@@ -713,19 +710,19 @@ TEST_F(ZKAXMLConnectionPipes, ReleasedConnectionReadsNoMore) {
 }
 
 TEST_F(ZKAXMLConnectionPipes, HandlesAreSharedAndNotClosed) {
-  const auto reading = NSFileHandle::handleOwning(std::move(input.first));
+  const auto reading = NSFileHandle::handleOwning(std::move(input.output));
   const int descriptor = reading->fileDescriptor();
   connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
-      reading, HandleOn(output.second), &delegate);
+      reading, HandleOn(output.input), &delegate);
   endInput();
   RunUntilClosed(delegate);
   connection.reset();
   EXPECT_GE(fcntl(descriptor, F_GETFD), 0);
-  EXPECT_GE(fcntl(output.second.get(), F_GETFD), 0);
+  EXPECT_GE(fcntl(output.input.get(), F_GETFD), 0);
 }
 
 TEST_F(ZKAXMLConnectionPipes, ConnectionKeepsItsHandlesAlive) {
-  const int descriptor = input.first.release();
+  const int descriptor = input.output.release();
   connection = ZKAXMLConnection::initWithFileHandle_delegate(
       NSFileHandle::initWithFileDescriptor_closeOnDealloc(descriptor, true), &delegate);
   put(Small(1));
@@ -742,7 +739,7 @@ TEST_F(ZKAXMLConnectionPipes, MessageIsWrittenAsTheSerialiserWritesItAndNothingE
   const Plist message = Plist::dictionary({{"tag", "ack"}, {"res", "OK"}});
   connection->sendMessage(message);
   connection->sendMessage("two");
-  EXPECT_EQ(TakeAll(output.first), Serialized(message) + Serialized("two"));
+  EXPECT_EQ(TakeAll(output.output), Serialized(message) + Serialized("two"));
 }
 
 TEST_F(ZKAXMLConnectionPipes, RepliesOfOneBlockFollowTheOrderOfItsMessages) {
@@ -750,7 +747,7 @@ TEST_F(ZKAXMLConnectionPipes, RepliesOfOneBlockFollowTheOrderOfItsMessages) {
   delegate.onMessage = [](const Plist& message, ZKAXMLConnection& through) { through.sendMessage(message); };
   put(Small(1) + Small(2) + Small(3));
   ASSERT_TRUE(HandleOneBlock());
-  EXPECT_EQ(TakeAll(output.first), Serialized(1) + Serialized(2) + Serialized(3));
+  EXPECT_EQ(TakeAll(output.output), Serialized(1) + Serialized(2) + Serialized(3));
 }
 
 TEST_F(ZKAXMLConnectionPipes, OneHandleServesBothWays) {
@@ -791,12 +788,12 @@ TEST_F(ZKAXMLConnectionPipes, MessageLargerThanThePipeIsWrittenWhole) {
   std::thread reader([this, &received] {
     char block[4096];
     ssize_t count = 0;
-    while ((count = ReadSome(output.first.get(), block, sizeof block)) > 0) {
+    while ((count = ReadSome(output.output.get(), block, sizeof block)) > 0) {
       received.append(block, static_cast<std::size_t>(count));
     }
   });
   connection->sendMessage(message);
-  output.second.reset();
+  output.input.reset();
   reader.join();
   EXPECT_TRUE(received == Serialized(message));
 }
@@ -805,18 +802,18 @@ TEST_F(ZKAXMLConnectionPipes, MessageThatCannotBeSerialisedIsLoggedAndNothingIsW
   connect();
   const Plist unwritable[] = {Plist(), Plist::array({"\xFF"}), Plist::dictionary({{1, "key is no string"}})};
   for (const Plist& message : unwritable) {
-    const StandardErrorCapture capture;
+    const CapturedLog capture;
     connection->sendMessage(message);
     EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection:sendMessage: serialize: ")));
   }
-  EXPECT_EQ(TakeAll(output.first), "");
+  EXPECT_EQ(TakeAll(output.output), "");
 }
 
 TEST_F(ZKAXMLConnectionPipes, WhateverIsThrownWhileSendingIsLogged) {
   connect();
   const Plist message = std::string(100'000, 'y');
   for (const auto thrower : {+[] { throw 5; }, +[] { throw std::bad_alloc(); }}) {
-    const StandardErrorCapture capture;
+    const CapturedLog capture;
     const auto former = std::set_new_handler(thrower);
     test::FailAllocation(1, true);
     connection->sendMessage(message);
@@ -824,24 +821,24 @@ TEST_F(ZKAXMLConnectionPipes, WhateverIsThrownWhileSendingIsLogged) {
     std::set_new_handler(former);
     EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection:sendMessage: ")));
   }
-  EXPECT_EQ(TakeAll(output.first), "");
+  EXPECT_EQ(TakeAll(output.output), "");
 }
 
 TEST_F(ZKAXMLConnectionPipes, WriteThatFailsIsLoggedAndTheSenderIsNotTold) {
   connect();
-  output.second.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  output.input.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
   connect();
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   connection->sendMessage("lost");
   EXPECT_THAT(capture.messages(), ElementsAre(StartsWith("ZKAXMLConnection:sendMessage: ")));
 }
 
 TEST_F(ZKAXMLConnectionPipes, ReplyToAReaderThatHasGoneIsLoggedAndTheConnectionServesOn) {
   connect();
-  output.first.reset();
+  output.output.reset();
   delegate.onMessage = [](const Plist& message, ZKAXMLConnection& through) { through.sendMessage(message); };
   put(Small(1) + Small(2));
-  const StandardErrorCapture capture;
+  const CapturedLog capture;
   ASSERT_TRUE(HandleOneBlock());
   EXPECT_THAT(delegate.descriptions(), ElementsAre("1", "2"));
   EXPECT_EQ(delegate.closings, 0);
@@ -850,17 +847,17 @@ TEST_F(ZKAXMLConnectionPipes, ReplyToAReaderThatHasGoneIsLoggedAndTheConnectionS
 }
 
 // In a process of its own, in which SIGPIPE would kill: the connection's other end has gone when it sends.
-[[noreturn]] void SendToNobody(std::pair<Descriptor, Descriptor> ends) {
+[[noreturn]] void SendToNobody(Pipe ends) {
   signal(SIGPIPE, SIG_DFL);
   Delegate delegate;
-  const auto connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(ends.second), &delegate);
-  ends.first.reset();
+  const auto connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(ends.input), &delegate);
+  ends.output.reset();
   connection->sendMessage("to nobody");
   _exit(42);
 }
 
 TEST(ZKAXMLConnectionSigpipe, PipeWithoutAReaderDoesNotKillAProcessThatNeverIgnoredSigpipe) {
-  EXPECT_EXIT(SendToNobody(MakePipe()), testing::ExitedWithCode(42),
+  EXPECT_EXIT(SendToNobody(Pipe()), testing::ExitedWithCode(42),
               "ZKAXMLConnection:sendMessage: .*Broken pipe");
 }
 
@@ -870,4 +867,4 @@ TEST(ZKAXMLConnectionSigpipe, SocketWithoutAPeerDoesNotKillEither) {
 }
 
 }  // namespace
-}  // namespace zekara
+}  // namespace zekara::test

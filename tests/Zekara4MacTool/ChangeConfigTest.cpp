@@ -1,9 +1,16 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <set>
 
 #include "PortableFoundation/NSException.h"
+#include "Zekara4MacLibrary/ZKAConfig.h"
+#include "Zekara4MacLibrary/ZKASignalSender.h"
 #include "Zekara4MacTool/ChangeConfig.h"
-#include "tests/Zekara4MacTool/PrivateSuite.h"
+#include "tests/support/PrivateRoot.h"
 
 namespace zekara::test {
 namespace {
@@ -38,7 +45,7 @@ struct Signalled {
   bool isUpdateDSignalled;
 };
 
-class ChangeConfigSignals : public PrivateSuite, public testing::WithParamInterface<Signalled> {};
+class ChangeConfigSignals : public PrivateRoot, public testing::WithParamInterface<Signalled> {};
 
 TEST_P(ChangeConfigSignals, DaemonsConcernedGetSignal1AndNoOther) {
   inside([] {
@@ -47,7 +54,7 @@ TEST_P(ChangeConfigSignals, DaemonsConcernedGetSignal1AndNoOther) {
     StandIn updateD(kUpdateDPidFile);
     CapturedLog log;
     ChangeConfigCmd(GetParam().patch);
-    EXPECT_THAT(log.writes(), IsEmpty());
+    EXPECT_EQ(log.text(), "");
     const std::set<int> none;
     EXPECT_EQ(fileD.signals(), GetParam().isFileDSignalled ? std::set{SIGHUP} : none);
     EXPECT_EQ(updateD.signals(), GetParam().isUpdateDSignalled ? std::set{SIGHUP} : none);
@@ -74,7 +81,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Signalled{"Absent", "[UpdateD]\nInterval = 43200\n", Plist(), false, false}),
     [](const auto& test) { return test.param.name; });
 
-class ChangeConfigCommand : public PrivateSuite {};
+class ChangeConfigCommand : public PrivateRoot {};
 
 TEST_F(ChangeConfigCommand, FileMonitorIsSignalledBeforeTheUpdater) {
   inside([] {
@@ -147,7 +154,7 @@ TEST_F(ChangeConfigCommand, FailureSignalsNobody) {
     EXPECT_EQ(Failure(BothSections()), "can't open ini file");
     EXPECT_THAT(fileD.signals(), IsEmpty());
     EXPECT_THAT(updateD.signals(), IsEmpty());
-    EXPECT_THAT(log.writes(), IsEmpty());
+    EXPECT_EQ(log.text(), "");
   });
 }
 

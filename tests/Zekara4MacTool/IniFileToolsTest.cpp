@@ -1,16 +1,26 @@
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "PortableFoundation/NSException.h"
 #include "Zekara4MacTool/IniFileTools.h"
 #include "Zekara4MacTool/ProcessState.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Faults.h"
+#include "tests/support/PrivateRoot.h"
 
 namespace zekara::test {
 namespace {
@@ -369,9 +379,8 @@ TEST_F(PatchIniFileFault, TextBeyondTheSizeLimitOfFilesIsRefusedBeforeTheTruncat
 }
 
 TEST_F(PatchIniFileFault, FullFileSystemLeavesABeginningOfTheNewText) {
-  if (!CanEnterPrivateRoot()) GTEST_SKIP() << "no private mount namespace can be had here";
-  RunInChild([&] {
-    ASSERT_TRUE(EnterPrivateRoot());
+  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no file system of the test's own";
+  RunInPrivateRoot([&] {
     ASSERT_EQ(mount("tmpfs", "/Library", "tmpfs", 0, "size=8192"), 0);
     const std::string path = "/Library/zekara32.ini";
     WriteFile(path, kOld);
@@ -495,6 +504,7 @@ TEST_F(IniFileTools, ConcurrentPatchesAreAllKept) {
   constexpr int kProcesses = 8;
   constexpr int kRounds = 20;
   std::vector<pid_t> children;
+  if (!IsRoot()) write("");  // because only root may change the file that the first patch creates
   for (int process = 0; process < kProcesses; ++process) {
     children.push_back(StartChild([&] {
       for (int round = 0; round < kRounds; ++round) {
@@ -505,9 +515,6 @@ TEST_F(IniFileTools, ConcurrentPatchesAreAllKept) {
       }
       return 0;
     }));
-    // Only root may write the file that the first one has made.
-    while (!std::filesystem::exists(path_)) usleep(1000);
-    chmod(path_.c_str(), 0644);
   }
   for (const pid_t child : children) EXPECT_EQ(WaitForChild(child), 0);
   const std::string result = text();

@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,10 +9,11 @@
 #include "PortableFoundation/NSException.h"
 #include "PortableFoundation/NSFileHandle.h"
 #include "PortableFoundation/NSRunLoop.h"
+#include "Zekara4MacLibrary/ZKAConfig.h"
 #include "Zekara4MacTool/IniFileTools.h"
 #include "Zekara4MacTool/PipeRunner.h"
-#include "tests/Zekara4MacTool/PrivateSuite.h"
-#include "tests/support/AllocationFaults.h"
+#include "tests/support/Faults.h"
+#include "tests/support/PrivateRoot.h"
 
 namespace zekara::test {
 namespace {
@@ -152,7 +155,7 @@ std::string Request() {
          "<key>MacOSWardex</key><dict><key>IsActive</key><string>Yes</string></dict></dict></dict></plist>\n";
 }
 
-class PipeRunnerOutOfMemory : public PrivateSuite {};
+class PipeRunnerOutOfMemory : public PrivateRoot {};
 
 TEST_F(PipeRunnerOutOfMemory, FileIsOldOrNewAndARequestAnsweredWholeOrNotWhicheverAllocationFails) {
   inside([] {

@@ -1,12 +1,20 @@
+#include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/file.h>
+#include <unistd.h>
 
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <set>
+#include <vector>
 
 #include "PortableFoundation/NSPropertyListSerialization.h"
+#include "Zekara4MacLibrary/ZKAConfig.h"
+#include "Zekara4MacLibrary/ZKASignalSender.h"
 #include "Zekara4MacTool/PipeRunner.h"
-#include "tests/Zekara4MacTool/PrivateSuite.h"
+#include "tests/support/PrivateRoot.h"
 
 namespace zekara::test {
 namespace {
@@ -122,7 +130,7 @@ std::string ErrorOf(const Plist& reply) {
   return reply.objectForKey("err").description();
 }
 
-class PipeRunnerRequests : public PrivateSuite {};
+class PipeRunnerRequests : public PrivateRoot {};
 
 TEST_F(PipeRunnerRequests, SuccessfulCommandComesBackWithAckAndOkAndItsOwnKeys) {
   inside([] {
@@ -169,7 +177,7 @@ struct Refused {
   const char* error;  // null: a sentence that is ours to choose
 };
 
-class PipeRunnerRefusal : public PrivateSuite, public testing::WithParamInterface<Refused> {};
+class PipeRunnerRefusal : public PrivateRoot, public testing::WithParamInterface<Refused> {};
 
 TEST_P(PipeRunnerRefusal, IsToldInErrAndTheFileIsNotTouched) {
   inside([] {

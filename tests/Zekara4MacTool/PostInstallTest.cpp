@@ -1,9 +1,15 @@
+#include <signal.h>
+
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <set>
 
 #include "PortableFoundation/NSException.h"
+#include "Zekara4MacLibrary/ZKAConfig.h"
+#include "Zekara4MacLibrary/ZKASignalSender.h"
 #include "Zekara4MacTool/PostInstall.h"
-#include "tests/Zekara4MacTool/PrivateSuite.h"
+#include "tests/support/PrivateRoot.h"
 
 namespace zekara::test {
 namespace {
@@ -11,7 +17,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class PostInstallCommand : public PrivateSuite {};
+class PostInstallCommand : public PrivateRoot {};
 
 TEST_F(PostInstallCommand, FileMonitorIsSwitchedOnAndGetsBothSignals) {
   inside([] {
@@ -24,7 +30,7 @@ TEST_F(PostInstallCommand, FileMonitorIsSwitchedOnAndGetsBothSignals) {
               "[MacOSWardex]\nIsActive = Yes\nFileTimeout = 30\n\n[UpdateD]\nMode = Auto\n\n");
     EXPECT_EQ(fileD.signals(), (std::set{SIGHUP, SIGTERM}));
     EXPECT_THAT(updateD.signals(), IsEmpty());
-    EXPECT_THAT(log.writes(), IsEmpty());
+    EXPECT_EQ(log.text(), "");
   });
 }
 
@@ -60,7 +66,7 @@ TEST_F(PostInstallCommand, FailedChangePassesOnAndSendsNoTermination) {
     std::filesystem::remove_all("/Library/Application Support");
     EXPECT_THROW(PostInstall(), NSException);
     EXPECT_THAT(fileD.signals(), IsEmpty());
-    EXPECT_THAT(log.writes(), IsEmpty());
+    EXPECT_EQ(log.text(), "");
   });
 }
 

@@ -1,13 +1,18 @@
+#include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "PortableFoundation/NSError.h"
 #include "PortableFoundation/NSException.h"
 #include "Zekara4MacTool/SelfCheck.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Faults.h"
+#include "tests/support/PrivateRoot.h"
 
 namespace zekara::test {
 namespace {
@@ -190,9 +195,8 @@ TEST_F(SelfCheckAsRoot, UserWithoutRightsFailsForHisOwnFileToo) {
 }
 
 TEST_F(SelfCheckAsRoot, ReadOnlyFileSystemFailsAtTheOwnerChange) {
-  if (!CanEnterPrivateRoot()) GTEST_SKIP() << "no private mount namespace can be had here";
-  RunInChild([] {
-    ASSERT_TRUE(EnterPrivateRoot());
+  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no mount of the test's own";
+  RunInPrivateRoot([] {
     WriteFile("/Library/tool", "");
     ASSERT_EQ(chmod("/Library/tool", 0755), 0);
     ASSERT_EQ(mount("/Library", "/Library", nullptr, MS_BIND, nullptr), 0);

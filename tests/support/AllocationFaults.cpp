@@ -1,7 +1,7 @@
-#include "tests/support/AllocationFaults.h"
-
 #include <cstdlib>
 #include <new>
+
+#include "tests/support/Faults.h"
 
 namespace zekara::test {
 namespace {
@@ -16,25 +16,6 @@ bool IsToFail() noexcept {
   if (g_fails_forever) g_remaining = 1;
   g_has_failed = true;
   return true;
-}
-
-void* Allocate(std::size_t size) noexcept {
-  if (IsToFail()) return nullptr;
-  void* const block = std::malloc(size == 0 ? 1 : size);
-  if (block != nullptr) ++g_live;
-  return block;
-}
-
-void* AllocateOrThrow(std::size_t size) {
-  void* const block = Allocate(size);
-  if (block == nullptr && std::get_new_handler() != nullptr) std::get_new_handler()();
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-
-void Free(void* block) noexcept {
-  if (block != nullptr) --g_live;
-  std::free(block);
 }
 
 }  // namespace
@@ -56,33 +37,20 @@ long CountLiveBlocks() noexcept {
 
 }  // namespace zekara::test
 
+// The other forms of both operators call these.
 void* operator new(std::size_t size) {
-  return zekara::test::AllocateOrThrow(size);
+  void* const block = zekara::test::IsToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
+  if (block == nullptr && std::get_new_handler() != nullptr) std::get_new_handler()();
+  if (block == nullptr) throw std::bad_alloc();
+  ++zekara::test::g_live;
+  return block;
 }
-void* operator new[](std::size_t size) {
-  return zekara::test::AllocateOrThrow(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return zekara::test::Allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return zekara::test::Allocate(size);
-}
+
 void operator delete(void* block) noexcept {
-  zekara::test::Free(block);
+  if (block != nullptr) --zekara::test::g_live;
+  std::free(block);
 }
-void operator delete[](void* block) noexcept {
-  zekara::test::Free(block);
-}
+
 void operator delete(void* block, std::size_t) noexcept {
-  zekara::test::Free(block);
-}
-void operator delete[](void* block, std::size_t) noexcept {
-  zekara::test::Free(block);
-}
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-  zekara::test::Free(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
-  zekara::test::Free(block);
+  operator delete(block);
 }

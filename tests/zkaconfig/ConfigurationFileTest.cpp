@@ -1,16 +1,17 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "PortableFoundation/Descriptor.h"
-#include "tests/support/TestFiles.h"
+#include "tests/support/Files.h"
 #include "zkaconfig/ConfigurationFile.h"
 #include "zkaconfig/Failure.h"
 
-namespace zekara {
+namespace zekara::test {
 namespace {
 
 using testing::HasSubstr;
@@ -36,7 +37,7 @@ class ReadingTheConfiguration : public testing::Test {
 };
 
 TEST_F(ReadingTheConfiguration, AFileGivesItsTree) {
-  WriteTestFile(path_, "[A]\nx = 1, b\n\n");
+  WriteFile(path_, "[A]\nx = 1, b\n\n");
   const Configuration configuration = ReadConfiguration(path_, kNoWait);
   EXPECT_TRUE(configuration.exists);
   EXPECT_EQ(configuration.warning, "");
@@ -57,7 +58,7 @@ TEST_F(ReadingTheConfiguration, WhatIsNoRegularFileIsRefusedWithoutWaitingForIt)
 }
 
 TEST_F(ReadingTheConfiguration, AnExclusivelyLockedFileIsRefusedAfterTheLimitAndReadWithoutTheLock) {
-  WriteTestFile(path_, "[A]\nx = 1\n\n");
+  WriteFile(path_, "[A]\nx = 1\n\n");
   const Descriptor locked = OpenAt(AT_FDCWD, path_.c_str(), O_RDONLY);
   ASSERT_EQ(flock(locked.get(), LOCK_EX), 0);
   expectFailure(path_, "locked", "--no-lock");
@@ -65,7 +66,7 @@ TEST_F(ReadingTheConfiguration, AnExclusivelyLockedFileIsRefusedAfterTheLimitAnd
 }
 
 TEST_F(ReadingTheConfiguration, ASharedLockIsNoObstacleAndNoneIsLeftBehind) {
-  WriteTestFile(path_, "[A]\nx = 1\n\n");
+  WriteFile(path_, "[A]\nx = 1\n\n");
   Descriptor locked = OpenAt(AT_FDCWD, path_.c_str(), O_RDONLY);
   ASSERT_EQ(flock(locked.get(), LOCK_SH), 0);
   EXPECT_TRUE(ReadConfiguration(path_, kNoWait).exists);
@@ -73,7 +74,7 @@ TEST_F(ReadingTheConfiguration, ASharedLockIsNoObstacleAndNoneIsLeftBehind) {
 }
 
 TEST_F(ReadingTheConfiguration, AByteThatEndsReadingIsWarnedOfWithItsLine) {
-  WriteTestFile(path_, "[A]\nx = 1\ny = a\xC3\xBC\n\n");
+  WriteFile(path_, "[A]\nx = 1\ny = a\xC3\xBC\n\n");
   const Configuration configuration = ReadConfiguration(path_, kNoWait);
   EXPECT_THAT(configuration.warning, HasSubstr("line 3"));
   EXPECT_FALSE(configuration.tree.objectForKey("A").isNil());
@@ -127,4 +128,4 @@ TEST(ReadInput, AMissingFileIsToldWithTheSystemsWords) {
 }
 
 }  // namespace
-}  // namespace zekara
+}  // namespace zekara::test

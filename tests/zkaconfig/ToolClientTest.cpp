@@ -1,13 +1,14 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/TestFiles.h"
+#include "tests/support/Files.h"
 #include "zkaconfig/Failure.h"
 #include "zkaconfig/ToolClient.h"
 
-namespace zekara {
+namespace zekara::test {
 namespace {
 
 using testing::HasSubstr;
@@ -16,7 +17,7 @@ using testing::HasSubstr;
 class AnsweringTool : public testing::Test {
  protected:
   std::string toolThat(const std::string& script) {
-    WriteTestFile(path_, "#!/bin/sh\n" + script + "\n");
+    WriteFile(path_, "#!/bin/sh\n" + script + "\n");
     EXPECT_EQ(chmod(path_.c_str(), 0755), 0);
     return path_;
   }
@@ -48,7 +49,7 @@ class AnsweringTool : public testing::Test {
 
 TEST_F(AnsweringTool, AnAcknowledgementGivesTheLog) {
   const std::string tool = toolThatReplies("<key>tag</key><string>ack</string>");
-  WriteTestFile(tool, ReadTestFile(tool) + "echo \"a line of $1\" >&2\n");
+  WriteFile(tool, ReadFile(tool) + "echo \"a line of $1\" >&2\n");
   EXPECT_EQ(ChangeConfiguration(tool, patch_, kPatience), "a line of pipe\n");
 }
 
@@ -80,7 +81,7 @@ TEST_F(AnsweringTool, ASilentToolIsGivenUpAfterTheLimit) {
 
 TEST_F(AnsweringTool, AToolThatIsNotThereIsTold) {
   expectFailure(directory_ / "missing", ExitStatus::NoAnswer, "No such file or directory", kPatience);
-  WriteTestFile(path_, "no program");
+  WriteFile(path_, "no program");
   expectFailure(path_, ExitStatus::NoAnswer, "Permission denied", kPatience);
 }
 
@@ -95,4 +96,4 @@ TEST_F(AnsweringTool, SettingsThatNoMessageCanCarryAreNotSent) {
 }
 
 }  // namespace
-}  // namespace zekara
+}  // namespace zekara::test

@@ -1,0 +1,130 @@
+#include "tests/support/Files.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <sstream>
+#include <system_error>
+
+namespace zekara::test {
+namespace {
+
+// For what no test can go on without.
+void Require(bool holds, const char* what) {
+  if (holds) return;
+  std::perror(what);
+  std::abort();
+}
+
+}  // namespace
+
+TemporaryDirectory::TemporaryDirectory() {
+  const char* base = std::getenv("TMPDIR");
+  std::string pattern = std::string(base != nullptr ? base : "/tmp") + "/zekara-test-XXXXXX";
+  Require(mkdtemp(pattern.data()) != nullptr, pattern.c_str());
+  path_ = std::filesystem::canonical(pattern).string();
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  EXPECT_TRUE(file.good()) << path << " cannot be read";
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteFile(const std::string& path, std::string_view text) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(text.data(), static_cast<std::streamsize>(text.size()));
+  ASSERT_TRUE(file.flush().good()) << path << " cannot be written";
+}
+
+void MakeDirectory(const std::string& path) {
+  ASSERT_EQ(mkdir(path.c_str(), 0755), 0) << path << ": " << std::strerror(errno);
+}
+
+void MakeFifo(const std::string& path) {
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0) << path << ": " << std::strerror(errno);
+}
+
+void MakeLink(const std::string& target, const std::string& path) {
+  ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0) << path << ": " << std::strerror(errno);
+}
+
+struct stat StatusOf(const std::string& path) {
+  struct stat status = {};
+  EXPECT_EQ(lstat(path.c_str(), &status), 0) << path << ": " << std::strerror(errno);
+  return status;
+}
+
+mode_t ModeOf(const std::string& path) {
+  return StatusOf(path).st_mode & 07777U;
+}
+
+bool Exists(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0;
+}
+
+Pipe::Pipe() {
+  int ends[2] = {-1, -1};
+  Require(pipe(ends) == 0, "pipe");
+  for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
+  output.reset(ends[0]);
+  input.reset(ends[1]);
+}
+
+std::string ReadToEnd(int descriptor) {
+  std::string text;
+  char block[65536];
+  ssize_t count = 0;
+  while ((count = ReadSome(descriptor, block, sizeof block)) > 0) {
+    text.append(block, static_cast<std::size_t>(count));
+  }
+  return text;
+}
+
+int CountOpenDescriptors() {
+  int count = 0;
+  for (int descriptor = 0; descriptor < 4096; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) >= 0) ++count;
+  }
+  return count;
+}
+
+CapturedLog::CapturedLog() : file_(std::tmpfile()), standardError_(dup(STDERR_FILENO)) {
+  Require(file_ != nullptr && standardError_.isOpen(), "capturing standard error");
+  std::fflush(stderr);
+  Require(dup2(fileno(file_), STDERR_FILENO) >= 0, "capturing standard error");
+}
+
+CapturedLog::~CapturedLog() {
+  std::fflush(stderr);
+  dup2(standardError_.get(), STDERR_FILENO);
+  std::fclose(file_);
+}
+
+std::string CapturedLog::text() const {
+  std::string text(static_cast<std::size_t>(lseek(fileno(file_), 0, SEEK_END)), '\0');
+  EXPECT_EQ(pread(fileno(file_), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+  return text;
+}
+
+std::vector<std::string> CapturedLog::messages() const {
+  std::vector<std::string> messages;
+  std::istringstream lines(text());
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t prefix = line.find("] ");
+    messages.push_back(prefix == std::string::npos ? line : line.substr(prefix + 2));
+  }
+  return messages;
+}
+
+}  // namespace zekara::test

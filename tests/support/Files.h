@@ -1,0 +1,78 @@
+#pragma once
+
+// The files, pipes and descriptors of a test.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "PortableFoundation/Descriptor.h"
+
+namespace zekara::test {
+
+// A new, empty directory below $TMPDIR, or below /tmp. The destructor removes it with all that it holds.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+  ~TemporaryDirectory();
+
+  // The absolute path, without symbolic links.
+  const std::string& path() const noexcept { return path_; }
+  std::string operator/(std::string_view name) const { return path_ + "/" + std::string(name); }
+
+ private:
+  std::string path_;
+};
+
+// These fail the running test if they cannot do what they say.
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, std::string_view text);  // creates or overwrites the file
+void MakeDirectory(const std::string& path);
+void MakeFifo(const std::string& path);
+void MakeLink(const std::string& target, const std::string& path);
+struct stat StatusOf(const std::string& path);  // of a link itself, not of its target
+mode_t ModeOf(const std::string& path);         // the twelve permission bits
+
+// Returns true if the path names anything, a dangling link included.
+bool Exists(const std::string& path);
+
+// A pipe. Both ends are closed when a program is started.
+struct Pipe {
+  Pipe();
+
+  Descriptor output;  // what was written to `input` is read here
+  Descriptor input;
+};
+
+// Returns the bytes up to the end of the input, or up to the first failure.
+std::string ReadToEnd(int descriptor);
+
+// Counts the descriptors below 4096 that are open in this process.
+int CountOpenDescriptors();
+
+// While this object exists, standard error is a file, which children that start meanwhile share.
+class CapturedLog {
+ public:
+  CapturedLog();
+  CapturedLog(const CapturedLog&) = delete;
+  CapturedLog& operator=(const CapturedLog&) = delete;
+  ~CapturedLog();
+
+  // What has been written so far.
+  std::string text() const;
+  // Its lines, without the time, the program and the IDs that NSLog() puts before each message.
+  std::vector<std::string> messages() const;
+
+ private:
+  std::FILE* file_;
+  Descriptor standardError_;
+};
+
+}  // namespace zekara::test

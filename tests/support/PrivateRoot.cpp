@@ -1,0 +1,70 @@
+#include "tests/support/PrivateRoot.h"
+
+#include <sched.h>
+#include <sys/mount.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace zekara::test {
+namespace {
+
+enum class Kind { kNone, kDirectory, kMount };
+
+// With the right to mount in it: as root, or as what looks like root in a user namespace.
+bool EnterMountNamespace() {
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  if (unshare(CLONE_NEWNS) != 0) {
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
+    std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
+  }
+  return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+// Changes the root directory of this process to `root` for good. Returns what it has got.
+Kind Enter(const std::string& root) {
+  const bool isMount = EnterMountNamespace() && mount("tmpfs", root.c_str(), "tmpfs", 0, "mode=0755") == 0;
+  umask(022);
+  for (const char* directory : {"/tmp", "/Library/Application Support/Zekara", "/var/zekara/run"}) {
+    std::filesystem::create_directories(root + directory);
+  }
+  if (chroot(root.c_str()) != 0 || chdir("/") != 0) return Kind::kNone;
+  return isMount ? Kind::kMount : Kind::kDirectory;
+}
+
+// Finds out by trying, in a child.
+Kind KindThatCanBeHad() {
+  static const Kind kind = [] {
+    const TemporaryDirectory root;
+    return static_cast<Kind>(WaitForChild(StartChild([&] { return static_cast<int>(Enter(root.path())); })));
+  }();
+  return kind;
+}
+
+}  // namespace
+
+bool CanHavePrivateRoot() {
+  return KindThatCanBeHad() != Kind::kNone;
+}
+
+bool CanMountInPrivateRoot() {
+  return KindThatCanBeHad() == Kind::kMount;
+}
+
+void RunInPrivateRoot(const std::function<void()>& body) {
+  const TemporaryDirectory root;
+  chmod(root.path().c_str(), 0755);  // users without rights enter it too
+  RunInChild([&] {
+    ASSERT_NE(Enter(root.path()), Kind::kNone);
+    body();
+  });
+}
+
+void PrivateRoot::SetUp() {
+  if (!CanHavePrivateRoot()) GTEST_SKIP() << "the system allows neither namespaces nor chroot()";
+}
+
+}  // namespace zekara::test

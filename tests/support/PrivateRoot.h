@@ -1,0 +1,30 @@
+#pragma once
+
+// The suite's paths are fixed. A test that needs them runs in a child whose root directory is its own: a
+// memory file system in a mount namespace (as root, or in a user namespace), or, where neither can be had, a
+// temporary directory that root enters by chroot(). Linux only.
+
+#include <functional>
+#include <gtest/gtest.h>
+
+#include "tests/support/Processes.h"
+
+namespace zekara::test {
+
+bool CanHavePrivateRoot();
+// Returns true if the private root is in a mount namespace, so that a test can mount file systems there.
+bool CanMountInPrivateRoot();
+
+// Runs `body` like RunInChild(), with the umask 022 and in a root directory that holds "/tmp", "/Library/
+// Application Support/Zekara" and "/var/zekara/run", all empty, and nothing else. Only if
+// CanHavePrivateRoot().
+void RunInPrivateRoot(const std::function<void()>& body);
+
+// Tests each of which calls inside() with what it does. They are skipped where a private root cannot be had.
+class PrivateRoot : public testing::Test {
+ protected:
+  void SetUp() override;
+  static void inside(const std::function<void()>& body) { RunInPrivateRoot(body); }
+};
+
+}  // namespace zekara::test

@@ -1,0 +1,179 @@
+#include "tests/support/Processes.h"
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+#ifdef __APPLE__
+#include <libproc.h>
+#include <mach/thread_info.h>
+#endif
+
+#ifdef ZEKARA_COVERAGE
+extern "C" void __gcov_dump(void);
+#endif
+
+namespace zekara::test {
+namespace {
+
+// _exit() runs no handlers, so what gtest has printed and the counters of a coverage build are written here.
+[[noreturn]] void EndChild(int status) {
+  std::fflush(nullptr);
+#ifdef ZEKARA_COVERAGE
+  __gcov_dump();
+#endif
+  _exit(status);
+}
+
+enum class State { kRunning, kAsleep, kGone };
+
+#ifdef __APPLE__
+State StateOf(pid_t process) {
+  std::uint64_t thread = 0;
+  proc_threadinfo info = {};
+  if (proc_pidinfo(process, PROC_PIDLISTTHREADS, 0, &thread, sizeof thread) <= 0 ||
+      proc_pidinfo(process, PROC_PIDTHREADINFO, thread, &info, sizeof info) <= 0) {
+    return State::kGone;
+  }
+  return info.pth_run_state == TH_STATE_WAITING ? State::kAsleep : State::kRunning;
+}
+#else
+// Opened before any test changes its root directory.
+const Descriptor g_proc(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+
+// The state follows the program's name, which is between parentheses and may hold any character.
+State StateOf(pid_t process) {
+  const Descriptor file = OpenAt(g_proc.get(), (std::to_string(process) + "/stat").c_str(), O_RDONLY);
+  const std::string status = ReadToEnd(file.get());
+  const std::size_t end = status.rfind(')');
+  if (end == std::string::npos || status[end + 2] == 'Z') return State::kGone;
+  return status[end + 2] == 'S' ? State::kAsleep : State::kRunning;
+}
+#endif
+
+volatile sig_atomic_t g_has_been_interrupted = 0;
+
+// Every signal but SIGALRM, which ends a child that hangs.
+sigset_t HarmlessSignals() {
+  sigset_t all;
+  sigfillset(&all);
+  sigdelset(&all, SIGALRM);
+  return all;
+}
+
+}  // namespace
+
+pid_t StartChild(const std::function<int()>& body) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child < 0) std::abort();  // kill() takes -1 for every process
+  if (child > 0) return child;
+  signal(SIGALRM, SIG_DFL);
+  alarm(kPatienceSeconds);
+  int status = 99;
+  try {
+    status = body();
+  } catch (...) {
+    std::fputs("the child's body threw\n", stderr);
+  }
+  EndChild(status);
+}
+
+int WaitForChild(pid_t child) {
+  int status = 0;
+  if (RetryOnInterrupt([&] { return waitpid(child, &status, 0); }) != child) return -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void RunInChild(const std::function<void()>& body) {
+  const pid_t child = StartChild([&] {
+    body();
+    return testing::Test::HasFailure() ? 1 : 0;
+  });
+  EXPECT_EQ(WaitForChild(child), 0) << "this is how the child ended";
+}
+
+void WaitUntilAsleep(pid_t process) {
+  while (StateOf(process) == State::kRunning) usleep(1000);
+}
+
+pid_t ExitedProcess() {
+  const pid_t pid = StartChild([] { return 0; });
+  WaitForChild(pid);
+  return pid;
+}
+
+bool BorrowRootsRights() {
+  return setregid(kOtherUser, 0) == 0 && setreuid(kOtherUser, 0) == 0;
+}
+
+bool BecomeOtherUser() {
+  return setgid(kOtherUser) == 0 && setuid(kOtherUser) == 0;
+}
+
+bool MayRaisePriority() {
+  const pid_t child = StartChild([] {
+    return setpriority(PRIO_PROCESS, 0, 15) == 0 && setpriority(PRIO_PROCESS, 0, 0) == 0 ? 0 : 1;
+  });
+  return WaitForChild(child) == 0;
+}
+
+InterruptingSignal::InterruptingSignal() {
+  struct sigaction action = {};
+  action.sa_handler = [](int) { g_has_been_interrupted = 1; };  // without SA_RESTART
+  sigaction(SIGUSR1, &action, &previous_);
+}
+
+InterruptingSignal::~InterruptingSignal() {
+  sigaction(SIGUSR1, &previous_, nullptr);
+}
+
+bool InterruptingSignal::hasArrived() {
+  return g_has_been_interrupted != 0;
+}
+
+void InterruptingSignal::sendTo(pid_t process) {
+  for (int i = 0; i < 20; ++i) {
+    WaitUntilAsleep(process);
+    kill(process, SIGUSR1);
+  }
+  WaitUntilAsleep(process);
+}
+
+StandIn::StandIn(const char* pidFile) {
+  const sigset_t harmless = HarmlessSignals();
+  sigset_t previous;
+  pthread_sigmask(SIG_SETMASK, &harmless, &previous);  // first, because a signal may come at once
+  pid_ = StartChild([this] {
+    char byte = 0;
+    sigset_t pending;
+    if (ReadSome(question_.output.get(), &byte, 1) != 1 || sigpending(&pending) != 0) return 1;
+    return write(answer_.input.get(), &pending, sizeof pending) == ssize_t{sizeof pending} ? 0 : 1;
+  });
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  if (pidFile != nullptr) WriteFile(pidFile, pidText() + "\n");
+}
+
+StandIn::~StandIn() {
+  kill(pid_, SIGKILL);
+  WaitForChild(pid_);
+}
+
+std::set<int> StandIn::signals() {
+  sigset_t pending;
+  if (WriteAll(question_.input.get(), "?") != 0 ||
+      read(answer_.output.get(), &pending, sizeof pending) != ssize_t{sizeof pending}) {
+    return {-1};
+  }
+  std::set<int> found;
+  for (int signal = 1; signal < 32; ++signal) {
+    if (sigismember(&pending, signal) == 1) found.insert(signal);
+  }
+  return found;
+}
+
+}  // namespace zekara::test
