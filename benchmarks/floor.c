@@ -103,11 +103,24 @@ static ssize_t patch_file(const char* added) {
   return written;
 }
 
-static void signal_daemon(const char* path) {
+/* The tool examines a file before it opens it, and then opens the very file that it has examined. */
+static int open_pid_file(const char* path) {
   struct stat attributes;
+  char link[] = "/proc/self/fd/0";
+  if (!ALL_CALLS) return open(path, O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  const int examined = open(path, O_PATH | O_NOCTTY | O_CLOEXEC);
+  if (examined < 0 || examined > 9) return -1;
+  fstat(examined, &attributes);
+  link[sizeof link - 2] = (char)('0' + examined);
+  const int file = open(link, O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  fstat(file, &attributes);
+  close(examined);
+  return file;
+}
+
+static void signal_daemon(const char* path) {
   char digits[4096];
-  const int file = open(path, O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (ALL_CALLS) fstat(file, &attributes);
+  const int file = open_pid_file(path);
   const ssize_t size = read(file, digits, sizeof digits - 1);
   if (ALL_CALLS && read(file, digits + size, 1) < 0) return;
   close(file);
@@ -119,6 +132,7 @@ static void signal_daemon(const char* path) {
 int main(int argc, char* argv[]) {
   static const char checked[] = "2026-11-21 11:11:07.119 Zekara4MacTool[1270:1270] Self-check passed\n";
   static const char running[] = "2026-11-21 11:11:07.120 Zekara4MacTool[1270:1270] Running on pipe\n";
+  const struct rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
   struct stat attributes;
   if (argc < 2) return 1;
   if (ALL_CALLS) prepare_process();
@@ -137,9 +151,11 @@ int main(int argc, char* argv[]) {
   if (size == 0) return 1;
   if (ALL_CALLS) {
     getuid();
-    ask_limit(RLIMIT_FSIZE);
+    ask_limit(RLIMIT_AS);
     ask_limit(RLIMIT_AS);
     ask_limit(RLIMIT_DATA);
+    ask_limit(RLIMIT_DATA);
+    ask_limit(RLIMIT_STACK);
   }
   if (patch_file(argc > 2 ? argv[2] : NULL) < 0) return 1;
   signal_daemon("/var/zekara/run/FileD.pid");
@@ -147,6 +163,8 @@ int main(int argc, char* argv[]) {
   if (ALL_CALLS) {
     sigset_t none;
     sigemptyset(&none);
+    setrlimit(RLIMIT_DATA, &unlimited);
+    setrlimit(RLIMIT_AS, &unlimited);
     sigprocmask(SIG_SETMASK, &none, NULL);
   }
   return write(STDOUT_FILENO, request, size) == (ssize_t)size ? 0 : 1;
