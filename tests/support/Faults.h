@@ -7,8 +7,8 @@
 namespace zekara::test {
 
 // The allocations of a program that is linked with AllocationFaults.cpp. Allocation number `number`, counted
-// from 1 and from this call on, fails; if `forever` is set, every later one fails too. A new handler, if one is
-// set, is called first and may throw.
+// from 1 and from this call on, fails; if `forever` is set, every later one fails too. A new handler, if one
+// is set, is called first and may throw.
 void FailAllocation(long number, bool forever = false) noexcept;
 // Ends the failing. Returns true if an allocation has failed since FailAllocation().
 bool StopFailingAllocations() noexcept;

@@ -116,9 +116,8 @@ bool BecomeOtherUser() {
 }
 
 bool MayRaisePriority() {
-  const pid_t child = StartChild([] {
-    return setpriority(PRIO_PROCESS, 0, 15) == 0 && setpriority(PRIO_PROCESS, 0, 0) == 0 ? 0 : 1;
-  });
+  const pid_t child = StartChild(
+      [] { return setpriority(PRIO_PROCESS, 0, 15) == 0 && setpriority(PRIO_PROCESS, 0, 0) == 0 ? 0 : 1; });
   return WaitForChild(child) == 0;
 }
 
