@@ -1,13 +1,12 @@
-// A daemon of the suite in miniature, in the place of the file monitor:
+// A small daemon of the suite. It takes the place of the file monitor:
 //
-// - It reads its section of the configuration file under a shared lock, supplies the defaults for what the
-// section
-//   lacks, and has its booleans as booleans.
+// - It reads its section of the configuration file under a shared lock. It adds the defaults of missing keys
+//   and turns "Yes" and "No" into booleans.
 // - It writes its pid file, so that the privileged tool can signal it.
 // - On SIGHUP it reads its settings again and signals the front ends that have registered (front_end.cpp).
-// - On SIGTERM it removes its pid file and ends.
+// - On SIGTERM it removes its pid file and exits.
 //
-// Each time it has read its settings it prints two of them as one line on standard output.
+// Each time it has read its settings, it prints two of them in one line on standard output.
 
 #include <fcntl.h>
 #include <signal.h>

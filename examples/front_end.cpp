@@ -1,7 +1,8 @@
-// A front end that registers itself, is notified when settings have changed (daemon.cpp), and removes its
-// registration when it ends.
+// A front end that registers itself, so that the daemon (daemon.cpp) signals it after each change of the
+// settings.
 //
-// It prints "registered", and then "settings have changed" for each notification. SIGTERM and SIGINT end it.
+// It prints "registered", and then "settings have changed" for each signal. On SIGTERM and SIGINT it removes
+// its registration and exits.
 
 #include <fcntl.h>
 #include <signal.h>
