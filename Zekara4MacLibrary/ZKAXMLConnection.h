@@ -25,6 +25,7 @@ class ZKAXMLConnectionDelegating {
   virtual void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection& connection) = 0;
 
   // No more messages will come, because the input has ended or handling it has failed. Called once at most.
+  // Anything that is thrown passes on to the caller of the run loop.
   virtual void connectionClosed(ZKAXMLConnection& connection) = 0;
 
  protected:

@@ -1,6 +1,11 @@
-// The same bytes give the same messages, whole, cut anywhere, and cut by a plain search for the marker.
+// Two checks of a connection; the first byte chooses one.
 //
-// The first 16 bytes choose the sizes of the pieces, the rest is the stream.
+// - The same bytes give the same messages: whole, cut anywhere, and cut by a plain search for the marker.
+// - Two connections whose delegates reply, close, release, replace or raise, each on itself or on the other,
+// in any order:
+//   no delegate is called by a connection that it has closed or released, and none is told of the end twice.
+//
+// Bytes 1 to 8 are the delegates' actions, bytes 9 to 24 the sizes of the pieces, and the rest is the stream.
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -12,9 +17,13 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "PortableFoundation/Descriptor.h"
+#include "PortableFoundation/NSException.h"
+#include "PortableFoundation/NSFileHandle.h"
+#include "PortableFoundation/NSLog.h"
 #include "PortableFoundation/NSPropertyListSerialization.h"
 #include "PortableFoundation/NSRunLoop.h"
 #include "Zekara4MacLibrary/ZKAXMLConnection.h"
@@ -23,15 +32,59 @@
 namespace zekara {
 namespace {
 
+constexpr std::size_t kActions = 8;
 constexpr std::size_t kCuts = 16;
-constexpr std::size_t kLongestStream =
-    4096;  // fits a socket's buffer, so that one thread can write and read it
+// Fits a socket's buffer, so that one thread can write and read it.
+constexpr std::size_t kLongestStream = 8192;
+// Each piece costs system calls; the rest of a stream comes in one.
+constexpr std::size_t kMostPieces = 24;
+
+std::pair<Descriptor, Descriptor> MakeSocketPair() {
+  int ends[2] = {-1, -1};
+  Require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+// Where replies go. They must do no harm; nothing reads them.
+const std::shared_ptr<NSFileHandle>& Nowhere() {
+  static const auto handle = NSFileHandle::handleOwning(OpenAt(AT_FDCWD, "/dev/null", O_WRONLY));
+  return handle;
+}
+
+// What connectionClosed() raises passes on to here.
+bool RunOnce() {
+  try {
+    return NSRunLoop::currentRunLoop().runBeforeDate(NSRunLoop::Clock::now());
+  } catch (const NSException&) {
+    return true;
+  }
+}
+
+// Takes a stream apart in pieces of the sizes that `cuts` gives in turn; whole without any.
+class Pieces {
+ public:
+  Pieces(std::string_view stream, std::string_view cuts) : stream_(stream), cuts_(cuts) {}
+  bool isEmpty() const { return stream_.empty(); }
+  std::string_view next() {
+    const bool isCut = !cuts_.empty() && ++count_ < kMostPieces;
+    const std::size_t size =
+        isCut ? static_cast<unsigned char>(cuts_[count_ % cuts_.size()]) + 1U : stream_.size();
+    const std::string_view piece = stream_.substr(0, size);
+    stream_.remove_prefix(piece.size());
+    return piece;
+  }
+
+ private:
+  std::string_view stream_;
+  std::string_view cuts_;
+  std::size_t count_ = 0;
+};
 
 class Recorder : public ZKAXMLConnectionDelegating {
  public:
   void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection& connection) override {
+    if (messages.empty()) connection.sendMessage(message);
     messages.push_back(message);
-    connection.sendMessage(message);  // nobody reads it; it must do no harm
   }
   void connectionClosed(ZKAXMLConnection&) override { ++closings; }
 
@@ -39,52 +92,155 @@ class Recorder : public ZKAXMLConnectionDelegating {
   int closings = 0;
 };
 
-// What a connection makes of the stream, in pieces of at most the sizes that `cuts` gives in turn; whole
-// without any.
 std::vector<Plist> Received(std::string_view stream, std::string_view cuts) {
-  int ends[2] = {-1, -1};
-  Require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
-  Descriptor ours(ends[0]);
-  Descriptor theirs(ends[1]);
-  Descriptor nowhere = OpenAt(AT_FDCWD, "/dev/null", O_WRONLY);
+  auto [ours, theirs] = MakeSocketPair();
   Recorder recorder;
   const auto connection = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
-      NSFileHandle::initWithFileDescriptor_closeOnDealloc(ours.get(), false),
-      NSFileHandle::initWithFileDescriptor_closeOnDealloc(nowhere.get(), false), &recorder);
-  for (std::size_t turn = 0; !stream.empty(); ++turn) {
-    const std::size_t size =
-        cuts.empty() ? stream.size() : static_cast<unsigned char>(cuts[turn % cuts.size()]) + 1U;
-    const std::string_view piece = stream.substr(0, size);
-    stream.remove_prefix(piece.size());
-    Require(WriteAll(theirs.get(), piece) == 0);
+      NSFileHandle::handleOwning(std::move(ours)), Nowhere(), &recorder);
+  for (Pieces pieces(stream, cuts); !pieces.isEmpty();) {
+    Require(WriteAll(theirs.get(), pieces.next()) == 0);
     Require(NSRunLoop::currentRunLoop().runBeforeDate());
   }
   theirs.reset();
   while (recorder.closings == 0) Require(NSRunLoop::currentRunLoop().runBeforeDate());
   Require(recorder.closings == 1);
-  Require(!NSRunLoop::currentRunLoop().runBeforeDate(NSRunLoop::Clock::now()));
+  Require(!RunOnce());
   return recorder.messages;
 }
 
 std::vector<Plist> Expected(std::string_view stream) {
+  constexpr std::string_view kMarker = "</plist>";
   std::vector<Plist> messages;
   for (;;) {
-    const std::size_t marker = stream.find("</plist>");
+    const std::size_t marker = stream.find(kMarker);
     if (marker == std::string_view::npos) return messages;
+    const std::size_t end = marker + kMarker.size();
     std::string error;
-    const Plist message =
-        NSPropertyListSerialization::propertyListFromData(stream.substr(0, marker + 8), error);
+    const Plist message = NSPropertyListSerialization::propertyListFromData(stream.substr(0, end), error);
     if (!message.isNil()) messages.push_back(message);
-    stream.remove_prefix(marker + 8);
+    stream.remove_prefix(end);
+  }
+}
+
+// One end of a conversation. It owns its connection and does to it, or to the other's, what its script says.
+class Actor final : public ZKAXMLConnectionDelegating {
+ public:
+  Actor(Descriptor ours, std::string_view script)
+      : handle_(NSFileHandle::handleOwning(std::move(ours))), script_(script) {
+    connect();
+  }
+  void meet(Actor& other) { other_ = &other; }
+
+ private:
+  enum Action { Nothing, Reply, Close, Release, Raise, Replace, CloseHandle, RunLoop };
+
+  void connect() {
+    closings_ = 0;
+    connection_ = ZKAXMLConnection::initWithFileHandleForReading_fileHandleForWriting_delegate(
+        handle_, Nowhere(), this);
+    live_ = connection_.get();
+  }
+
+  void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection& through) override {
+    Require(&through == live_);
+    act(message);
+  }
+  void connectionClosed(ZKAXMLConnection& through) override {
+    Require(&through == live_ && ++closings_ == 1);
+    act(Plist());
+  }
+
+  void act(const Plist& message) {
+    if (script_.empty()) return;
+    const auto step = static_cast<unsigned char>(script_[next_++ % script_.size()]);
+    Actor& target = (step & 8U) != 0 && other_ != nullptr ? *other_ : *this;
+    target.perform(static_cast<Action>(step & 7U), message);
+  }
+
+  void perform(Action action, const Plist& message) {
+    switch (action) {
+      case Nothing:
+        break;
+      case Reply:
+        if (connection_) connection_->sendMessage(message);
+        break;
+      case Close:
+        if (connection_) connection_->close();
+        live_ = nullptr;
+        break;
+      case Release:
+        live_ = nullptr;
+        connection_.reset();
+        break;
+      case Raise:
+        throw NSException("name", "reason");
+      case Replace:
+        replace();
+        break;
+      case CloseHandle:
+        handle_->closeFile();
+        break;
+      case RunLoop:
+        if (++depth_ <= 2) RunOnce();
+        --depth_;
+        break;
+    }
+  }
+
+  // The former connection ends after its successor has begun to read.
+  void replace() {
+    const auto former = std::move(connection_);
+    if (former) former->close();
+    live_ = nullptr;
+    if (handle_->fileDescriptor() >= 0 && ++replacements_ <= 20) connect();
+  }
+
+  std::shared_ptr<NSFileHandle> handle_;
+  std::string_view script_;
+  std::shared_ptr<ZKAXMLConnection> connection_;
+  const ZKAXMLConnection* live_ = nullptr;  // the one that may call
+  Actor* other_ = nullptr;
+  std::size_t next_ = 0;
+  int closings_ = 0;
+  int depth_ = 0;
+  int replacements_ = 0;
+};
+
+void Act(std::string_view stream, std::string_view cuts, std::string_view script) {
+  auto [ours, theirs] = MakeSocketPair();
+  auto [otherOurs, otherTheirs] = MakeSocketPair();
+  Actor actor(std::move(ours), script.substr(0, script.size() / 2));
+  Actor other(std::move(otherOurs), script.substr(script.size() / 2));
+  actor.meet(other);
+  other.meet(actor);
+  for (Pieces pieces(stream, cuts); !pieces.isEmpty();) {
+    const std::string_view piece = pieces.next();
+    WriteAll(theirs.get(), piece);  // fails once the handle is closed
+    WriteAll(otherTheirs.get(), piece);
+    while (RunOnce()) {
+    }
+  }
+  theirs.reset();
+  otherTheirs.reset();
+  while (RunOnce()) {
   }
 }
 
 void Check(std::string_view input) {
-  const std::string_view cuts = input.substr(0, std::min(input.size(), kCuts));
+  const BufferedLog log;  // thousands of lines would cost more than the rest
+  const bool acts = !input.empty() && (input[0] & 1) != 0;
+  input.remove_prefix(std::min<std::size_t>(input.size(), 1));
+  const std::string_view script = input.substr(0, kActions);
+  input.remove_prefix(script.size());
+  const std::string_view cuts = input.substr(0, kCuts);
   const std::string_view stream = input.substr(cuts.size(), kLongestStream);
-  const std::vector<Plist> expected = Expected(stream);
-  Require(Received(stream, {}) == expected);
-  if (!cuts.empty()) Require(Received(stream, cuts) == expected);
+  if (acts) {
+    Act(stream, cuts, script);
+  } else {
+    const std::vector<Plist> expected = Expected(stream);
+    Require(Received(stream, {}) == expected);
+    Require(Received(stream, cuts) == expected);
+  }
 }
 
 }  // namespace
