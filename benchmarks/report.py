@@ -50,7 +50,7 @@ class Report:
             for target, verdict in verdicts])
         short = [target for target, verdict in verdicts if verdict == "short"]
         beyond = sum(1 for _, verdict in verdicts if verdict == "beyond")
-        count = f"Of {len(verdicts)} targets, {len(verdicts) - len(short)} are reached, {beyond} of these by far."
+        count = f"Of {len(verdicts)} targets, {len(verdicts) - len(short)} are reached, and {beyond} of these go beyond what is due."
         self.line(f"{count}\n")
         self.summarize(f"{count} The last table lists them.")
         for target in short:
