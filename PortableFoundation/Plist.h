@@ -10,7 +10,6 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
-#include <utility>
 
 namespace zekara {
 
@@ -40,7 +39,7 @@ class Plist {
  public:
   enum class Kind : std::uint8_t { Nil, String, Integer, Real, Boolean, Data, Date, Array, Dictionary };
   struct Entry;
-  class StringPool;
+  class SharedText;
 
   Plist() noexcept = default;
   // Conversions are implicit, as literals in a tree are to read like the tree.
@@ -75,18 +74,13 @@ class Plist {
 
   Plist(const Plist& other) noexcept { shareFrom(other); }
   Plist(Plist&& other) noexcept { takeFrom(other); }
-  Plist& operator=(const Plist& other) noexcept {
-    if (this != &other) {
-      const Plist released(std::move(*this));
-      shareFrom(other);
-    }
-    return *this;
-  }
+  Plist& operator=(const Plist& other) noexcept { return *this = Plist(other); }
+  // The old value is released last, because `other` may be part of it.
   Plist& operator=(Plist&& other) noexcept {
-    if (this != &other) {
-      const Plist released(std::move(*this));
-      takeFrom(other);
-    }
+    if (this == &other) return *this;
+    Node* const released = holdsNode() ? node() : nullptr;
+    takeFrom(other);
+    if (released != nullptr) release(released);
     return *this;
   }
   ~Plist() {
@@ -140,6 +134,8 @@ class Plist {
   // The value under `key`, nil when there is none. Constant time in the mean, logarithmic where all keys were
   // stored in ascending order, whatever keys a hostile writer chose.
   Plist objectForKey(const Plist& key) const;
+  // The place of `key` among the entries; count() if there is none.
+  std::size_t placeOfKey(const Plist& key) const;
   // Stores `value` under `key`, replacing an earlier value in its place. A key is any value but nil and
   // containers; only string keys can be written as a property list.
   void setObject_forKey(Plist value, Plist key) const;
@@ -174,31 +170,40 @@ class Plist {
  private:
   struct Node;
   struct StringNode;
+  struct TextNode;
+  struct ContainerNode;
   struct ArrayNode;
-  struct DictionaryNode;
+  class DictionaryNode;
 
   // Up to this many bytes of text stand in the handle itself; unused ones are zero, so equal short strings
   // are equal handles, bit for bit.
   static constexpr std::size_t kInlineCapacity = 14;
   static constexpr std::uint8_t kHoldsNode = 0xFF;
   static constexpr std::uint8_t kHoldsPart = 0xFE;
-  // Where in its node the text of a part stands.
+  // The byte range of a part within its SharedText.
   struct Extent {
-    std::uint16_t offset;
+    std::uint32_t offset;
     std::uint16_t length;
   };
 
   Plist(Kind kind, std::string_view bytes);
   Plist(Kind kind, Node* node) noexcept { set(kind, kHoldsNode, std::bit_cast<std::uint64_t>(node)); }
-  Plist(Node* node, Extent extent) noexcept {
-    set(Kind::String, kHoldsPart, std::bit_cast<std::uint64_t>(node), std::bit_cast<std::uint32_t>(extent));
+  // Text of at most kInlineCapacity bytes, as two words whose unused bytes are zero.
+  Plist(std::uint64_t low, std::uint64_t high, std::size_t length) noexcept {
+    set(Kind::String, static_cast<std::uint8_t>(length), low, high);
   }
-  // A handle is soon copied as a whole, which waits if its members were stored one by one (processors forward
-  // from one store to one load): so they are not.
+  // Takes over one reference to `node`, a TextNode.
+  Plist(Node* node, Extent part) noexcept {
+    set(Kind::String, kHoldsPart, std::bit_cast<std::uint64_t>(node),
+        part.offset | std::uint64_t{part.length} << 32);
+  }
+  // Two words at once, because the handle is soon copied as two words: members stored one by one would delay
+  // that copy.
   void set(Kind kind, std::uint8_t length, std::uint64_t low, std::uint64_t high = 0) noexcept {
-    using Words [[gnu::vector_size(16)]] = std::uint64_t;
-    const Words words = {low, high | std::uint64_t{length} << 48 | static_cast<std::uint64_t>(kind) << 56};
-    std::memcpy(static_cast<void*>(this), &words, sizeof words);
+    static_assert(std::endian::native == std::endian::little);
+    const std::uint64_t words[] = {
+        low, high | std::uint64_t{length} << 48 | static_cast<std::uint64_t>(kind) << 56};
+    std::memcpy(static_cast<void*>(this), words, sizeof words);
   }
 
   bool isContainer() const noexcept { return kind_ == Kind::Array || kind_ == Kind::Dictionary; }
@@ -211,14 +216,18 @@ class Plist {
   }
   Node* node() const noexcept { return payload<Node*>(); }
   Extent extent() const noexcept {
-    Extent extent = {};
-    std::memcpy(&extent, storage_ + sizeof(Node*), sizeof extent);
-    return extent;
+    Extent part = {};
+    std::memcpy(&part.offset, storage_ + sizeof(Node*), sizeof part.offset);
+    std::memcpy(&part.length, storage_ + sizeof(Node*) + sizeof part.offset, sizeof part.length);
+    return part;
   }
   bool isSameHandle(const Plist& other) const noexcept {
     return std::memcmp(static_cast<const void*>(this), static_cast<const void*>(&other), sizeof other) == 0;
   }
-  void shareFrom(const Plist& other) noexcept;
+  void shareFrom(const Plist& other) noexcept {
+    std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);
+    if (holdsNode()) retain(node());
+  }
   void takeFrom(Plist& other) noexcept {
     std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);
     other.length_ = 0;
@@ -230,9 +239,10 @@ class Plist {
   [[noreturn]] void raise(const char* asked) const;
   ArrayNode& arrayToChange() const;
   DictionaryNode& dictionaryToChange() const;
-  const DictionaryNode* dictionaryAskedFor(const char* asked) const;
+  DictionaryNode& dictionaryAskedFor(const char* asked) const;
   void appendDescription(std::string& text, int depth) const;
 
+  static void retain(Node* node) noexcept;
   static void release(Node* node) noexcept;
   static bool isEqual(const Plist& left, const Plist& right, int depth);
   static bool areEqualNumbers(const Plist& left, const Plist& right) noexcept;
@@ -247,41 +257,6 @@ static_assert(sizeof(Plist) == 16);
 struct Plist::Entry {
   Plist key;
   Plist value;
-};
-
-// Makes strings whose texts stand together in blocks of memory, which costs whoever reads many of them less
-// than a block for each. A block, of at most 16 KiB, is freed when the pool has done with it and the last of
-// its strings is gone. For use by one thread at a time; the strings are like all others.
-class Plist::StringPool {
- public:
-  StringPool() noexcept = default;
-  StringPool(StringPool&& other) noexcept { swap(other); }
-  StringPool& operator=(StringPool&& other) noexcept {
-    swap(other);
-    return *this;
-  }
-  ~StringPool() { close(); }
-
-  Plist string(std::string_view text);
-
- private:
-  static constexpr std::size_t kFirstBlock = 240;
-  static constexpr std::size_t kLargestBlock = 16 * 1024 - 32;
-  static constexpr std::size_t kLargestPart = 2048;
-
-  void open(std::size_t leastSize);
-  void close() noexcept;
-  void swap(StringPool& other) noexcept {
-    std::swap(block_, other.block_);
-    std::swap(size_, other.size_);
-    std::swap(used_, other.used_);
-    std::swap(unclaimed_, other.unclaimed_);
-  }
-
-  StringNode* block_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t used_ = 0;
-  std::uint32_t unclaimed_ = 0;  // references to the block that no string has taken yet, and the pool's own
 };
 
 }  // namespace zekara

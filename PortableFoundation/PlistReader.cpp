@@ -326,7 +326,7 @@ bool PlistReader::readKey() {
 bool PlistReader::readString(Tag tag) {
   std::string_view text;
   if (!readText(tag, text)) return false;
-  pending_.push_back(strings_.string(text));
+  pending_.emplace_back(text);
   return true;
 }
 

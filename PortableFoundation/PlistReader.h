@@ -85,7 +85,6 @@ class PlistReader {
   // The values, and before each the key in a dictionary, of all containers that are still open: a container
   // is made when its size is known.
   std::vector<Plist> pending_;
-  Plist::StringPool strings_;
   std::string text_;   // of the element being read, where it does not stand in the message as one piece
   std::string bytes_;  // of the data being read
 };

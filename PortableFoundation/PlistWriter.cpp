@@ -32,24 +32,6 @@ bool SortsBefore(std::string_view left, std::string_view right) noexcept {
   return SortingByte(*l) < SortingByte(*r);
 }
 
-// How many bytes all keys have in common at their beginning.
-std::size_t CommonStart(std::span<const Plist::Entry> entries) {
-  std::string_view common = entries.front().key.string();
-  for (const Plist::Entry& entry : entries) {
-    const std::string_view key = entry.key.string();
-    const auto differing = std::mismatch(common.begin(), common.end(), key.begin(), key.end()).first;
-    common = common.substr(0, static_cast<std::size_t>(differing - common.begin()));
-  }
-  return common.size();
-}
-
-std::uint64_t SortingStart(std::string_view key) noexcept {
-  std::uint64_t start = 0;
-  for (std::size_t i = 0; i < sizeof start; ++i)
-    start = start << 8 | (i < key.size() ? SortingByte(key[i]) : 0);
-  return start;
-}
-
 // Characters that are written as they are without a look at what follows: all of ASCII but NUL and the four
 // below.
 constexpr auto kIsPlain = [] {
@@ -182,23 +164,14 @@ bool PlistWriter::writeEntries(const Plist& dictionary, int depth) {
 }
 
 bool PlistWriter::writeSortedEntries(std::span<const Plist::Entry> entries, int depth) {
-  constexpr std::size_t kAhead = 16;
   const std::size_t first = sorted_.size();
-  const std::size_t end = first + entries.size();
-  sorted_.resize(end);
-  const auto begin = sorted_.begin() + static_cast<std::ptrdiff_t>(first);
-  const std::size_t common = CommonStart(entries);
-  std::ranges::transform(entries, begin, [common](const Plist::Entry& entry) {
-    return SortedEntry{SortingStart(entry.key.string().substr(common)), &entry};
-  });
-  std::sort(begin, sorted_.end(), [](const SortedEntry& left, const SortedEntry& right) {
-    if (left.keyStart != right.keyStart) return left.keyStart < right.keyStart;
-    return SortsBefore(left.entry->key.string(), right.entry->key.string());
-  });
-  for (std::size_t i = first; i < end; ++i) {
-    // Of a million entries, those that come next in order are not in the processor's caches.
-    if (i + kAhead < end) __builtin_prefetch(sorted_[i + kAhead].entry);
-    if (!writeEntry(*sorted_[i].entry, depth)) return false;
+  for (const Plist::Entry& entry : entries) sorted_.push_back(&entry);
+  std::sort(sorted_.begin() + static_cast<std::ptrdiff_t>(first), sorted_.end(),
+            [](const Plist::Entry* left, const Plist::Entry* right) {
+              return SortsBefore(left->key.string(), right->key.string());
+            });
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (!writeEntry(*sorted_[first + i], depth)) return false;
   }
   sorted_.resize(first);
   return true;

@@ -22,13 +22,6 @@ class PlistWriter {
   const char* problem() const noexcept { return problem_; }
 
  private:
-  // An entry's place in its dictionary, and the beginning of its key, behind what all its keys have in
-  // common, as a number that sorts as the key does.
-  struct SortedEntry {
-    std::uint64_t keyStart;
-    const Plist::Entry* entry;
-  };
-
   bool fail(const char* problem) noexcept;
   void indent(int depth) { bytes_.append(static_cast<std::size_t>(depth), '\t'); }
 
@@ -47,7 +40,7 @@ class PlistWriter {
   const char* problem_ = nullptr;
   std::vector<const Plist*> openContainers_;
   // Of all dictionaries that are being written, the innermost last.
-  std::vector<SortedEntry> sorted_;
+  std::vector<const Plist::Entry*> sorted_;
 };
 
 }  // namespace zekara

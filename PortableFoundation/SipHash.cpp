@@ -4,8 +4,7 @@
 #include <unistd.h>
 
 #include <bit>
-
-#include "PortableFoundation/LoadBytes.h"
+#include <cstring>
 
 namespace zekara {
 namespace {
@@ -47,11 +46,15 @@ struct State {
 std::uint64_t SipHash(const std::array<std::uint64_t, 2>& key, std::string_view bytes) noexcept {
   State state = {key[0] ^ 0x736f6d6570736575U, key[1] ^ 0x646f72616e646f6dU, key[0] ^ 0x6c7967656e657261U,
                  key[1] ^ 0x7465646279746573U};
-  const std::size_t rest = bytes.size() % sizeof(std::uint64_t);
-  const char* const end = bytes.data() + bytes.size();
-  for (const char* at = bytes.data(); at != end - rest; at += sizeof(std::uint64_t))
-    state.absorb(LoadWord(at));
-  state.absorb(LoadBytes(end - rest, rest) | static_cast<std::uint64_t>(bytes.size()) << 56);
+  std::uint64_t word = 0;
+  const std::uint64_t last = static_cast<std::uint64_t>(bytes.size()) << 56;
+  for (; bytes.size() >= sizeof word; bytes.remove_prefix(sizeof word)) {
+    std::memcpy(&word, bytes.data(), sizeof word);
+    state.absorb(word);
+  }
+  word = 0;
+  bytes.copy(reinterpret_cast<char*>(&word), bytes.size());
+  state.absorb(last | word);
   state.v2 ^= 0xFF;
   for (int i = 0; i < 3; ++i) state.round();
   return state.v0 ^ state.v1 ^ state.v2 ^ state.v3;

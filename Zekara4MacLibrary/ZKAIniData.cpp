@@ -1,5 +1,6 @@
 #include "Zekara4MacLibrary/ZKAIniData.h"
 
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -55,26 +56,26 @@ void AppendSections(std::string& text, const Plist& sections) {
 
 }  // namespace
 
-Plist ZKAIniData::sectionToChange(const Plist& name) {
-  const auto sections = plist_.entries();
+// The reference lives until the tree changes.
+const Plist& ZKAIniData::sectionToChange(const Plist& name) {
+  const std::span<const Plist::Entry> sections = plist_.entries();
   if (lastSection_ < sections.size() && sections[lastSection_].key == name)
     return sections[lastSection_].value;
-  Plist section = plist_.objectForKey(name);
-  if (section.isNil()) {
-    section = Plist::dictionary();
-    plist_.setObject_forKey(section, name);
-    lastSection_ = plist_.count() - 1;
-  }
-  return section;
+  lastSection_ = plist_.placeOfKey(name);
+  if (lastSection_ == sections.size()) plist_.setObject_forKey(Plist::dictionary(), name);
+  return plist_.entries()[lastSection_].value;
 }
 
 void ZKAIniData::addObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {
-  const Plist target = sectionToChange(section);
+  const Plist& target = sectionToChange(section);
   const Plist existing = target.setObject_forKeyIfAbsent(object, key);
   if (existing.isArray()) {
     existing.addObject(std::move(object));
   } else if (!existing.isNil()) {
-    target.setObject_forKey(Plist::array({existing, std::move(object)}), key);
+    const Plist list = Plist::array();
+    list.addObject(existing);
+    list.addObject(std::move(object));
+    target.setObject_forKey(list, key);
   }
 }
 

@@ -51,7 +51,7 @@ class ZKAIniData {
  private:
   ZKAIniData() = default;
 
-  Plist sectionToChange(const Plist& name);
+  const Plist& sectionToChange(const Plist& name);
 
   Plist plist_ = Plist::dictionary();
   // The entry of the section that was changed last. Most changes are to the same section as the one before.

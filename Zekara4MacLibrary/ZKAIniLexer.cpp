@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <utility>
 
 #include "PortableFoundation/IntValue.h"
 
@@ -28,13 +29,20 @@ bool IsPartOf(std::uint8_t part, char c) {
   return (kPartsOf[static_cast<unsigned char>(c)] & part) != 0;
 }
 
+std::string WithoutLastByte(std::string data) {
+  if (!data.empty()) data.pop_back();
+  return data;
+}
+
 }  // namespace
+
+ZKAIniLexer::ZKAIniLexer(std::string data) : data_(WithoutLastByte(std::move(data))) {}
 
 // Takes characters as getc() does, up to the first one that is no such part, which stays. The zero byte
 // behind the input is none.
 inline void ZKAIniLexer::skip(std::uint8_t part) noexcept {
-  if (cpos_ >= data_.size()) return;
-  const char* const start = data_.c_str();
+  if (cpos_ >= data_.view().size()) return;
+  const char* const start = data_.view().data();
   const char* at = start + cpos_;
   while (IsPartOf(part, *at)) ++at;
   cpos_ = static_cast<std::size_t>(at - start);
@@ -96,24 +104,24 @@ void ZKAIniLexer::readWord() noexcept {
 }
 
 std::string_view ZKAIniLexer::string() const noexcept {
-  const char* start = data_.data() + textStart_;
-  const char* end = data_.data() + textEnd_;
+  const char* start = data_.view().data() + textStart_;
+  const char* end = data_.view().data() + textEnd_;
   while (start != end && IsPartOf(Blanks, *start)) ++start;
   while (end != start && IsPartOf(Blanks, end[-1])) --end;
   return {start, static_cast<std::size_t>(end - start)};
 }
 
 std::size_t ZKAIniLexer::lineAt(std::size_t offset) const noexcept {
-  const std::string_view before = std::string_view(data_).substr(0, offset);
+  const std::string_view before = data_.view().substr(0, offset);
   return 1 + static_cast<std::size_t>(std::ranges::count(before, '\n'));
 }
 
-Plist ZKAIniLexer::value() {
+Plist ZKAIniLexer::value() const {
   const std::string_view text = string();
   const bool isNumber =
       !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
   if (isNumber) return IntValue(text);
-  return strings_.string(text);
+  return data_.string(text);
 }
 
 }  // namespace zekara

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "PortableFoundation/Plist.h"
+#include "PortableFoundation/SharedText.h"
 
 namespace zekara {
 
@@ -37,10 +38,10 @@ class ZKAIniLexer {
   // next nextToken().
   std::string_view string() const noexcept;
   // The same as a name, which is a string whatever it looks like.
-  Plist name() { return strings_.string(string()); }
+  Plist name() const { return data_.string(string()); }
   // The same as a value: a run of decimal digits is an integer, clamped to 2147483647; anything else, the
   // empty text included, stays a string. Quotes make no difference.
-  Plist value();
+  Plist value() const;
 
   // How many bytes of the input precede the current token; 0 before the first nextToken().
   std::size_t offset() const noexcept { return offset_; }
@@ -53,28 +54,25 @@ class ZKAIniLexer {
   // characters. The position grows at the end too, and each ungetc() takes one step back.
   std::int32_t getc() noexcept {
     const std::size_t at = cpos_++;
-    return at < data_.size() ? static_cast<signed char>(data_[at]) : 0;
+    return at < data_.view().size() ? static_cast<signed char>(data_.view()[at]) : 0;
   }
   void ungetc() noexcept { --cpos_; }
 
  private:
-  explicit ZKAIniLexer(std::string data) : data_(std::move(data)) {
-    if (!data_.empty()) data_.pop_back();
-  }
+  explicit ZKAIniLexer(std::string data);
 
   std::int32_t finish(std::int32_t token) noexcept { return token_ = token; }
   void skip(std::uint8_t part) noexcept;
   void readQuotedString() noexcept;
   void readWord() noexcept;
 
-  std::string data_;      // but the last byte
-  std::size_t cpos_ = 0;  // how many characters getc() has taken
+  Plist::SharedText data_;  // but the last byte
+  std::size_t cpos_ = 0;    // how many characters getc() has taken
   std::int32_t token_ = ZKAIniTokenNone;
   std::size_t offset_ = 0;
   // The current token's text is a part of data_.
   std::size_t textStart_ = 0;
   std::size_t textEnd_ = 0;
-  Plist::StringPool strings_;
 };
 
 }  // namespace zekara

@@ -20,7 +20,7 @@ set(ZEKARA_CMAKE_DIRECTORY "${CMAKE_INSTALL_LIBDIR}/cmake/Zekara4Mac")
 zekara_install_directories(Library "${ZEKARA_INCLUDE_DIRECTORY}/PortableFoundation" "${ZEKARA_INCLUDE_DIRECTORY}/Zekara4MacLibrary"
   "${ZEKARA_CMAKE_DIRECTORY}" "${CMAKE_INSTALL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_DOCDIR}/library/examples")
 file(GLOB ZEKARA_FOUNDATION_HEADERS CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/PortableFoundation/NS*.h")
-foreach(header IN ITEMS Alphanumeric Descriptor IntValue Plist Process)
+foreach(header IN ITEMS Alphanumeric Descriptor IntValue Plist Process SharedText)
   list(APPEND ZEKARA_FOUNDATION_HEADERS "${PROJECT_SOURCE_DIR}/PortableFoundation/${header}.h")
 endforeach()
 file(GLOB ZEKARA_LIBRARY_HEADERS CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/Zekara4MacLibrary/ZKA*.h")

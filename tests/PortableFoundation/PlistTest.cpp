@@ -11,6 +11,7 @@
 
 #include "PortableFoundation/NSException.h"
 #include "PortableFoundation/Plist.h"
+#include "PortableFoundation/SharedText.h"
 
 namespace zekara {
 namespace {
@@ -340,61 +341,71 @@ TEST(PlistContainers, FrozenContainersAreMadeOfMovedValues) {
   EXPECT_TRUE(values[0].isNil());
 }
 
-// ---- Strings from a pool
+// ---- Strings that share a text
 
-TEST(PlistStringPool, StringsOfAnyLengthAreLikeAllOthersAndOutliveIt) {
-  std::vector<std::string> texts;
-  for (std::size_t length = 0; length < 5000; length += length < 40 ? 1 : 97) {
-    texts.push_back(std::string(length, static_cast<char>('a' + length % 26)));
-    texts.push_back(std::string(length, '\0'));
+TEST(PlistSharedText, PartsOfAnyLengthAreStringsLikeAllOthersAndOutliveIt) {
+  std::string text;
+  std::vector<std::pair<std::size_t, std::size_t>> parts;
+  for (const bool isZero : {false, true}) {
+    for (std::size_t length = 0; length < 5000; length += length < 40 ? 1 : 97) {
+      parts.emplace_back(text.size(), length);
+      text.append(length, isZero ? '\0' : static_cast<char>('a' + length % 26));
+    }
   }
+  for (std::size_t length = 0; length <= 16; ++length) parts.emplace_back(text.size() - length, length);
   std::vector<Plist> strings;
   {
-    Plist::StringPool pool;
-    for (int round = 0; round < 3; ++round) {
-      for (const std::string& text : texts) strings.push_back(pool.string(text));
-    }
+    const Plist::SharedText shared(text);
+    ASSERT_EQ(shared.view(), text);
+    for (const auto& [offset, length] : parts)
+      strings.push_back(shared.string(shared.view().substr(offset, length)));
   }
-  for (std::size_t i = 0; i < strings.size(); ++i) {
-    const std::string& text = texts[i % texts.size()];
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::string part = text.substr(parts[i].first, parts[i].second);
     EXPECT_TRUE(strings[i].isString());
-    EXPECT_EQ(strings[i].string(), text);
-    EXPECT_EQ(strings[i], Plist(text));
-    EXPECT_EQ(Plist(text), strings[i]);
-    EXPECT_EQ(strings[i] == Plist::data(text), false);
-    EXPECT_EQ(strings[i] == Plist(text + "x"), false);
+    EXPECT_EQ(strings[i].string(), part);
+    EXPECT_EQ(strings[i], Plist(part));
+    EXPECT_EQ(Plist(part), strings[i]);
+    EXPECT_EQ(strings[i] == Plist::data(part), false);
+    EXPECT_EQ(strings[i] == Plist(part + "x"), false);
   }
 }
 
-TEST(PlistStringPool, BlockLivesAsLongAsAnyOfItsStrings) {
-  std::vector<Plist> kept;
+TEST(PlistSharedText, PartTooLongToBeSharedIsCopied) {
+  for (const std::size_t length : {65535U, 65536U, 200000U}) {
+    const Plist::SharedText shared("x" + std::string(length, 'y') + "z");
+    const Plist string = shared.string(shared.view().substr(1, length));
+    EXPECT_EQ(string.string(), std::string(length, 'y'));
+    EXPECT_EQ(string.string().data() == shared.view().data() + 1, length < 65536);
+  }
+}
+
+TEST(PlistSharedText, TextLivesAsLongAsAnyOfItsStringsOrCopies) {
+  Plist first;
   {
-    Plist::StringPool pool;
-    for (int i = 0; i < 10000; ++i) {
-      const Plist string = pool.string("a text too long for a handle " + std::to_string(i));
-      if (i % 1000 == 0) kept.push_back(string);
-    }
+    Plist::SharedText shared("a text that is too long for a handle, and another one");
+    const Plist::SharedText copy = shared;
+    shared = Plist::SharedText("something else");
+    first = copy.string(copy.view().substr(0, 36));
   }
-  const Plist copy = kept.front();
-  kept.erase(kept.begin());
-  EXPECT_EQ(copy.string(), "a text too long for a handle 0");
-  for (std::size_t i = 0; i < kept.size(); ++i) {
-    EXPECT_EQ(kept[i].string(), "a text too long for a handle " + std::to_string(1000 * (i + 1)));
-  }
+  const Plist second = first;
+  first = Plist();
+  EXPECT_EQ(second.string(), "a text that is too long for a handle");
 }
 
-TEST(PlistStringPool, StringsAreKeysAsOthersAre) {
-  Plist::StringPool pool;
-  const Plist fromPool = Plist::dictionary();
+TEST(PlistSharedText, PartsAreKeysAsOtherStringsAre) {
+  const Plist ofParts = Plist::dictionary();
   const Plist ordinary = Plist::dictionary();
   for (int i = 0; i < 200; ++i) {
     const std::string key = "a key too long for a handle " + std::to_string(i * 37 % 200);
-    fromPool.setObject_forKey(i, pool.string(key));
+    const Plist::SharedText shared("before " + key + " behind");
+    const Plist part = shared.string(shared.view().substr(7, key.size()));
+    ofParts.setObject_forKey(i, part);
     ordinary.setObject_forKey(i, key);
-    EXPECT_EQ(fromPool.objectForKey(key).longLongValue(), i);
-    EXPECT_EQ(ordinary.objectForKey(pool.string(key)).longLongValue(), i);
+    EXPECT_EQ(ofParts.objectForKey(key).longLongValue(), i);
+    EXPECT_EQ(ordinary.objectForKey(part).longLongValue(), i);
   }
-  EXPECT_EQ(fromPool, ordinary);
+  EXPECT_EQ(ofParts, ordinary);
 }
 
 // ---- Dictionaries
@@ -433,6 +444,30 @@ TEST(PlistDictionary, ValueStoredOnlyIfAbsentLeavesAnEarlierOneAlone) {
   EXPECT_THROW(dictionary.copy().setObject_forKeyIfAbsent(number, "key 1"), NSException);
 }
 
+TEST(PlistDictionary, PlaceOfAKeyIsThatAmongTheEntries) {
+  for (const int count : {10, 100}) {
+    const Plist dictionary = Plist::dictionary();
+    for (int i = 0; i < count; ++i) dictionary.setObject_forKey(i, "key " + std::to_string(i * 37 % count));
+    for (std::size_t i = 0; i < dictionary.count(); ++i)
+      EXPECT_EQ(dictionary.placeOfKey(dictionary.entries()[i].key), i);
+    EXPECT_EQ(dictionary.placeOfKey("other"), dictionary.count());
+    EXPECT_EQ(dictionary.placeOfKey(Plist()), dictionary.count());
+    EXPECT_EQ(dictionary.placeOfKey(Plist::array()), dictionary.count());
+  }
+  EXPECT_EQ(Plist().placeOfKey("key"), 0U);
+  EXPECT_NE(ReasonOf([] { return Plist::array().placeOfKey("key"); }), "");
+}
+
+// Keys with one tag: the length, the first and the last eight bytes are equal.
+TEST(PlistDictionary, KeysThatDifferInTheirMiddleAloneAreToldApart) {
+  const Plist dictionary = Plist::dictionary();
+  const auto key = [](int i) { return "12345678" + std::to_string(1000 + i) + "12345678"; };
+  for (int i = 0; i < 64; ++i) dictionary.setObject_forKey(i, key(i));
+  EXPECT_EQ(dictionary.count(), 64U);
+  for (int i = 0; i < 64; ++i) EXPECT_EQ(dictionary.objectForKey(key(i)), Plist(i));
+  EXPECT_TRUE(dictionary.objectForKey(key(64)).isNil());
+}
+
 TEST(PlistDictionary, ContainersAreNoKeysAndAreNeverFound) {
   const Plist dictionary = Plist::dictionary({{"a", 1}});
   EXPECT_EQ(ReasonOf([&] { dictionary.setObject_forKey(1, Plist::array()); }), "an array cannot be a key");
@@ -463,11 +498,11 @@ TEST(PlistDictionary, EqualKeysOfDifferentKindsAreOneKey) {
   }
 }
 
-// Whatever the number of keys and their order: few are looked through, ascending ones halved, others hashed.
+// Few keys are found by their tags, many by their hashes.
 TEST(PlistDictionary, FindsEveryKeyAndNoOther) {
   std::minstd_rand random(1);
-  for (const int count : {1, 2, 15, 16, 17, 18, 47, 48, 49, 50, 1000}) {
-    for (const int ascending : {0, 1, 16, 17, 40, 1000}) {
+  for (const int count : {1, 2, 8, 9, 16, 17, 63, 64, 65, 66, 128, 129, 1000}) {
+    for (const int ascending : {0, 1, 40, 1000}) {
       std::vector<std::string> keys;
       for (int i = 0; i < count; ++i) keys.push_back((i % 3 == 0 ? kLongText : "k") + std::to_string(i));
       std::sort(keys.begin(), keys.end());
@@ -505,7 +540,7 @@ TEST(PlistDictionary, KeyThatIsNoStringMayFollowManyAscendingOnes) {
 }
 
 TEST(PlistDictionary, CopyFindsAndReplacesTheKeysOfItsOriginal) {
-  for (const int count : {2, 16, 17, 100}) {
+  for (const int count : {2, 16, 64, 65, 100}) {
     for (const bool isAscending : {true, false}) {
       const Plist original = Plist::dictionary();
       const auto key = [&](int i) { return std::to_string(isAscending ? 100 + i : 200 - i); };

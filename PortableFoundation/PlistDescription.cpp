@@ -1,0 +1,122 @@
+// The text form of values, which "%@" in log lines and the configuration writer show.
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+#include "PortableFoundation/PlistDate.h"
+#include "PortableFoundation/PlistNodes.h"
+
+namespace zekara {
+namespace {
+
+template <class Number>
+void AppendNumber(std::string& text, Number number) {
+  char digits[32];
+  const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+  text.append(digits, static_cast<std::size_t>(end - digits));
+}
+
+// As it stands inside <...>: groups of four bytes.
+void AppendHexadecimal(std::string& text, std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (i != 0 && i % 4 == 0) text += ' ';
+    const auto byte = static_cast<unsigned char>(bytes[i]);
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
+  }
+}
+
+bool IsPlainWord(std::string_view text) {
+  return !text.empty() && std::ranges::all_of(text, [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+  });
+}
+
+// A string inside a container's text. Whatever could end a word of a configuration file is escaped, byte by
+// byte, and so is the double quote: the text may come to stand between two of them.
+void AppendQuoted(std::string& text, std::string_view string) {
+  if (IsPlainWord(string)) {
+    text += string;
+    return;
+  }
+  text += '\'';
+  for (const char c : string) {
+    if (c == '\'' || c == '\\') {
+      text += '\\';
+      text += c;
+    } else if (static_cast<signed char>(c) < ' ' || c == 127 ||
+               std::string_view("[]=,;#\"").find(c) != std::string_view::npos) {
+      text += "\\x";
+      AppendHexadecimal(text, {&c, 1});
+    } else {
+      text += c;
+    }
+  }
+  text += '\'';
+}
+
+}  // namespace
+
+std::string Plist::description() const {
+  std::string text;
+  appendDescriptionTo(text);
+  return text;
+}
+
+// Only inside a container is a string anything but itself.
+void Plist::appendDescriptionTo(std::string& text) const {
+  isString() ? static_cast<void>(text += view()) : appendDescription(text, 0);
+}
+
+void Plist::appendDescription(std::string& text, int depth) const {
+  if (isContainer() && depth >= kMaximumPlistDepth) {
+    throw NSException(NSInvalidArgumentException, "a value too deeply nested was asked for its text");
+  }
+  const char* separator = "";
+  switch (kind_) {
+    case Kind::Nil:
+      text += "(null)";
+      break;
+    case Kind::String:
+      AppendQuoted(text, view());
+      break;
+    case Kind::Integer:
+    case Kind::Boolean:
+      isBeyondSigned() ? AppendNumber(text, payload<std::uint64_t>())
+                       : AppendNumber(text, payload<std::int64_t>());
+      break;
+    case Kind::Real:
+      AppendNumber(text, payload<double>());
+      break;
+    case Kind::Data:
+      text += '<';
+      AppendHexadecimal(text, view());
+      text += '>';
+      break;
+    case Kind::Date:
+      PlistDate::fromSeconds(payload<std::int64_t>()).appendTo(text, ' ', " +0000");
+      break;
+    case Kind::Array:
+      text += '(';
+      for (const Plist& element : elements()) {
+        text += std::exchange(separator, " ");
+        element.appendDescription(text, depth + 1);
+      }
+      text += ')';
+      break;
+    case Kind::Dictionary:
+      text += '{';
+      for (const Entry& entry : entries()) {
+        text += std::exchange(separator, " ");
+        entry.key.appendDescription(text, depth + 1);
+        text += ": ";
+        entry.value.appendDescription(text, depth + 1);
+      }
+      text += '}';
+      break;
+  }
+}
+
+}  // namespace zekara
