@@ -3,14 +3,13 @@
 #include <algorithm>
 #include <limits>
 
+#include "PortableFoundation/Digits.h"
+
 namespace zekara {
 namespace {
 
 bool IsBlank(char c) {
   return (c >= 0 && c <= ' ') || c == 127;
-}
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
 }
 
 }  // namespace

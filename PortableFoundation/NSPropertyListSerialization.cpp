@@ -26,7 +26,7 @@ std::size_t FindNonAscii(std::string_view text) {
 // Points `text` to the message as UTF-8 without a NUL; `converted` holds it where the bytes are something
 // else. A declaration counts at the very beginning only.
 PlistFault Decode(std::string_view& text, std::string& converted) {
-  const std::string_view encoding = PlistReader(text).declaredEncoding();
+  const std::string_view encoding = DeclaredPlistEncoding(text);
   if (IsPlistWord(encoding, "us-ascii")) {
     const std::size_t foreign = FindNonAscii(text);
     if (foreign != text.size()) return {"byte that is not US-ASCII", foreign};
@@ -53,23 +53,17 @@ Plist NSPropertyListSerialization::propertyListFromData(std::string_view bytes, 
   std::string_view text = bytes;
   std::string converted;
   PlistFault fault = Decode(text, converted);
-  PlistReader reader(text);
   Plist plist;
-  if (fault.problem == nullptr) {
-    plist = reader.readPropertyList();
-    fault = reader.fault();
-  }
+  if (fault.problem == nullptr) plist = ReadPlist(text, fault);
   if (fault.problem != nullptr) error = Sentence(fault, text);
   return plist;
 }
 
 bool NSPropertyListSerialization::appendDataFromPropertyList(const Plist& plist, std::string& bytes,
                                                              std::string& error) {
-  const std::size_t sizeBefore = bytes.size();
-  PlistWriter writer(bytes);
-  if (writer.writePropertyList(plist)) return true;
-  bytes.resize(sizeBefore);
-  error = std::string("Property list invalid for format: 100 (") + writer.problem() + ")";
+  const char* const problem = WritePlist(plist, bytes);
+  if (problem == nullptr) return true;
+  error = std::string("Property list invalid for format: 100 (") + problem + ")";
   return false;
 }
 

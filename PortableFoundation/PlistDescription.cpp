@@ -4,6 +4,7 @@
 #include <charconv>
 #include <utility>
 
+#include "PortableFoundation/Digits.h"
 #include "PortableFoundation/PlistDate.h"
 #include "PortableFoundation/PlistNodes.h"
 
@@ -17,20 +18,19 @@ void AppendNumber(std::string& text, Number number) {
   text.append(digits, static_cast<std::size_t>(end - digits));
 }
 
-// As it stands inside <...>: groups of four bytes.
-void AppendHexadecimal(std::string& text, std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
+// Groups of four bytes between angle brackets.
+void AppendData(std::string& text, std::string_view bytes) {
+  text += '<';
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     if (i != 0 && i % 4 == 0) text += ' ';
-    const auto byte = static_cast<unsigned char>(bytes[i]);
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
+    AppendHexadecimal(text, bytes[i]);
   }
+  text += '>';
 }
 
 bool IsPlainWord(std::string_view text) {
   return !text.empty() && std::ranges::all_of(text, [](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+    return IsDigit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
   });
 }
 
@@ -49,7 +49,7 @@ void AppendQuoted(std::string& text, std::string_view string) {
     } else if (static_cast<signed char>(c) < ' ' || c == 127 ||
                std::string_view("[]=,;#\"").find(c) != std::string_view::npos) {
       text += "\\x";
-      AppendHexadecimal(text, {&c, 1});
+      AppendHexadecimal(text, c);
     } else {
       text += c;
     }
@@ -91,9 +91,7 @@ void Plist::appendDescription(std::string& text, int depth) const {
       AppendNumber(text, payload<double>());
       break;
     case Kind::Data:
-      text += '<';
-      AppendHexadecimal(text, view());
-      text += '>';
+      AppendData(text, view());
       break;
     case Kind::Date:
       PlistDate::fromSeconds(payload<std::int64_t>()).appendTo(text, ' ', " +0000");

@@ -1,10 +1,21 @@
+// A recursive-descent parser for the part of XML that property lists use. Each member function takes what its
+// name says from the cursor on and leaves the cursor behind it. If the text is not what it should be, the
+// function records the problem and its place and returns false, and so does every caller up to ReadPlist().
+//
+// Containers are made once their size is known: the values of all open containers wait on one stack,
+// `pending_`, each behind its key if the container is a dictionary.
+
 #include "PortableFoundation/PlistReader.h"
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
+#include <cstdint>
 #include <span>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "PortableFoundation/Base64.h"
 #include "PortableFoundation/PlistScalars.h"
 #include "PortableFoundation/Utf8.h"
 
@@ -28,9 +39,7 @@ bool IsAttributeNameEnd(char c) noexcept {
   return IsPlistSpace(c) || std::string_view("=<>/?\"'").find(c) != std::string_view::npos;
 }
 
-}  // namespace
-
-enum class PlistReader::Element : std::uint64_t {
+enum class Element : std::uint64_t {
   Key = Packed("key"),
   String = Packed("string"),
   Integer = Packed("integer"),
@@ -44,9 +53,69 @@ enum class PlistReader::Element : std::uint64_t {
   PropertyList = Packed("plist")
 };
 
-struct PlistReader::Tag {
+struct Tag {
   Element element;
   bool isEmpty;  // <name/>
+};
+
+class PlistReader {
+ public:
+  explicit PlistReader(std::string_view text) noexcept
+      : begin_(text.data()), at_(begin_), end_(begin_ + text.size()) {}
+
+  std::string_view declaredEncoding();
+  Plist readPropertyList();
+
+  const PlistFault& fault() const noexcept { return fault_; }
+
+ private:
+  bool fail(const char* problem) noexcept;
+  std::string_view rest() const noexcept { return {at_, static_cast<std::size_t>(end_ - at_)}; }
+  bool isAt(char c) const noexcept { return at_ != end_ && *at_ == c; }
+  bool isAt(char first, char second) const noexcept {
+    return end_ - at_ >= 2 && at_[0] == first && at_[1] == second;
+  }
+  bool take(char c) noexcept;
+  bool take(std::string_view text) noexcept;
+
+  bool skipSpace() noexcept;
+  bool skipPast(std::string_view end) noexcept;
+  bool skipMarkup() noexcept;
+  bool skipInterspace() noexcept;
+  bool skipDocumentType() noexcept;
+  bool skipProlog() noexcept;
+
+  Element takeName() noexcept;
+  bool readAttribute(std::string_view& name, std::string_view& value) noexcept;
+  bool readAttributes() noexcept;
+  bool readStartTag(Tag& tag) noexcept;
+  bool atEndTag() const noexcept { return isAt('<', '/'); }
+  bool readEndTag(Element element) noexcept;
+
+  bool readText(Tag tag, std::string_view& text);
+  bool readPieces(std::string_view start);
+  bool readRun();
+  bool readReference();
+  bool readCharacterReference();
+
+  bool readRoot();
+  bool readValue(int depth);
+  bool readKey();
+  bool readString(Tag tag);
+  bool readBoolean(Tag tag);
+  bool readData(Tag tag);
+  bool readScalar(Tag tag, Plist (*parse)(std::string_view) noexcept, const char* problem);
+  bool readContainer(Tag tag, int depth);
+
+  const char* const begin_;
+  const char* at_;
+  const char* const end_;
+  PlistFault fault_;
+  // The values, and before each the key in a dictionary, of all containers that are still open: a container
+  // is made when its size is known.
+  std::vector<Plist> pending_;
+  std::string text_;   // of the element being read, where it does not stand in the message as one piece
+  std::string bytes_;  // of the data being read
 };
 
 // ---- Failures
@@ -148,7 +217,7 @@ std::string_view PlistReader::declaredEncoding() {
 
 // ---- Tags
 
-PlistReader::Element PlistReader::takeName() noexcept {
+Element PlistReader::takeName() noexcept {
   std::uint64_t name = 0;
   for (; at_ != end_ && *at_ >= 'a' && *at_ <= 'z'; ++at_) name = Packed(name, *at_);
   return Element{name};
@@ -371,6 +440,19 @@ bool PlistReader::readContainer(Tag tag, int depth) {
   pending_.resize(first);
   pending_.push_back(std::move(container));
   return true;
+}
+
+}  // namespace
+
+Plist ReadPlist(std::string_view text, PlistFault& fault) {
+  PlistReader reader(text);
+  Plist plist = reader.readPropertyList();
+  if (plist.isNil()) fault = reader.fault();
+  return plist;
+}
+
+std::string_view DeclaredPlistEncoding(std::string_view text) {
+  return PlistReader(text).declaredEncoding();
 }
 
 }  // namespace zekara

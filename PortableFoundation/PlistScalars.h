@@ -28,12 +28,6 @@ Plist ParsePlistReal(std::string_view text) noexcept;
 // YYYY-MM-DDThh:mm:ssZ, of a day and time that exist. The year has one to nine digits and may be negative.
 Plist ParsePlistDate(std::string_view text) noexcept;
 
-// Replaces `bytes` with what the Base64 digits in `text`, white space among them or not, stand for. Returns
-// false, with `bytes` of no use, when a character is foreign or the padding is not as it must be.
-bool DecodeBase64(std::string_view text, std::string& bytes);
-// Appends the Base64 form of `bytes`, padded, in one line.
-void AppendBase64(std::string& text, std::string_view bytes);
-
 // 17 significant digits, as "%.17g" gives; "0.0", "-0.0", "nan", "+infinity", "-infinity".
 void AppendPlistReal(std::string& text, double real);
 

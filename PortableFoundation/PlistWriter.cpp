@@ -1,9 +1,14 @@
 #include "PortableFoundation/PlistWriter.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
-#include <cstring>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
 
+#include "PortableFoundation/Base64.h"
 #include "PortableFoundation/PlistDate.h"
 #include "PortableFoundation/PlistScalars.h"
 #include "PortableFoundation/Utf8.h"
@@ -69,7 +74,34 @@ const char* ForeignKeyProblem(Plist::Kind kind) noexcept {
   }
 }
 
-}  // namespace
+class PlistWriter {
+ public:
+  explicit PlistWriter(std::string& bytes) noexcept : bytes_(bytes) {}
+
+  bool writePropertyList(const Plist& plist);
+  const char* problem() const noexcept { return problem_; }
+
+ private:
+  bool fail(const char* problem) noexcept;
+  void indent(int depth) { bytes_.append(static_cast<std::size_t>(depth), '\t'); }
+
+  bool writeValue(const Plist& value, int depth);
+  bool writeContainer(const Plist& value, int depth);
+  bool writeElements(const Plist& array, int depth);
+  bool writeEntries(const Plist& dictionary, int depth);
+  bool writeSortedEntries(std::span<const Plist::Entry> entries, int depth);
+  bool writeEntry(const Plist::Entry& entry, int depth);
+  bool writeText(std::string_view text);
+  bool writeDate(const Plist& date);
+  void writeInteger(const Plist& integer);
+  void writeData(std::string_view data, int depth);
+
+  std::string& bytes_;
+  const char* problem_ = nullptr;
+  std::vector<const Plist*> openContainers_;
+  // Of all dictionaries that are being written, the innermost last.
+  std::vector<const Plist::Entry*> sorted_;
+};
 
 bool PlistWriter::fail(const char* problem) noexcept {
   problem_ = problem;
@@ -240,6 +272,16 @@ void PlistWriter::writeData(std::string_view data, int depth) {
   }
   indent(depth);
   bytes_ += "</data>\n";
+}
+
+}  // namespace
+
+const char* WritePlist(const Plist& plist, std::string& bytes) {
+  const std::size_t sizeBefore = bytes.size();
+  PlistWriter writer(bytes);
+  if (writer.writePropertyList(plist)) return nullptr;
+  bytes.resize(sizeBefore);
+  return writer.problem();
 }
 
 }  // namespace zekara

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "PortableFoundation/Digits.h"
 #include "PortableFoundation/IntValue.h"
 
 namespace zekara {
@@ -118,9 +119,7 @@ std::size_t ZKAIniLexer::lineAt(std::size_t offset) const noexcept {
 
 Plist ZKAIniLexer::value() const {
   const std::string_view text = string();
-  const bool isNumber =
-      !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
-  if (isNumber) return IntValue(text);
+  if (AreDigits(text)) return IntValue(text);
   return data_.string(text);
 }
 

@@ -3,8 +3,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "PortableFoundation/Base64.h"
 #include "PortableFoundation/PlistDate.h"
-#include "PortableFoundation/PlistScalars.h"
 #include "zkaconfig/Failure.h"
 #include "zkaconfig/Text.h"
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "PortableFoundation/Digits.h"
 #include "PortableFoundation/NSException.h"
 #include "PortableFoundation/NSPropertyListSerialization.h"
 #include "Zekara4MacLibrary/ZKAConfig.h"
@@ -39,10 +40,6 @@ void AddSetting(ZKAIniData& patch, const std::string& section, std::string_view 
   }
   SplitAtCommas(word.substr(equals + 1), keepsStrings,
                 [&](std::string_view value) { patch.addObject_forKey_inSection(value, key, section); });
-}
-
-bool AreDigits(std::string_view text) {
-  return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
 }
 
 // Returns the number that a text of digits denotes, and any other value itself. Reading the value back

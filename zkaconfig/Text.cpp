@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "PortableFoundation/Digits.h"
 #include "PortableFoundation/Utf8.h"
 #include "Zekara4MacLibrary/ZKAIniData.h"
 
@@ -19,9 +20,8 @@ bool SteersTerminals(std::string_view character) {
 }
 
 void AppendEscaped(std::string& text, char c) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  const auto byte = static_cast<unsigned char>(c);
-  text += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xF]};
+  text += "\\x";
+  AppendHexadecimal(text, c);
 }
 
 // Puts each line between the terminal sequence that `sequenceFor` chooses and the one that ends it.

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+namespace zekara {
+
+// Returns true for the ASCII digits 0 to 9.
+constexpr bool IsDigit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
+
+// Returns true if `text` consists of decimal digits and is not empty.
+constexpr bool AreDigits(std::string_view text) noexcept {
+  return !text.empty() && std::ranges::all_of(text, IsDigit);
+}
+
+// Appends the two hexadecimal digits of a byte, in small letters.
+inline void AppendHexadecimal(std::string& text, char byte) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  const auto value = static_cast<unsigned char>(byte);
+  text += kDigits[value >> 4];
+  text += kDigits[value & 0xF];
+}
+
+}  // namespace zekara
