@@ -4,13 +4,13 @@ namespace zekara {
 namespace {
 
 // Deliberate: the two patterns differ in case alone, and both count.
-const char* const default_virus_base_path[] = {
+constexpr const char* default_virus_base_path[] = {
     "/Library/Application Support/Zekara/bases/*.vdb",
     "/Library/Application Support/Zekara/bases/*.VDB",
     nullptr,
 };
 
-const char* const default_excluded_path[] = {
+constexpr const char* default_excluded_path[] = {
     "/dev", "/private/var/log", "/private/var/zekara/run", "/private/var/zekara/log", "/Network", nullptr,
 };
 
@@ -18,42 +18,42 @@ const char* const default_excluded_path[] = {
 
 // Deliberate: "HeuristicAnalysis", "PreFork" and "LogScanned" are strings, which the boolean conversions
 // leave alone.
-const SectionDefault g_daemon_defaults[] = {
-    {"RunForeground", DefaultTypeBoolean, "Yes"},
-    {"User", DefaultTypeString, "root"},
-    {"MaxChildren", DefaultTypeNumber, "16"},
-    {"HeuristicAnalysis", DefaultTypeString, "Yes"},
-    {"PreFork", DefaultTypeString, "No"},
-    {"LogFileName", DefaultTypeString, "/var/zekara/log/daemon.log"},
-    {"OutputMode", DefaultTypeString, "Quiet"},
-    {"LogScanned", DefaultTypeString, "No"},
-    {"PidFile", DefaultTypeString, "/var/zekara/run/daemon.pid"},
-    {"Socket", DefaultTypeString, "/var/zekara/run/daemon.socket"},
-    {"EnginePath", DefaultTypeString, "/Library/Application Support/Zekara/lib/zekara32.dll"},
-    {"VirusBase", DefaultTypeList, default_virus_base_path},
-    {nullptr, 0, nullptr},
+constinit const SectionDefault g_daemon_defaults[] = {
+    SectionDefault::boolean("RunForeground", true),
+    SectionDefault::string("User", "root"),
+    SectionDefault::number("MaxChildren", "16"),
+    SectionDefault::string("HeuristicAnalysis", "Yes"),
+    SectionDefault::string("PreFork", "No"),
+    SectionDefault::string("LogFileName", "/var/zekara/log/daemon.log"),
+    SectionDefault::string("OutputMode", "Quiet"),
+    SectionDefault::string("LogScanned", "No"),
+    SectionDefault::string("PidFile", "/var/zekara/run/daemon.pid"),
+    SectionDefault::string("Socket", "/var/zekara/run/daemon.socket"),
+    SectionDefault::string("EnginePath", "/Library/Application Support/Zekara/lib/zekara32.dll"),
+    SectionDefault::list("VirusBase", default_virus_base_path),
+    {},
 };
 
-const SectionDefault g_updated_defaults[] = {
-    {"Mode", DefaultTypeString, "Auto"},
-    {"Interval", DefaultTypeNumber, "43200"},
-    {nullptr, 0, nullptr},
+constinit const SectionDefault g_updated_defaults[] = {
+    SectionDefault::string("Mode", "Auto"),
+    SectionDefault::number("Interval", "43200"),
+    {},
 };
 
-const SectionDefault g_filed_defaults[] = {
-    {"IsActive", DefaultTypeBoolean, "No"},
-    {"FileTimeout", DefaultTypeNumber, "30"},
-    {"SkipArchives", DefaultTypeBoolean, "Yes"},
-    {"ExcludedPaths", DefaultTypeList, default_excluded_path},
-    {"InfectedFiles", DefaultTypeString, "Cure"},
-    {"IncurableFiles", DefaultTypeString, "Quarantine"},
-    {"SuspiciousFiles", DefaultTypeString, "Report"},
-    {"ActionAdware", DefaultTypeString, "Report"},
-    {"ActionDialers", DefaultTypeString, "Report"},
-    {"ActionJokes", DefaultTypeString, "Report"},
-    {"ActionRiskware", DefaultTypeString, "Report"},
-    {"ActionHacktools", DefaultTypeString, "Report"},
-    {nullptr, 0, nullptr},
+constinit const SectionDefault g_filed_defaults[] = {
+    SectionDefault::boolean("IsActive", false),
+    SectionDefault::number("FileTimeout", "30"),
+    SectionDefault::boolean("SkipArchives", true),
+    SectionDefault::list("ExcludedPaths", default_excluded_path),
+    SectionDefault::string("InfectedFiles", "Cure"),
+    SectionDefault::string("IncurableFiles", "Quarantine"),
+    SectionDefault::string("SuspiciousFiles", "Report"),
+    SectionDefault::string("ActionAdware", "Report"),
+    SectionDefault::string("ActionDialers", "Report"),
+    SectionDefault::string("ActionJokes", "Report"),
+    SectionDefault::string("ActionRiskware", "Report"),
+    SectionDefault::string("ActionHacktools", "Report"),
+    {},
 };
 
 }  // namespace zekara

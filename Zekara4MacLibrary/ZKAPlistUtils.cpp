@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "PortableFoundation/NSException.h"
+
 namespace zekara {
 namespace {
 
@@ -37,7 +39,16 @@ void ForEachBoolean(const Plist& section, const SectionDefault* defaults, Change
   }
 }
 
+void Translate(const Plist& section, const Plist& key, const Plist& translation) {
+  const Plist value = section.objectForKey(key);
+  if (!value.isNil()) section.setObject_forKey(translation.objectForKey(value), key);
+}
+
 }  // namespace
+
+void SectionDefault::RaiseOpenList() {
+  throw NSException(NSInvalidArgumentException, "a list of defaults does not end with a null pointer");
+}
 
 void PlistSupplementDefaults(const Plist& tree, const Plist& section, const SectionDefault* defaults) {
   if (tree.objectForKey(section).isNil()) tree.setObject_forKey(Plist::dictionary(), section);
@@ -106,10 +117,12 @@ void SectionBooleansToStrings(const Plist& section, const SectionDefault* defaul
 
 void SectionTranslate(const Plist& section, const Plist& keys, const Plist& translation) {
   if (section.isNil()) return;
-  for (const Plist& key : keys.elements()) {
-    const Plist& value = section.objectForKey(key);
-    if (!value.isNil()) section.setObject_forKey(translation.objectForKey(value), key);
-  }
+  for (const Plist& key : keys.elements()) Translate(section, key, translation);
+}
+
+void SectionTranslate(const Plist& section, const std::set<std::string, std::less<>>& keys,
+                      const Plist& translation) {
+  for (const std::string& key : keys) Translate(section, key, translation);
 }
 
 }  // namespace zekara

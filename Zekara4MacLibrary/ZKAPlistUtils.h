@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 
@@ -17,11 +19,42 @@ enum DefaultType : std::uint32_t {
   DefaultTypeList = 3,  // texts, stored as an array of strings
 };
 
-// One row of a section-defaults table. A table is constant and ends with a row whose `key` is null.
+// One row of a section-defaults table. Tables are constant arrays and end with a row whose `key` is null:
+//
+//   constexpr const char* kPaths[] = {"/dev", "/Network", nullptr};
+//   constexpr SectionDefault kDefaults[] = {
+//       SectionDefault::number("Interval", "43200"), SectionDefault::list("Paths", kPaths), {}};
+//
+// Rows are made by the functions below only, so that a value always fits its type. All texts are constants.
 struct SectionDefault {
-  const char* key;     // ASCII, NUL-terminated
-  std::uint32_t type;  // a DefaultType
-  const void* value;  // codes 0 to 2: const char*, UTF-8; code 3: const char* const*, ended by a null pointer
+  const char* key = nullptr;  // ASCII
+  std::uint32_t type = 0;     // a DefaultType
+  const void* value =
+      nullptr;  // codes 0 to 2: const char*, UTF-8; code 3: const char* const*, null at its end
+
+  // The row that ends a table.
+  constexpr SectionDefault() noexcept = default;
+  static constexpr SectionDefault string(const char* key, const char* text) noexcept {
+    return {key, DefaultTypeString, text};
+  }
+  static constexpr SectionDefault number(const char* key, const char* decimalText) noexcept {
+    return {key, DefaultTypeNumber, decimalText};
+  }
+  static constexpr SectionDefault boolean(const char* key, bool isYes) noexcept {
+    return {key, DefaultTypeBoolean, isYes ? "Yes" : "No"};
+  }
+  // The last element of `texts` must be null: otherwise a constant table does not compile, and any other
+  // raises "NSInvalidArgumentException".
+  template <std::size_t count>
+  static constexpr SectionDefault list(const char* key, const char* const (&texts)[count]) {
+    if (texts[count - 1] != nullptr) RaiseOpenList();
+    return {key, DefaultTypeList, texts};
+  }
+
+ private:
+  constexpr SectionDefault(const char* keyOfRow, DefaultType typeOfRow, const void* valueOfRow) noexcept
+      : key(keyOfRow), type(typeOfRow), value(valueOfRow) {}
+  [[noreturn]] static void RaiseOpenList();
 };
 
 // The names of the sections that a patch altered.
@@ -55,10 +88,12 @@ void SectionBooleansToNumbers(const Plist& section, const SectionDefault* defaul
 // Numbers and booleans become "Yes" (not zero) or "No". Other values stay.
 void SectionBooleansToStrings(const Plist& section, const SectionDefault* defaults);
 
-// Replaces the section's value under each of `keys` (an array) by what the dictionary `translation` holds
-// under that value. Keys that the section lacks are passed over; a value without a translation raises
-// "NSInvalidArgumentException", and the keys before it stay translated. Does nothing when `section` or `keys`
-// is nil.
+// Replaces the section's value under each of `keys`, an array or a set of names, by what the dictionary
+// `translation` holds under that value. Visits the keys in their order and skips those that the section
+// lacks. A value without a translation raises "NSInvalidArgumentException"; keys that were visited before
+// stay translated. Does nothing if `section` or the array `keys` is nil.
 void SectionTranslate(const Plist& section, const Plist& keys, const Plist& translation);
+void SectionTranslate(const Plist& section, const std::set<std::string, std::less<>>& keys,
+                      const Plist& translation);
 
 }  // namespace zekara

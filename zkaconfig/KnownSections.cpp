@@ -155,7 +155,7 @@ std::vector<std::string> WordsFor(const KnownSections& known, std::string_view s
 }
 
 Plist DefaultOf(const SectionDefault& row) {
-  const SectionDefault table[] = {row, {nullptr, 0, nullptr}};
+  const SectionDefault table[] = {row, {}};
   const Plist tree = Plist::dictionary();
   PlistSupplementDefaults(tree, "", table);
   return tree.objectForKey("").objectForKey(row.key);

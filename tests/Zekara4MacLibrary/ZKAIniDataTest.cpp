@@ -165,7 +165,7 @@ TEST(ZKAIniData, ApplyPatchPatchesTheTreeAndNamesTheChangedSections) {
 
 TEST(ZKAIniData, SupplimentDefaultsFillsTheKeysThatTheSectionLacks) {
   const SectionDefault defaults[] = {
-      {"k", DefaultTypeString, "default"}, {"n", DefaultTypeNumber, "5"}, {nullptr, 0, nullptr}};
+      SectionDefault::string("k", "default"), SectionDefault::number("n", "5"), {}};
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection("own", "k", "A");
   document->supplimentDefaults_forSection(defaults, "A");

@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <ostream>
 #include <string>
+#include <type_traits>
 
 #include "PortableFoundation/NSException.h"
 #include "Zekara4MacLibrary/ZKAPlistUtils.h"
@@ -42,11 +43,47 @@ const char* const kList[] = {"/dev", "gr\xC3\xBCn", "", nullptr};
 const char* const kEmptyList[] = {nullptr};
 
 const SectionDefault kTable[] = {
-    {"text", DefaultTypeString, "gr\xC3\xBCn"}, {"number", DefaultTypeNumber, "16"},
-    {"switch", DefaultTypeBoolean, "Yes"},      {"list", DefaultTypeList, kList},
-    {"empty", DefaultTypeList, kEmptyList},     {nullptr, 0, nullptr},
+    SectionDefault::string("text", "gr\xC3\xBCn"), SectionDefault::number("number", "16"),
+    SectionDefault::boolean("switch", true),       SectionDefault::list("list", kList),
+    SectionDefault::list("empty", kEmptyList),     {},
 };
-const SectionDefault kNoRows[] = {{nullptr, 0, nullptr}};
+SectionDefault RowOfUnknownType(const char* key) {
+  SectionDefault row = SectionDefault::string(key, "y");
+  row.type = 4;
+  return row;
+}
+
+const SectionDefault kNoRows[] = {{}};
+
+// SectionDefault
+
+static_assert(std::is_standard_layout_v<SectionDefault> && offsetof(SectionDefault, key) == 0 &&
+              offsetof(SectionDefault, type) == sizeof(const char*) &&
+              offsetof(SectionDefault, value) == 2 * sizeof(const char*) &&
+              sizeof(SectionDefault) == 3 * sizeof(const char*));
+
+// Nothing but the makers gives a row its value, and each maker takes what its type holds.
+template <class Value>
+constexpr bool kIsText = requires(const Value& value) {
+  SectionDefault::string("key", value);
+}
+&&requires(const Value& value) {
+  SectionDefault::number("key", value);
+};
+template <class Value>
+constexpr bool kIsList = requires(const Value& value) {
+  SectionDefault::list("key", value);
+};
+
+static_assert(!std::is_aggregate_v<SectionDefault>);
+static_assert(!std::is_constructible_v<SectionDefault, const char*, DefaultType, const void*>);
+static_assert(kIsText<const char*> && !kIsText<decltype(kList)> && !kIsText<int>);
+static_assert(kIsList<decltype(kList)> && !kIsList<const char*> && !kIsList<char[5]>);
+
+TEST(SectionDefault, ListThatDoesNotEndWithNullIsRefused) {
+  const char* const open[] = {"a", "b"};
+  ExpectInvalidArgument([&] { SectionDefault::list("key", open); });
+}
 
 // PlistSupplementDefaults
 
@@ -94,7 +131,7 @@ TEST(PlistSupplementDefaults, NumbersAreTakenAsAtoiTakesThem) {
                         {" \t\n7", 7}, {"-5", -5},    {"+5", 5},  {"- 5", 0},
                         {"1.9", 1},    {"0x10", 0},   {"007", 7}, {"2147483647", 2147483647}};
   for (const Case& one : cases) {
-    const SectionDefault table[] = {{"n", DefaultTypeNumber, one.text}, {nullptr, 0, nullptr}};
+    const SectionDefault table[] = {SectionDefault::number("n", one.text), {}};
     const Plist tree = Tree();
     PlistSupplementDefaults(tree, "A", table);
     EXPECT_TRUE(AreIdentical(tree.objectForKey("A").objectForKey("n"), one.number)) << one.text;
@@ -108,17 +145,15 @@ TEST(PlistSupplementDefaults, BooleanRowsStayInTheirWrittenForm) {
 }
 
 TEST(PlistSupplementDefaults, RowOfUnknownTypeRaisesAndTheRowsBeforeItStay) {
-  const SectionDefault table[] = {{"first", DefaultTypeString, "x"},
-                                  {"bad", 4, "y"},
-                                  {"last", DefaultTypeString, "z"},
-                                  {nullptr, 0, nullptr}};
+  const SectionDefault table[] = {
+      SectionDefault::string("first", "x"), RowOfUnknownType("bad"), SectionDefault::string("last", "z"), {}};
   const Plist tree = Tree();
   ExpectInvalidArgument([&] { PlistSupplementDefaults(tree, "A", table); });
   EXPECT_EQ(tree, Tree({{"A", Section({{"first", "x"}})}}));
 }
 
 TEST(PlistSupplementDefaults, RowOfUnknownTypeUnderAPresentKeyIsNotLookedAt) {
-  const SectionDefault table[] = {{"bad", 4, "y"}, {nullptr, 0, nullptr}};
+  const SectionDefault table[] = {RowOfUnknownType("bad"), {}};
   const Plist tree = Tree({{"A", Section({{"bad", 1}})}});
   PlistSupplementDefaults(tree, "A", table);
   EXPECT_EQ(tree, Tree({{"A", Section({{"bad", 1}})}}));
@@ -361,9 +396,9 @@ TEST(PlistPatch, PatchingWithTheDiffNamesItsSectionsAndLeavesNoDifference) {
 // Booleans
 
 const SectionDefault kBooleans[] = {
-    {"text", DefaultTypeString, "Yes"},    {"number", DefaultTypeNumber, "1"},
-    {"switch", DefaultTypeBoolean, "Yes"}, {"list", DefaultTypeList, kList},
-    {"other", DefaultTypeBoolean, "No"},   {nullptr, 0, nullptr},
+    SectionDefault::string("text", "Yes"),   SectionDefault::number("number", "1"),
+    SectionDefault::boolean("switch", true), SectionDefault::list("list", kList),
+    SectionDefault::boolean("other", false), {},
 };
 
 struct ConversionCase {
@@ -465,6 +500,16 @@ TEST(SectionTranslate, ValuesUnderTheKeysAreReplaced) {
   const Plist section = Section({{"a", "Cure"}, {"b", "Delete"}, {"c", 5}, {"other", "Cure"}});
   SectionTranslate(section, Plist::array({"a", "b", "c"}), kTranslation);
   EXPECT_EQ(section, Section({{"a", 2}, {"b", 1}, {"c", "five"}, {"other", "Cure"}}));
+}
+
+TEST(SectionTranslate, KeysMayBeASetOfNames) {
+  const Plist section = Section({{"a", "Cure"}, {"b", "cure"}, {"c", "Delete"}, {"other", "Cure"}});
+  const ZKAChangedSections keys = {"a", "c", "missing"};
+  SectionTranslate(section, keys, kTranslation);
+  EXPECT_EQ(section, Section({{"a", 2}, {"b", "cure"}, {"c", 1}, {"other", "Cure"}}));
+  const ZKAChangedSections untranslatable = {"b", "other"};
+  ExpectInvalidArgument([&] { SectionTranslate(section, untranslatable, kTranslation); });
+  SectionTranslate(Plist(), keys, kTranslation);
 }
 
 TEST(SectionTranslate, KeysThatTheSectionLacksAreSkipped) {
