@@ -155,9 +155,16 @@ zekara_copy_to_new_file() {
   (umask 077 && set -C && cat "$1" >"$2")
 }
 
-# Removes file $1. A process that holds a set-user-id file open could start it after the removal, so its mode goes first.
+# Removes file $1. A process that holds a set-user-id file open could start it after the removal, so its mode goes first. An
+# instance that is running can repair its mode as long as it has a name, so the mode goes once more after the name.
 zekara_withdraw() {
-  if zekara_is_regular_file "$1"; then chmod 0600 "$1"; fi
+  if zekara_is_regular_file "$1"; then
+    chmod 0600 "$1"
+    exec 9<"$1"
+    rm -f "$1"
+    chmod 0600 /dev/fd/9 2>/dev/null || true
+    exec 9<&-
+  fi
   rm -f "$1"
 }
 

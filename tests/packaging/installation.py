@@ -9,6 +9,7 @@ import unittest
 
 import private_root
 from private_root import NOBODY, PrivateRoot
+from support import sandbox
 
 BUILD = REPOSITORY = None  # set by the program that starts the tests
 DIRECTORY = "/Library/Application Support/Zekara"
@@ -17,6 +18,7 @@ CONFIGURATION = DIRECTORY + "/zekara32.ini"
 LIST = DIRECTORY + "/installed-files"
 PREFIX = "/opt/zekara-test"
 OTHER = 65534  # the account NOBODY
+MS_BIND = 4096
 
 
 def attributes(path):
@@ -135,6 +137,13 @@ class InstallationTest(PackagingTest):
     def read(self, path):
         with open(self.at(path), encoding="utf-8") as file:
             return file.read()
+
+    def show_processes(self):
+        """Mounts /proc in the private root directory; skips the test where nothing can be mounted."""
+        if not self.root.can_mount:
+            self.skipTest("nothing can be mounted here")
+        os.mkdir(self.at("/proc"))
+        sandbox.mount("/proc", self.at("/proc"), None, MS_BIND)
 
     def replace_program(self, name, script):
         self.addCleanup(self.root.replace_program(name, script))

@@ -5,6 +5,7 @@ in the directory with chroot(8) and look at the result from outside. Root needs 
 works in a container.
 """
 
+import ctypes
 import errno
 import glob
 import os
@@ -36,8 +37,22 @@ def why_not_here(directory):
     return probe.stderr.strip() or None
 
 
+def _enter_mount_namespace():
+    """Moves this process into a mount namespace of its own, so that no mount of the tests outlives it. Returns false if the system
+    refuses; then nothing is mounted at all."""
+    new_namespace, recursive, private = 0x20000, 0x4000, 0x40000
+    try:
+        if ctypes.CDLL(None).unshare(new_namespace) != 0:
+            return False
+        sandbox.mount("none", "/", None, recursive | private)
+    except OSError:
+        return False
+    return True
+
+
 class PrivateRoot:
     def __init__(self, parent):
+        self.can_mount = _enter_mount_namespace()
         self.path = tempfile.mkdtemp(prefix="packaging-root-", dir=parent)
         os.chmod(self.path, 0o755)
         for name in _MERGED:
@@ -124,6 +139,7 @@ class PrivateRoot:
                 os.unlink(path)
             os.close(os.open(path, os.O_CREAT, 0o666))  # swallows what is written to it just as well
         os.chmod(path, 0o666)
+        os.symlink("/proc/self/fd", self.path + "/dev/fd")
 
     def _copy_program(self, name):
         found = shutil.which(name, path=_PATH)
