@@ -18,7 +18,8 @@ SCRATCH = str(sandbox.SCRATCH_DIRECTORY)
 CONFIGURATION = f"{sandbox.CONFIG_DIRECTORY}/zekara32.ini"
 PID_FILES = [f"{sandbox.RUN_DIRECTORY}/{name}.pid" for name in ("FileD", "UpdateD")]
 TOOL = f"{SCRATCH}/Zekara4MacTool"
-PROGRAMS = ("floor-same", "floor-minimal", "empty", "simpleini-set", "gkeyfile-set", "spawn", "in-process")
+PROGRAMS = ("floor-same", "floor-minimal", "empty", "simpleini-set", "gkeyfile-set", "spawn", "in-process",
+            "zkaconfig")
 
 # One series in the output of spawn.
 Process = collections.namedtuple("Process", "status runs wall wall_low wall_high cpu cpu_low cpu_high faults memory")
@@ -31,8 +32,9 @@ def lay_out(build_directory):
     shutil.copy(f"{build_directory}/Zekara4MacTool/Zekara4MacTool", TOOL)
     os.chmod(TOOL, 0o4755)
     for name in PROGRAMS:
-        if os.path.exists(f"{build_directory}/benchmarks/{name}"):
-            shutil.copy(f"{build_directory}/benchmarks/{name}", SCRATCH)
+        for program in (f"{build_directory}/benchmarks/{name}", f"{build_directory}/{name}/{name}"):
+            if os.path.isfile(program):
+                shutil.copy(program, SCRATCH)
     write("small.ini", small_configuration())
     write("request", request({"MacOSWardex": {"IsActive": "No"}, "UpdateD": {"Interval": 3600}}))
     # A string where the file holds a section raises one exception, after the file has been read.

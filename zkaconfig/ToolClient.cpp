@@ -108,6 +108,7 @@ class ToolSession {
  public:
   ToolSession(std::string path, std::chrono::seconds limit)
       : path_(std::move(path)), deadline_(Clock::now() + limit) {
+    NSFileHandle::ignoreBrokenPipes();
     Pipe requests = MakePipe();
     Pipe replies = MakePipe();
     Pipe log = MakePipe();
