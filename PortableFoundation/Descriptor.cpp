@@ -20,8 +20,8 @@ bool WaitUntilReady(int descriptor, short event) noexcept {
   return true;
 }
 
-// With O_EXLOCK the lock is part of the open. O_NONBLOCK is out of the question: the lock would not be waited
-// for.
+// O_EXLOCK makes the lock part of the open. O_NONBLOCK must not be added, because the open would then not
+// wait for the lock.
 Descriptor OpenAndLock(const char* path, mode_t mode) noexcept {
 #ifdef O_EXLOCK
   return OpenAt(AT_FDCWD, path, O_RDWR | O_CREAT | O_EXLOCK, mode);
@@ -36,7 +36,7 @@ Descriptor OpenAndLock(const char* path, mode_t mode) noexcept {
 
 void Descriptor::reset(int descriptor) noexcept {
   const int old = std::exchange(descriptor_, descriptor);
-  // Not repeated after EINTR: on Linux the descriptor is gone by then, and its number may be somebody else's.
+  // Not retried after EINTR: on Linux the number is free by then, and another thread may have taken it.
   if (old >= 0) close(old);
 }
 
@@ -100,7 +100,7 @@ int WriteAll(int descriptor, std::string_view bytes) noexcept {
     if (count > 0) {
       bytes.remove_prefix(static_cast<std::size_t>(count));
     } else if (count == 0) {
-      errno = EIO;  // nothing promises that the next call would take any more
+      errno = EIO;  // the next call might take nothing either, for ever
       return -1;
     } else if (!WaitUntilReady(descriptor, POLLOUT)) {
       return -1;

@@ -9,6 +9,12 @@
 #include <memory>
 #include <utility>
 
+// The walk holds one open directory and, for each directory above it, the names that are still to be visited.
+// It descends by openat() without following links and ascends by "..", after which it compares device and
+// inode with those that it noted on the way down: if another process has moved the directory, ".." leads
+// elsewhere, and the walk ends. Removal works in the same way, from the bottom up, with unlinkat(). So no
+// path is ever resolved twice.
+
 namespace zekara {
 namespace {
 

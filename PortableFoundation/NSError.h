@@ -8,8 +8,9 @@
 
 namespace zekara {
 
-// A failure that only a program's outermost guard handles: a domain, a code within it, and a dictionary of
-// details. No handler for NSException sees it.
+// A failure that only a program's outermost guard handles: a domain, a code within the domain, and a
+// dictionary of details (or nil). It is thrown as an object of its own; a handler for NSException does not
+// catch it.
 class NSError : public std::exception {
  public:
   NSError(std::string domain, int code, Plist userInfo)

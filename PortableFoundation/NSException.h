@@ -6,12 +6,15 @@
 
 namespace zekara {
 
-// Names that this library raises under.
+// The names of the exceptions that this library raises itself.
 inline constexpr const char* NSInvalidArgumentException = "NSInvalidArgumentException";
 inline constexpr const char* NSFileHandleOperationException = "NSFileHandleOperationException";
 
-// A failure that a request can be told of: a name for programs, a reason for people. NSError is an unrelated
-// type on purpose: a handler for NSException never sees one.
+// A failure that the sender of a request can be told about. The name identifies the kind of failure to a
+// program; the reason describes it to a person. Raised by `throw NSException(name, reason)` and caught by
+// `catch (const NSException&)`.
+//
+// NSError is an unrelated type on purpose: a handler for NSException never catches one.
 class NSException : public std::exception {
  public:
   NSException(std::string name, std::string reason) : name_(std::move(name)), reason_(std::move(reason)) {}
@@ -19,7 +22,7 @@ class NSException : public std::exception {
   const std::string& name() const noexcept { return name_; }
   const std::string& reason() const noexcept { return reason_; }
 
-  // What "%@" shows: the reason, or the name when there is no reason.
+  // Returns the text that "%@" shows: the reason, or the name if the reason is empty.
   const std::string& description() const noexcept { return reason_.empty() ? name_ : reason_; }
   const char* what() const noexcept override { return description().c_str(); }
 

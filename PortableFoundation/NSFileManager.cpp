@@ -4,6 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+// By path, the calls follow links and may reach another file each time; by descriptor, they always reach the
+// same one.
+
 namespace zekara {
 
 NSFileManager& NSFileManager::defaultManager() noexcept {

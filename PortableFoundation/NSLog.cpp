@@ -19,12 +19,16 @@
 
 #include "PortableFoundation/Descriptor.h"
 
+// A line is formatted completely and then written in one call, so that lines of several processes do not mix.
+// While a BufferedLog exists, the lines go to a static buffer instead: the log needs no memory when there may
+// be none.
+
 namespace zekara {
 namespace {
 
 const char* g_program_name = nullptr;
 
-// Each line ends in a zero, so that it can be written by itself.
+// Each buffered line ends in a zero byte, so that it can be written by itself.
 struct HeldLines {
   bool isHolding = false;
   std::size_t size = 0;
@@ -92,8 +96,8 @@ void SetLogProgramName(const char* name) noexcept {
   g_program_name = name;
 }
 
-// Almost every line fits into the array; only a longer one, say with a long path, takes memory, and where
-// there is none it is cut.
+// Formats into an array first, which almost every line fits. A longer line, for example one with a long path,
+// is formatted again into allocated memory; if there is none, it is cut off.
 void NSLog(const char* format, ...) noexcept {
   const int savedError = errno;
   char line[1024];

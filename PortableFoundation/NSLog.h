@@ -3,16 +3,18 @@
 namespace zekara {
 
 // Writes one line to standard error, in one write:
+//
 //   2026-11-21 07:45:12.345 Program[pid:tid] message
-// with the local time, to the millisecond. `format` is printf's and is checked against its arguments by the
-// compiler; texts from outside are always arguments, never the format. A line end is added unless the message
-// ends in one. Blocks while standard error does; its failures are ignored; a long line is cut when there is
-// no memory for it. May be called from any thread.
+//
+// with the local time to the millisecond. `format` is printf's, and the compiler checks it against the
+// arguments. Text from outside is passed as an argument, never as the format. A line end is added unless the
+// message ends in one. Blocks while standard error does. A failure to write is ignored. If there is no memory
+// for a long line, it is cut off at about 1000 bytes. Keeps errno. Any thread may call it.
 [[gnu::format(printf, 1, 2)]] void NSLog(const char* format, ...) noexcept;
 
-// Keeps back the lines of the whole process while it lives, and writes them, one by one, at its end: nobody
-// who reads standard error slowly, or not at all, is waited for meanwhile. Lines that exceed a few kilobytes
-// together are lost. At most one at a time, and in one thread.
+// While this object exists, log lines of the whole process are buffered (at most 4096 bytes; lines beyond
+// that are lost); its destructor writes them one by one. A stalled reader of standard error cannot block the
+// process in between. At most one may exist at a time, and only one thread may log meanwhile.
 class BufferedLog {
  public:
   BufferedLog() noexcept;
@@ -21,8 +23,8 @@ class BufferedLog {
   BufferedLog& operator=(const BufferedLog&) = delete;
 };
 
-// The name that stands in log lines from now on; `name` must live on. Unset, it is the name under which the
-// program was started. To be called before there is a second thread.
+// Sets the program's name in log lines from now on. `name` must stay valid; null restores the name under
+// which the program was started, which is the default. Must be called before a second thread exists.
 void SetLogProgramName(const char* name) noexcept;
 
 }  // namespace zekara

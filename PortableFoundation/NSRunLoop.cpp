@@ -8,6 +8,10 @@
 
 #include "PortableFoundation/Descriptor.h"
 
+// One turn of the loop waits for the armed reads with poll(), reads one block from the first that is ready,
+// and calls its completion. A read is disarmed before its completion runs, so the completion may arm the next
+// one, and the read that is armed last has the lowest priority.
+
 namespace zekara {
 namespace {
 

@@ -23,8 +23,8 @@ extern char** environ;  // NOLINT(readability-redundant-declaration): POSIX has 
 namespace zekara {
 namespace {
 
-// What is left where the system neither closes them all at once nor lists them. Not up to the limit: that may
-// have been lowered after they were opened.
+// Fallback when descriptors can be neither closed as a range nor listed. Ignores RLIMIT_NOFILE, which may
+// have been lowered since they were opened.
 void CloseDescriptorsOneByOne(int first) noexcept {
   constexpr int kHighest = 1 << 20;
   for (int descriptor = first; descriptor < kHighest; ++descriptor) close(descriptor);
@@ -38,7 +38,7 @@ bool ProcessIsPrivileged() noexcept {
   return issetugid() != 0 || getuid() != geteuid() || getgid() != getegid();
 }
 
-// The path is that of the region that holds this very code; it is believed only if it still names that file.
+// Asks the kernel which file is mapped here, and uses its path only if device and inode still match.
 Descriptor OpenRunningExecutable() noexcept {
   proc_regionwithpathinfo region = {};
   const auto address = reinterpret_cast<std::uint64_t>(&OpenRunningExecutable);
@@ -52,9 +52,10 @@ Descriptor OpenRunningExecutable() noexcept {
   return isMapped ? std::move(file) : Descriptor();
 }
 
-void ForbidTracing() noexcept {}  // the system lets nobody trace a set-user-id process
+void ForbidTracing() noexcept {}  // macOS lets no user trace a set-user-ID process
 
-// The list is cut to the array's size, and is asked for again until nothing in it is left to be closed.
+// The kernel lists at most as many descriptors as the array holds, so the list is fetched again until there
+// is nothing left to close.
 void CloseDescriptorsFrom(int first) noexcept {
   for (;;) {
     proc_fdinfo open[256];
@@ -133,6 +134,8 @@ std::uint64_t FileSizeLimit() noexcept {
   return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? limit.rlim_cur : std::numeric_limits<std::uint64_t>::max();
 }
 
+// The C library on Linux keeps the signals 32 and 33 for itself and never blocks them; only root can send
+// them here.
 AllSignalsBlocked::AllSignalsBlocked() noexcept {
   sigset_t all;
   sigfillset(&all);

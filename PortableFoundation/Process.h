@@ -9,22 +9,29 @@
 
 namespace zekara {
 
-// Whether the process runs with rights that its caller lacks: its real and effective ids differ, or the
-// system says that the start changed them.
+// What a program can ask and change about its own process. None of these functions raises or allocates
+// memory; what the system refuses stays as it is, unless a result says so. The caller named here is the user
+// who started the program.
+
+// Returns true if the process runs with rights that its caller lacks: its real and effective IDs differ, or
+// the system says that the program's set-user-ID or set-group-ID bit changed them.
 bool ProcessIsPrivileged() noexcept;
 
-// The file that this process is running, open for reading, whatever its path names by now; none when the
-// system does not tell.
+// Opens the file that this process is running, for reading, whatever file its path names by now. Returns a
+// Descriptor that holds none if the system does not tell which file that is.
 Descriptor OpenRunningExecutable() noexcept;
 
-// The same, if `path` names that very file. The path itself is never opened: it may name a FIFO, or a device
-// that acts.
+// The same, if `path` names that very file, following links, and if the file still has a name. Otherwise the
+// Descriptor holds none. The path itself is never opened, because it may name a FIFO, or a device on which
+// opening acts.
 Descriptor OpenRunningExecutableNamed(const char* path) noexcept;
 
-// How many bytes a file may have that this process writes.
+// Returns the largest size in bytes to which this process may extend a file.
 std::uint64_t FileSizeLimit() noexcept;
 
-// Blocks every signal for the calling thread until the object goes.
+// While this object exists, every signal that can be blocked is blocked for the calling thread. The
+// destructor restores the mask that it found; signals that have arrived meanwhile take effect then. Objects
+// may be nested.
 class AllSignalsBlocked {
  public:
   AllSignalsBlocked() noexcept;
@@ -37,9 +44,9 @@ class AllSignalsBlocked {
   bool isInEffect_ = false;
 };
 
-// Gives a process that is root by its effective id alone 0 as its real ids too, group included, until the
-// object goes: the signals of those who started it do not reach it then. Does nothing for any other process,
-// and what the system refuses stays as it is.
+// While this object exists, a set-user-ID-root process has real user and group ID 0, so its caller cannot
+// signal it. The destructor restores the IDs and makes the process undumpable again, because a change of IDs
+// resets that. Does nothing in a process whose effective user is not root or whose real user is.
 class FullyRoot {
  public:
   FullyRoot() noexcept;
@@ -54,23 +61,26 @@ class FullyRoot {
   gid_t effectiveGroup_ = 0;
 };
 
-// Leaves the environment empty.
+// Empties the environment. The C library has dropped its dangerous variables from a set-user-ID program's
+// environment already, but not TZ.
 void ClearEnvironment() noexcept;
 
-// Keeps the process from being traced, read or dumped by those who started it, where the system can be told
-// so.
+// Keeps the caller from tracing the process, reading its memory or having it dumped. Linux does that by
+// itself for set-user-ID programs unless fs.suid_dumpable says otherwise; macOS always does.
 void ForbidTracing() noexcept;
 
-// Gives the process the scheduling of any other, for the processor and, where there is such a thing, for
-// files: who has started it might let it wait while it holds what others wait for.
+// Restores default CPU and I/O priority, so that a caller cannot start the program at low priority and stall
+// every process that waits for its lock. On macOS, leaves the background state as well; a QoS clamp that a
+// parent imposes stays.
 void RestoreDefaultPriority() noexcept;
 
 // Opens /dev/null for each of the descriptors 0, 1 and 2 that is closed, so that no file that the program
 // opens later takes their numbers. Descriptor 1 is opened for reading only: writing results to a closed
-// standard output then fails instead of losing them silently.
+// standard output then fails instead of losing them silently. The system does the same for set-user-ID
+// programs, but not for root's own starts.
 void OpenStandardDescriptors() noexcept;
 
-// Closes every descriptor from `first` up.
+// Closes every descriptor from `first` up, whatever the limit on descriptors is.
 void CloseDescriptorsFrom(int first) noexcept;
 
 }  // namespace zekara

@@ -9,6 +9,10 @@
 #include "PortableFoundation/NSDirectoryEnumerator.h"
 #include "PortableFoundation/NSLog.h"
 
+// A pid file may be as large as its writer likes and may change while it is read, so it is read block by
+// block into a scanner that saturates. Registrations are in a directory that users may write to:
+// NSDirectoryEnumerator walks it and removes from it without following links.
+
 namespace zekara {
 namespace {
 

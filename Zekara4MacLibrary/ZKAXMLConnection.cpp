@@ -9,6 +9,11 @@
 #include "PortableFoundation/NSLog.h"
 #include "PortableFoundation/NSPropertyListSerialization.h"
 
+// Received blocks are appended to a buffer. Every message that is complete, up to and including the marker,
+// is parsed in place and delivered; what follows the last marker stays in the buffer. A delegate may close or
+// release the connection in the middle of that, so the connection holds a reference to itself while it
+// handles a block and checks after each call whether it may deliver more.
+
 namespace zekara {
 namespace {
 

@@ -10,6 +10,10 @@
 #include "Zekara4MacLibrary/ZKAIniData.h"
 #include "Zekara4MacLibrary/ZKAIniParser.h"
 
+// The change is one locked read-modify-write. Everything that can fail without the document being at fault,
+// such as memory for the new text or the limit on file sizes, fails before the file is truncated. Between
+// truncating and writing no other system call is made.
+
 namespace zekara {
 namespace {
 

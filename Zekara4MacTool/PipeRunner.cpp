@@ -7,10 +7,13 @@
 #include "PortableFoundation/NSRunLoop.h"
 #include "Zekara4MacTool/ChangeConfig.h"
 
+// A request is answered from inside the connection's delivery, so a block that holds several requests gets
+// all of its replies before run() looks at stopNow_ again. The reply is the request with three keys changed.
+
 namespace zekara {
 namespace {
 
-// Carries the request out. Returns the text of the error, empty for success.
+// Carries the request out and returns the error text, empty for success.
 std::string Serve(const Plist& request) {
   try {
     if (!request.objectForKey("tag").isEqualToString("cmd")) return "not a command";
@@ -34,7 +37,7 @@ void PipeRunner::run() {
   }
 }
 
-// Deliberate: "res" is "OK" also for a failure, which only "err" tells.
+// Deliberate: "res" is "OK" for a failure too; only "err" distinguishes it.
 void PipeRunner::messageReceived_throughConnection(const Plist& request, ZKAXMLConnection&) {
   const std::string error = Serve(request);
   const Plist reply = request.mutableCopy();

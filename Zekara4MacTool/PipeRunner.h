@@ -7,17 +7,22 @@
 
 namespace zekara {
 
-// Serves requests from standard input with replies on standard output; docs/pipe-protocol.md tells both.
+// Serves requests from standard input with replies on standard output; docs/pipe-protocol.md describes both.
 // Answers every request that is complete in the first block of input that holds one, and is then done.
+// Belongs to one thread.
+//
+//   PipeRunner runner = PipeRunner::init();
+//   runner.run();
 class PipeRunner final : private ZKAXMLConnectionDelegating {
  public:
-  // The runner, already listening.
+  // Returns a runner whose connection is already reading. Raises if standard input cannot be read from.
   static PipeRunner init() { return PipeRunner(); }
   PipeRunner(const PipeRunner&) = delete;
   PipeRunner& operator=(const PipeRunner&) = delete;
 
-  // Returns when requests have been answered, or the input has ended or failed. Passes on anything but an
-  // NSException.
+  // Turns the thread's run loop until a request has been answered, or the input has ended or failed. Blocks.
+  // An NSException of a request becomes its reply; anything else that is thrown passes on, and no reply is
+  // sent.
   void run();
 
  private:

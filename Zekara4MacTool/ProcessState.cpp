@@ -11,15 +11,15 @@
 namespace zekara {
 namespace {
 
-// An ignored SIGPIPE or SIGXFSZ makes the write fail instead; the terminal's stops are not for a program that
-// holds a lock.
+// With SIGPIPE or SIGXFSZ ignored, the write fails instead of ending the process. The terminal must not stop
+// a program that holds a lock.
 void IgnoreSignals() noexcept {
   for (const int signal : {SIGPIPE, SIGXFSZ, SIGTSTP, SIGTTIN, SIGTTOU}) {
     ::signal(signal, SIG_IGN);
   }
 }
 
-// Timers that the caller has set go on running through exec, and kill.
+// Interval timers survive exec, so the caller could have one end the process.
 void StopTimers() noexcept {
   for (const auto timer : {ITIMER_REAL, ITIMER_VIRTUAL, ITIMER_PROF}) {
     const itimerval off = {};
@@ -42,8 +42,8 @@ bool RaiseLimit(int resource, rlim_t wanted) noexcept {
   return setrlimit(resource, &limit) == 0 && limit.rlim_cur >= wanted;
 }
 
-// Takes as much of the stack as the rest of the program needs at most. Where there is not as much, the
-// process ends here, and not between the cut of the file and its writing.
+// Touches all the stack that the program can need (256 KiB), so that too small a stack ends the process here
+// and not between truncating the file and writing it.
 [[gnu::noinline]] void ProveStack() noexcept {
   constexpr std::size_t kPage = 4096;
   volatile char proof[64 * kPage];
@@ -52,6 +52,9 @@ bool RaiseLimit(int resource, rlim_t wanted) noexcept {
 
 }  // namespace
 
+// The order matters: a limit on descriptors could keep the standard ones from being opened, and they must be
+// open before anything else is. What the kernel and the C library do for a set-user-ID program they do not do
+// when root starts it, so the standard descriptors are opened in any case.
 void PrepareProcess() noexcept {
   const bool isPrivileged = ProcessIsPrivileged();
   IgnoreSignals();
@@ -63,7 +66,7 @@ void PrepareProcess() noexcept {
   RaiseLimit(RLIMIT_CPU, RLIM_INFINITY);
   RaiseLimit(RLIMIT_STACK, kStackSize);
   const rlimit none = {};
-  setrlimit(RLIMIT_CORE, &none);
+  setrlimit(RLIMIT_CORE, &none);  // while its IDs change, the process may be dumpable for a moment
   if (isPrivileged) {
     RestoreDefaultPriority();
     ForbidTracing();

@@ -19,6 +19,7 @@ Plist OwnerDetails(uid_t owner, gid_t group) {
   return Plist::dictionary({{"NSFileOwnerAccountID", owner}, {"NSFileGroupOwnerAccountID", group}});
 }
 
+// Returns the attributes as a dictionary, or nil if there are none.
 Plist Details(const std::optional<NSFileAttributes>& found) {
   if (!found) return {};
   Plist details = OwnerDetails(found->ownerAccountID, found->groupOwnerAccountID);
@@ -32,10 +33,10 @@ Plist Details(const std::optional<NSFileAttributes>& found) {
 
 enum class RepairResult { kComplete, kOwnerFailed, kModeFailed };
 
-// By path for whoever has the rights himself; otherwise through one descriptor of the running file, so that
-// nothing can be put in its place between the check and the changes. The change of owner takes the
-// set-user-id bit away until the change of mode: no signal is to end the process in between, and none of the
-// caller's to reach it.
+// For root, changes the file by path. When set-user-ID, changes only the running executable, through one
+// descriptor, so that the caller cannot put another file in its place between the check and the changes.
+// chown clears the set-user-ID bit until chmod restores it, so signals are blocked and the caller's cannot
+// reach the process in between.
 RepairResult RepairAttributes(const std::string& path) {
   const NSFileManager& manager = NSFileManager::defaultManager();
   const bool isPrivileged = ProcessIsPrivileged();
@@ -65,7 +66,7 @@ bool SelfCheck(const std::string& path) {
       ThrowSelfCheckError(OwnerDetails(0, 0));
     case RepairResult::kModeFailed:
       NSLog("Can't change attributes on %s", path.c_str());
-      // Deliberate: not the attributes asked for, as above, but those found before the repair.
+      // Deliberate: the attributes found before the repair, not the ones asked for as in the case above.
       ThrowSelfCheckError(Details(found));
     case RepairResult::kComplete:
       break;

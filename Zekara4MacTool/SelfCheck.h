@@ -4,13 +4,16 @@
 
 namespace zekara {
 
-// Checks that the file at `path`, which is the tool's own, belongs to user 0 and group 0 and has mode 04755,
-// and repairs it: owner and group first, then the mode. Returns true. When a change cannot be made, logs it
-// and throws an NSError of the domain "xx" with the code 123, whose user info is the requested ids (owner
-// change) or the attributes found (mode change).
+// Checks that the file at `path`, which is the tool's own executable, belongs to user 0 and group 0 and has
+// mode 04755. If not, repairs it: owner and group first, then the mode. `path` is used as it is; a symbolic
+// link is followed. Logs the outcome. Always returns true.
 //
-// A process with rights that its caller lacks repairs nothing but the file that it is running; to it any
-// other path is one that does not name the tool, and the owner change fails.
+// If a change cannot be made, logs it and throws an NSError with the domain "xx" and the code 123. Its user
+// info is the IDs that were asked for if the owner change failed, and the attributes that were found (nil if
+// there were none) if the mode change failed.
+//
+// A process that runs with rights that its caller lacks repairs only the file that it is running, and only if
+// that file still has a name. For every other path the owner change fails, and the path is not opened.
 bool SelfCheck(const std::string& path);
 
 }  // namespace zekara

@@ -6,10 +6,13 @@
 #include "Zekara4MacTool/ProcessState.h"
 #include "Zekara4MacTool/SelfCheck.h"
 
+// The program in order: prepare the process, check the tool's own file, run the mode that the arguments name.
+// Every start checks the file, whatever its arguments.
+
 namespace zekara {
 namespace {
 
-// How the process ends. Deliberate: 1 also after a post-install task that did all its work.
+// The exit statuses. Deliberate: the post-install task ends with 1 even if it did all its work.
 enum ExitStatus { kPipeServed = 0, kNotServed = 1, kTerminated = 2 };
 
 int RunMode(int argc, char* argv[]) {
