@@ -1,18 +1,27 @@
-"""The commands of the documents that are not simply run by the tests. All others are."""
+"""Says which commands of the documents the tests run as they are, and why they do not run the others.
+
+The private root shows the machine's own files, so only commands that change nothing but the suite's files are run.
+"""
+
+# The programs whose commands are run. A command of any other program has to be in one of the tables.
+RUN = {"change_setting", "c++", "examples/client.py", "pkg-config", "zkaconfig", "Zekara4MacTool"}
 
 _BUILDS = "takes minutes: CI runs it"
 _MACHINE = "works on the machine itself: tests/packaging runs it on a copy"
+_PLACES = "its words in capitals are the reader's: the tests install two components in the same way"
 _MACOS = "macOS alone has it"
 
-# A command, and why no test of the documents runs it.
+# A command, and the reason why it is not run.
 NOT_RUN = {
     "scripts/test": "this test is a part of it",
     "scripts/demo": "builds first; EndToEnd.demonstration runs what it shows",
     "scripts/check": _BUILDS,
+    "scripts/check sanitizers": _BUILDS,
     "scripts/fuzz 600": "takes an hour",
     "scripts/campaign": "takes an hour",
     "scripts/campaign valgrind": "takes an hour",
     "scripts/bench": "measures, which takes an idle machine",
+    "scripts/bench --check": _BUILDS,
     "scripts/bench --record": "measures, and changes the document",
     "scripts/check-instructions": _BUILDS,
     "cmake --preset debug && cmake --build --preset debug && ctest --preset debug": _BUILDS,
@@ -23,7 +32,8 @@ NOT_RUN = {
     "scripts/release --check": _BUILDS,
     "scripts/release debian": _BUILDS,
     "sudo cmake --install BUILD": _MACHINE,
-    "cmake --install BUILD --component NAME": "BUILD and NAME are the reader's; these tests install two components so",
+    "cmake --install BUILD --component NAME": _PLACES,
+    "cmake --install build/release --prefix DIRECTORY --component Library": _PLACES,
     "sudo packaging/uninstall": _MACHINE,
     "apt install ./zekara4mac_1.0.0_amd64.deb": _MACHINE,
     "apt remove zekara4mac": _MACHINE,
@@ -36,7 +46,7 @@ NOT_RUN = {
     "sudo cmake --install build": _MACHINE,
 }
 
-# A command, what is run in its place, and why.
+# A command, the one that is run in its place, and the reason.
 INSTEAD = {
     "ctest --preset release -R Security": (
         "ctest --preset release -R Security -N | grep 'Total Tests: [1-9]'", "the tests themselves run beside this one"),
@@ -46,3 +56,10 @@ INSTEAD = {
 STATUSES = {
     "zkaconfig diff site.ini": 1,
 }
+
+
+def to_run(command):
+    """Returns what the tests run for a command, or None if they run nothing for it."""
+    if command in INSTEAD:
+        return INSTEAD[command][0]
+    return command if command.split()[0] in RUN and command not in NOT_RUN else None

@@ -12,6 +12,12 @@ MARKDOWN = [document for document in extraction.documents() if document.suffix =
 
 
 class Checks(unittest.TestCase):
+    def test_every_command_is_run_or_the_reason_why_it_is_not_is_given(self):
+        for document in extraction.documents():
+            for found in extraction.commands(document):
+                is_run = commands.to_run(found.text) is not None
+                self.assertNotEqual(is_run, found.text in commands.NOT_RUN, f"{found}: tests/documentation/commands.py has to say")
+
     def test_commands_that_are_not_run_name_programs_and_presets_that_exist(self):
         presets = json.loads((extraction.REPOSITORY / "CMakePresets.json").read_text(encoding="utf-8"))
         names = {preset["name"] for preset in presets["configurePresets"]}
