@@ -161,24 +161,22 @@ struct d_proc_regionwithpathinfo {
 };
 static_assert(sizeof(struct d_proc_regionwithpathinfo) == 1272);
 
-// Error numbers: DARWIN(Linux's name, Darwin's number), for those that differ.
-#define DARWIN_ERRORS(DARWIN)                                                                               \
-  DARWIN(EDEADLK, 11)                                                                                       \
-  DARWIN(EAGAIN, 35) DARWIN(EINPROGRESS, 36) DARWIN(EALREADY, 37) DARWIN(ENOTSOCK, 38)                      \
-      DARWIN(EDESTADDRREQ, 39) DARWIN(EMSGSIZE, 40) DARWIN(EPROTOTYPE, 41) DARWIN(ENOPROTOOPT, 42)          \
-          DARWIN(EPROTONOSUPPORT, 43) DARWIN(ENOTSUP, 45) DARWIN(EAFNOSUPPORT, 47) DARWIN(EADDRINUSE, 48)   \
-              DARWIN(EADDRNOTAVAIL, 49) DARWIN(ENETDOWN, 50) DARWIN(ENETUNREACH, 51)                        \
-                  DARWIN(ECONNABORTED, 53) DARWIN(ECONNRESET, 54) DARWIN(ENOBUFS, 55) DARWIN(EISCONN, 56)   \
-                      DARWIN(ENOTCONN, 57) DARWIN(ETIMEDOUT, 60) DARWIN(ECONNREFUSED, 61) DARWIN(ELOOP, 62) \
-                          DARWIN(ENAMETOOLONG, 63) DARWIN(EHOSTUNREACH, 65) DARWIN(ENOTEMPTY, 66)           \
-                              DARWIN(EUSERS, 68) DARWIN(EDQUOT, 69) DARWIN(ESTALE, 70) DARWIN(EREMOTE, 71)  \
-                                  DARWIN(ENOLCK, 77) DARWIN(ENOSYS, 78) DARWIN(EOVERFLOW, 84)               \
-                                      DARWIN(ECANCELED, 89) DARWIN(EIDRM, 90) DARWIN(ENOMSG, 91)            \
-                                          DARWIN(EILSEQ, 92) DARWIN(EBADMSG, 94) DARWIN(EMULTIHOP, 95)      \
-                                              DARWIN(ENOLINK, 97) DARWIN(EPROTO, 100) DARWIN(ETIME, 101)
+// clang-format off
+// Error numbers that differ: DARWIN(Linux's name, Darwin's number).
+#define DARWIN_ERRORS(DARWIN)                                                                             \
+  DARWIN(EDEADLK, 11) DARWIN(EAGAIN, 35) DARWIN(EINPROGRESS, 36) DARWIN(EALREADY, 37)                     \
+  DARWIN(ENOTSOCK, 38) DARWIN(EDESTADDRREQ, 39) DARWIN(EMSGSIZE, 40) DARWIN(EPROTOTYPE, 41)               \
+  DARWIN(ENOPROTOOPT, 42) DARWIN(EPROTONOSUPPORT, 43) DARWIN(ENOTSUP, 45) DARWIN(EAFNOSUPPORT, 47)        \
+  DARWIN(EADDRINUSE, 48) DARWIN(EADDRNOTAVAIL, 49) DARWIN(ENETDOWN, 50) DARWIN(ENETUNREACH, 51)           \
+  DARWIN(ECONNABORTED, 53) DARWIN(ECONNRESET, 54) DARWIN(ENOBUFS, 55) DARWIN(EISCONN, 56)                 \
+  DARWIN(ENOTCONN, 57) DARWIN(ETIMEDOUT, 60) DARWIN(ECONNREFUSED, 61) DARWIN(ELOOP, 62)                   \
+  DARWIN(ENAMETOOLONG, 63) DARWIN(EHOSTUNREACH, 65) DARWIN(ENOTEMPTY, 66) DARWIN(EUSERS, 68)              \
+  DARWIN(EDQUOT, 69) DARWIN(ESTALE, 70) DARWIN(EREMOTE, 71) DARWIN(ENOLCK, 77) DARWIN(ENOSYS, 78)         \
+  DARWIN(EOVERFLOW, 84) DARWIN(ECANCELED, 89) DARWIN(EIDRM, 90) DARWIN(ENOMSG, 91) DARWIN(EILSEQ, 92)     \
+  DARWIN(EBADMSG, 94) DARWIN(EMULTIHOP, 95) DARWIN(ENOLINK, 97) DARWIN(EPROTO, 100) DARWIN(ETIME, 101)
 
-// Signals: the numbers that differ. EMT (7) and INFO (29) are Darwin's alone, STKFLT and PWR Linux's.
-#define DARWIN_SIGNALS(DARWIN)                                                                      \
-  DARWIN(SIGBUS, 10)                                                                                \
-  DARWIN(SIGSYS, 12) DARWIN(SIGURG, 16) DARWIN(SIGSTOP, 17) DARWIN(SIGTSTP, 18) DARWIN(SIGCONT, 19) \
-      DARWIN(SIGCHLD, 20) DARWIN(SIGIO, 23) DARWIN(SIGUSR1, 30) DARWIN(SIGUSR2, 31)
+// Signals whose numbers differ. EMT (7) and INFO (29) are Darwin's alone, STKFLT and PWR Linux's.
+#define DARWIN_SIGNALS(DARWIN)                                                                            \
+  DARWIN(SIGBUS, 10) DARWIN(SIGSYS, 12) DARWIN(SIGURG, 16) DARWIN(SIGSTOP, 17) DARWIN(SIGTSTP, 18)        \
+  DARWIN(SIGCONT, 19) DARWIN(SIGCHLD, 20) DARWIN(SIGIO, 23) DARWIN(SIGUSR1, 30) DARWIN(SIGUSR2, 31)
+// clang-format on

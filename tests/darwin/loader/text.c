@@ -27,6 +27,10 @@ static char* d_strerror(int error) {
   return strerror(LinuxError(error));
 }
 
+static void d_perror(const char* text) {
+  fprintf(stderr, "%s: %s\n", text, d_strerror(t_error));
+}
+
 static int d_strerror_r(int error, char* text, size_t size) {
   const char* message = strerror(LinuxError(error));
   snprintf(text, size, "%s", message);
@@ -227,10 +231,12 @@ const struct StandIn kTextStandIns[] = {
     SAME(strlen), SAME(strcmp), SAME(strncmp), SAME(strchr), SAME(strrchr), SAME(strcasecmp), SAME(strnlen), SAME(strstr),
     SAME(strdup), OWN(snprintf), OWN(vsnprintf), OWN(strtod_l), SAME(strtod), SAME(strtof), SAME(strtol), SAME(strtoul),
     SAME(strtoll), SAME(strtoull), SAME(atoi), SAME(trunc), SAME(getentropy),
-    {"___error", d___error}, OWN(strerror), OWN(strerror_r),
+    {"___error", d___error}, OWN(strerror), OWN(strerror_r), OWN(perror),
     {"___stderrp", (void*)&stderr}, {"___stdoutp", (void*)&stdout}, OWN(puts), OWN(fprintf), OWN(vfprintf), SAME(fputc),
     OWN(fputs), OWN(fwrite), OWN(fflush),
     {"__DefaultRuneLocale", &g_runes}, {"___maskrune", d_maskrune}, {"___tolower", tolower}, {"___toupper", toupper},
+    // The structure begins alike on both systems, and the program reads its beginning only.
+    SAME(localeconv),
     // Functions that take a locale last are bound to those without one: the only locale here is C's.
     OWN(newlocale), {"_freelocale", d_freelocale}, OWN(snprintf_l), {"____mb_cur_max_l", d_mb_cur_max_l},
     {"___maskrune_l", d_maskrune}, {"____tolower_l", tolower}, {"____toupper_l", toupper}, {"_strcoll_l", strcoll},
