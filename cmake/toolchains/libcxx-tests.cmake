@@ -22,7 +22,8 @@ macro(zekara_provide method package)
 endmacro()
 cmake_language(SET_DEPENDENCY_PROVIDER zekara_provide SUPPORTED_METHODS FIND_PACKAGE)
 
-# The target libcxx_tests: the unit tests of the trees, without those that link what Debian has for its own C library only.
+# The target libcxx_tests: the unit tests of the trees, without those that link what Debian has for its own C library only. The file
+# libcxx_tests.txt in the build directory lists the programs.
 set(ZEKARA_LEFT_OUT PlistPeerTest)  # libplist, expat
 function(zekara_collect_tests)
   add_custom_target(libcxx_tests)
@@ -32,8 +33,10 @@ function(zekara_collect_tests)
       get_target_property(type ${target} TYPE)
       if(type STREQUAL "EXECUTABLE" AND NOT target IN_LIST ZEKARA_LEFT_OUT)
         add_dependencies(libcxx_tests ${target})
+        string(APPEND programs "$<TARGET_FILE:${target}>\n")
       endif()
     endforeach()
   endforeach()
+  file(GENERATE OUTPUT "${CMAKE_BINARY_DIR}/libcxx_tests.txt" CONTENT "${programs}")
 endfunction()
 cmake_language(DEFER DIRECTORY "${CMAKE_SOURCE_DIR}" CALL zekara_collect_tests)

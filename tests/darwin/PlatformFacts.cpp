@@ -7,6 +7,9 @@
 // "left out NAME" for those that --without names. The exit status is 0 if all hold, 1 if one does not, 2 if
 // they cannot be run.
 //
+//   PlatformFacts --as-caller PROGRAM ARGUMENT...       runs the program as the account without rights
+//   PlatformFacts --holding FILE PROGRAM ARGUMENT...    runs the program while it holds the file's lock
+//
 // Some assumptions concern set-user-ID programs. For these the program makes a set-user-ID copy of itself,
 // which an account without rights starts: PlatformFacts --set-user-id DIRECTORY [--without NAME]...
 
@@ -649,6 +652,25 @@ void RemoveFiles() {
     unlink(InDirectory(name).c_str());
 }
 
+int RunAsCaller(std::span<char*> command) {
+  BecomeCaller();
+  execv(command[0], command.data());
+  perror(command[0]);
+  return 2;
+}
+
+int RunHolding(const char* path, std::span<char*> command) {
+  const File holder(path, O_RDWR | O_CREAT | O_EXLOCK | O_CLOEXEC, 0444);
+  if (holder < 0) {
+    perror(path);
+    return 2;
+  }
+  return InChild([&] {
+    execv(command[0], command.data());
+    return 2;
+  });
+}
+
 bool ReadArguments(std::span<char*> arguments) {
   if (arguments.empty()) return false;
   g_directory = arguments[0];
@@ -670,8 +692,11 @@ int MainOfTheCopy() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool isCopy = argc > 1 && argv[1] == std::string_view("--set-user-id");
   const std::span<char*> arguments(argv, static_cast<std::size_t>(argc));
+  const std::string_view mode = argc > 2 ? argv[1] : "";
+  if (mode == "--as-caller") return RunAsCaller(arguments.subspan(2));
+  if (mode == "--holding" && argc > 3) return RunHolding(argv[2], arguments.subspan(3));
+  const bool isCopy = mode == "--set-user-id";
   if (argc < 2 || !ReadArguments(arguments.subspan(isCopy ? 2 : 1)) || geteuid() != 0) {
     fprintf(stderr, "Usage, as root: PlatformFacts DIRECTORY [--without NAME]...\n");
     return 2;

@@ -7,7 +7,8 @@ import unittest
 from installation import BUILD, REPOSITORY, PackagingTest, run
 
 _SHELL = ("packaging/install-tool", "packaging/tool-functions.sh", "packaging/record-files", "packaging/uninstall",
-          "packaging/source-date", "packaging/macos/install", "packaging/debian/finish-stage")
+          "packaging/source-date", "packaging/macos/install", "packaging/macos/prove",
+          "packaging/debian/finish-stage")
 _GENERATED = ("debian/preinst", "debian/postinst", "debian/postrm")
 
 
