@@ -20,7 +20,7 @@ set(CPACK_COMPONENT_TOOL_GROUP suite)
 set(CPACK_COMPONENT_FRONTEND_GROUP suite)
 set(CPACK_COMPONENT_LIBRARY_GROUP development)
 
-# The umask, the account, the folder and the date of whoever packs leave no trace.
+# The packager's umask, account, folder and date leave no trace.
 set(CPACK_PROJECT_CONFIG_FILE "${CMAKE_CURRENT_LIST_DIR}/SourceDate.cmake")
 set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/FinishDebianStage.cmake")
 set(CPACK_POST_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/FinishDebianPackages.cmake")

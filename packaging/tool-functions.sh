@@ -150,7 +150,7 @@ zekara_make_directory() {
   if [ "$(id -u)" -eq 0 ]; then zekara_give_to_root "$1$2" 0755; fi
 }
 
-# Copies file $1 to the new file $2, which nobody but the caller can read or write yet. Fails if $2 exists, a link included.
+# Copies file $1 to the new file $2, which only the caller can read or write yet. Fails if $2 exists, even as a dangling link.
 zekara_copy_to_new_file() {
   (umask 077 && set -C && cat "$1" >"$2")
 }

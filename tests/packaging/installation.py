@@ -8,7 +8,7 @@ import tempfile
 import unittest
 
 import private_root
-from private_root import NOBODY, PrivateRoot
+from private_root import ORDINARY, PrivateRoot
 from support import sandbox
 
 BUILD = REPOSITORY = None  # set by the program that starts the tests
@@ -17,7 +17,7 @@ TOOL = DIRECTORY + "/Zekara4MacTool"
 CONFIGURATION = DIRECTORY + "/zekara32.ini"
 LIST = DIRECTORY + "/installed-files"
 PREFIX = "/opt/zekara-test"
-OTHER = 65534  # the account NOBODY
+ORDINARY_ID = 65534
 MS_BIND = 4096
 
 
@@ -152,10 +152,10 @@ class InstallationTest(PackagingTest):
     def install_tool(tool=None):
         return [REPOSITORY + "/packaging/install-tool", tool or BUILD + "/Zekara4MacTool/Zekara4MacTool", DIRECTORY]
 
-    def change_setting_as_nobody(self):
+    def change_setting_as_ordinary_user(self):
         """Has the installed tool change a setting for an account without rights."""
         request = {"tag": "cmd", "cmd": "ChangeConfig", "arg": {"MacOSWardex": {"IsActive": "No"}}}
-        started = subprocess.run(self.root.command(TOOL, "pipe", user=NOBODY), input=plistlib.dumps(request), capture_output=True,
+        started = subprocess.run(self.root.command(TOOL, "pipe", user=ORDINARY), input=plistlib.dumps(request), capture_output=True,
                                  check=False)
         self.assertEqual(started.returncode, 0, started.stderr)
         reply = plistlib.loads(started.stdout)
@@ -193,8 +193,8 @@ class OpenTool:
             os.chroot(root)
             os.chdir("/")
             os.setgroups([])
-            os.setgid(OTHER)
-            os.setuid(OTHER)
+            os.setgid(ORDINARY_ID)
+            os.setuid(ORDINARY_ID)
             held = os.open(path, os.O_RDONLY)
             os.write(tell_ready, b"r")
             os.read(wait, 1)

@@ -17,7 +17,7 @@ import tempfile
 
 from support import sandbox
 
-NOBODY = "65534:65534"
+ORDINARY = "65534:65534"  # an account without rights, as chroot(8) takes it
 _PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
 _PROGRAMS = """sh dash bash awk basename cat chmod chown chroot cmake cp cut date df dirname env false find grep gzip head id ln ls
     mkdir mktemp mount mv od pwd readlink rm rmdir sed sleep sort strip tail tar touch tr true uname xargs""".split()

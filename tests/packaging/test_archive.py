@@ -4,8 +4,9 @@ import errno
 import os
 import shutil
 
-from installation import BUILD, CONFIGURATION, DIRECTORY, LIST, OTHER, REPOSITORY, TOOL, InstallationTest, OpenTool, files_below
-from private_root import NOBODY
+from installation import (BUILD, CONFIGURATION, DIRECTORY, LIST, ORDINARY_ID, REPOSITORY, TOOL, InstallationTest, OpenTool,
+                          files_below)
+from private_root import ORDINARY
 
 PACKAGE = "/tmp/package"
 
@@ -21,7 +22,7 @@ class TheArchive(InstallationTest):
 
     def unpack(self, umask=0o022):
         shutil.rmtree(self.at(PACKAGE), ignore_errors=True)
-        self.succeed_inside("tar", "-C", "/tmp", "-xzf", "/tmp/package.tar.gz", user=NOBODY, umask=umask)
+        self.succeed_inside("tar", "-C", "/tmp", "-xzf", "/tmp/package.tar.gz", user=ORDINARY, umask=umask)
 
     def install(self, *arguments, **options):
         return self.succeed_inside(PACKAGE + "/install", *arguments, **options)
@@ -37,8 +38,9 @@ class TheArchive(InstallationTest):
     def test_installed_tool_works_for_an_unprivileged_user(self):
         self.install()
         self.assertEqual(self.attributes(TOOL), (0, 0, "0o4755"))
-        self.change_setting_as_nobody()
-        self.assertEqual(self.succeed_inside("/usr/local/bin/zkaconfig", "get", "MacOSWardex", "IsActive", user=NOBODY).strip(), "No")
+        self.change_setting_as_ordinary_user()
+        said = self.succeed_inside("/usr/local/bin/zkaconfig", "get", "MacOSWardex", "IsActive", user=ORDINARY)
+        self.assertEqual(said.strip(), "No")
 
     def test_modes_depend_neither_on_the_umask_of_the_unpacking_nor_of_the_installation(self):
         for umask in (0o000, 0o022, 0o077):
@@ -55,7 +57,7 @@ class TheArchive(InstallationTest):
                         self.assertEqual(self.attributes(where.removeprefix(self.root.path)), (0, 0, "0o755"), where)
 
     def test_caller_who_is_not_root_is_refused(self):
-        self.fail_inside("only root", PACKAGE + "/install", user=NOBODY)
+        self.fail_inside("only root", PACKAGE + "/install", user=ORDINARY)
         self.assertFalse(self.exists("/Library"))
 
     def test_link_planted_at_a_temporary_name_is_not_written_through(self):
@@ -67,17 +69,17 @@ class TheArchive(InstallationTest):
         self.assertEqual(os.listdir(self.at("/usr/local/bin")), ["zkaconfig"])
 
     def test_directory_of_another_account_is_refused_before_anything_is_installed(self):
-        self.make_directory("/usr/local/bin", OTHER)
+        self.make_directory("/usr/local/bin", ORDINARY_ID)
         self.fail_inside("/usr/local/bin is not a directory that root owns(.|\n)*--tool-only", PACKAGE + "/install")
         self.assertFalse(self.exists("/Library"))
         self.install("--tool-only")
-        self.change_setting_as_nobody()
+        self.change_setting_as_ordinary_user()
         self.assertEqual(os.listdir(self.at("/usr/local")), ["bin"])
         self.assertEqual(self.read(LIST), TOOL + "\n")
 
     def test_removal_takes_every_file_but_the_configuration_and_a_later_purge_takes_that(self):
         self.install()
-        self.change_setting_as_nobody()
+        self.change_setting_as_ordinary_user()
         files = self.files()
         self.assertIn(TOOL, files)
         self.assertEqual(self.read(LIST).splitlines(), files)

@@ -3,8 +3,9 @@
 import errno
 import os
 
-from installation import BUILD, CONFIGURATION, DIRECTORY, LIST, OTHER, PREFIX, REPOSITORY, TOOL, InstallationTest, OpenTool, files_below
-from private_root import NOBODY
+from installation import (BUILD, CONFIGURATION, DIRECTORY, LIST, ORDINARY_ID, PREFIX, REPOSITORY, TOOL, InstallationTest, OpenTool,
+                          files_below)
+from private_root import ORDINARY
 
 UNINSTALL = REPOSITORY + "/packaging/uninstall"
 
@@ -21,7 +22,7 @@ class TheInstallation(CMakeTest):
     def test_installed_tool_works_for_an_unprivileged_user(self):
         self.install_build()
         self.assertEqual(self.attributes(TOOL), (0, 0, "0o4755"))
-        self.change_setting_as_nobody()
+        self.change_setting_as_ordinary_user()
 
     def test_modes_do_not_depend_on_the_umask(self):
         self.install_build()
@@ -47,10 +48,10 @@ class TheInstallation(CMakeTest):
         self.assertEqual(os.listdir(self.at("/Library")), [])
 
     def test_component_of_an_unprivileged_user_needs_no_rights_of_root(self):
-        os.chown(self.at(BUILD), OTHER, OTHER)  # CMake notes there what it has installed
+        os.chown(self.at(BUILD), ORDINARY_ID, ORDINARY_ID)  # CMake notes there what it has installed
         self.addCleanup(os.chown, self.at(BUILD), 0, 0)
         for component, file in (("Library", "lib/pkgconfig/zekara4mac.pc"), ("FrontEnd", "bin/zkaconfig")):
-            self.install_build("--component", component, prefix="/tmp/own", user=NOBODY)
+            self.install_build("--component", component, prefix="/tmp/own", user=ORDINARY)
             self.assertTrue(self.exists("/tmp/own/" + file))
         self.assertFalse(self.exists("/Library"))
 
@@ -95,7 +96,7 @@ class TheRemoval(CMakeTest):
         self.assertEqual(self.attributes(LIST), (0, 0, "0o644"))
 
     def test_removal_takes_every_file_but_the_configuration(self):
-        self.change_setting_as_nobody()
+        self.change_setting_as_ordinary_user()
         self.assertIn(CONFIGURATION, self.succeed_inside(UNINSTALL))
         self.assertEqual(self.installed(PREFIX, "/Library", "/var/zekara"), [CONFIGURATION])
         self.assertFalse(self.exists(PREFIX + "/include/Zekara4Mac"))
@@ -121,12 +122,13 @@ class TheRemoval(CMakeTest):
         self.fail_inside("nothing has been installed, or it has been removed", UNINSTALL)
 
     def test_caller_who_is_not_root_cannot_remove(self):
-        self.fail_inside("only root", UNINSTALL, user=NOBODY)
+        self.fail_inside("only root", UNINSTALL, user=ORDINARY)
         self.assertTrue(self.exists(TOOL))
 
     def test_list_that_others_could_have_written_is_not_believed(self):
         self.write("/etc/victim", "precious")
-        for spoil in (lambda: os.chown(self.at(LIST), OTHER, 0), lambda: os.chmod(self.at(LIST), 0o664), self.put_link_at_list,
+        for spoil in (lambda: os.chown(self.at(LIST), ORDINARY_ID, 0), lambda: os.chmod(self.at(LIST), 0o664),
+                      self.put_link_at_list,
                       lambda: self.make_directory(DIRECTORY, mode=0o1777)):
             with self.subTest():
                 self.write(LIST, "/etc/victim\n")
@@ -137,16 +139,16 @@ class TheRemoval(CMakeTest):
                     os.unlink(self.at(LIST))
 
     def put_link_at_list(self):
-        self.write("/tmp/list", "/etc/victim\n", owner=OTHER)
+        self.write("/tmp/list", "/etc/victim\n", owner=ORDINARY_ID)
         os.unlink(self.at(LIST))
         os.symlink("/tmp/list", self.at(LIST))
 
     def test_nothing_is_removed_through_a_directory_that_others_can_change(self):
         self.write("/etc/victim", "precious")
-        self.make_directory(PREFIX + "/bin", OTHER)
+        self.make_directory(PREFIX + "/bin", ORDINARY_ID)
         os.unlink(self.at(PREFIX + "/bin/zkaconfig"))
         os.rmdir(self.at(PREFIX + "/bin"))
-        self.make_directory("/srv/theirs", OTHER)
+        self.make_directory("/srv/theirs", ORDINARY_ID)
         os.symlink("/srv/theirs", self.at(PREFIX + "/bin"))
         self.write("/srv/theirs/zkaconfig", "theirs")
         self.fail_inside("kept " + PREFIX + "/bin/zkaconfig", UNINSTALL)

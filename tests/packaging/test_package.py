@@ -10,8 +10,8 @@ import tempfile
 import unittest
 
 import installation
-from installation import CONFIGURATION, DIRECTORY, OTHER, REPOSITORY, TOOL, InstallationTest, OpenTool, PackagingTest
-from private_root import NOBODY
+from installation import CONFIGURATION, DIRECTORY, ORDINARY_ID, REPOSITORY, TOOL, InstallationTest, OpenTool, PackagingTest
+from private_root import ORDINARY
 
 STATUS = """Package: {}
 Status: install ok installed
@@ -105,7 +105,8 @@ class TheInstalledPackage(InstallationTest):
         for name in ("/var/lib/dpkg/info", "/var/lib/dpkg/updates", "/var/log"):
             os.makedirs(self.at(name))
         architecture = self.succeed("dpkg", "--print-architecture").strip()
-        self.write("/var/lib/dpkg/status", "".join(STATUS.format(name, architecture) for name in ("libc6", "libstdc++6", "libgcc-s1")))
+        libraries = ("libc6", "libstdc++6", "libgcc-s1")
+        self.write("/var/lib/dpkg/status", "".join(STATUS.format(name, architecture) for name in libraries))
 
     def dpkg(self, *arguments):
         return subprocess.run(["dpkg", f"--root={self.root.path}", "--force-unsafe-io", *arguments], stdout=subprocess.PIPE,
@@ -117,25 +118,27 @@ class TheInstalledPackage(InstallationTest):
     def test_installed_tool_is_roots_with_mode_04755_in_directories_that_only_root_changes(self):
         self.install()
         self.assertEqual(self.attributes(TOOL), (0, 0, "0o4755"))
-        for directory in ("/Library", "/Library/Application Support", DIRECTORY, "/var/zekara", "/var/zekara/run", "/var/zekara/log"):
+        for directory in ("/Library", "/Library/Application Support", DIRECTORY, "/var/zekara", "/var/zekara/run",
+                          "/var/zekara/log"):
             self.assertEqual(self.attributes(directory), (0, 0, "0o755"), directory)
 
     def test_unprivileged_user_changes_a_setting_with_the_tool_and_with_zkaconfig(self):
         self.install()
-        self.change_setting_as_nobody()
-        self.succeed_inside("/usr/bin/zkaconfig", "set", "UpdateD", "Interval=4711", user=NOBODY)
-        self.assertIn("4711", self.succeed_inside("/usr/bin/zkaconfig", "get", "UpdateD", "Interval", user=NOBODY))
+        self.change_setting_as_ordinary_user()
+        self.succeed_inside("/usr/bin/zkaconfig", "set", "UpdateD", "Interval=4711", user=ORDINARY)
+        self.assertIn("4711", self.succeed_inside("/usr/bin/zkaconfig", "get", "UpdateD", "Interval", user=ORDINARY))
 
     def test_configuration_is_made_empty_but_an_existing_one_is_not_touched(self):
         self.install()
         self.assertEqual((self.attributes(CONFIGURATION), self.read(CONFIGURATION)), ((0, 0, "0o444"), ""))
-        self.write(CONFIGURATION, "[UpdateD]\n", owner=OTHER, mode=0o640)
+        self.write(CONFIGURATION, "[UpdateD]\n", owner=ORDINARY_ID, mode=0o640)
         self.install()
-        self.assertEqual((self.attributes(CONFIGURATION), self.read(CONFIGURATION)), ((OTHER, OTHER, "0o640"), "[UpdateD]\n"))
+        self.assertEqual(self.attributes(CONFIGURATION), (ORDINARY_ID, ORDINARY_ID, "0o640"))
+        self.assertEqual(self.read(CONFIGURATION), "[UpdateD]\n")
 
     def test_removal_keeps_the_configuration_and_purge_takes_it(self):
         self.install()
-        self.change_setting_as_nobody()
+        self.change_setting_as_ordinary_user()
         files = self.read("/var/lib/dpkg/info/zekara4mac.list").splitlines()
         files = [path for path in files if os.path.isfile(self.at(path))]
         self.assertIn(TOOL, files)
@@ -166,7 +169,7 @@ class TheInstalledPackage(InstallationTest):
         self.check_refused_before_unpacking("/Library can be written by others")
 
     def test_link_into_a_directory_of_another_account_is_refused(self):
-        self.make_directory("/srv/theirs", OTHER)
+        self.make_directory("/srv/theirs", ORDINARY_ID)
         os.symlink("/srv/theirs", self.at("/Library"))
         self.check_refused_before_unpacking("/srv/theirs is not a directory that root owns")
 

@@ -1,4 +1,4 @@
-"""The packages are the same, byte for byte, whoever packs them, when and where."""
+"""The packages are the same, byte for byte, from every account and folder, with every umask and at any time."""
 
 import hashlib
 import os
@@ -27,8 +27,8 @@ class ThePackages(PackagingTest):
     def test_debian_packages_do_not_depend_on_folder_umask_time_zone_locale_or_date(self):
         first = self.digests("first")
         time.sleep(1.1)  # archives hold whole seconds
-        second = self.digests("another folder", umask=0o077,
-                              env={**os.environ, "TZ": "Asia/Kathmandu", "LC_ALL": "C.UTF-8", "USER": "other", "HOME": self.scratch})
+        environment = {**os.environ, "TZ": "Asia/Kathmandu", "LC_ALL": "C.UTF-8", "USER": "other", "HOME": self.scratch}
+        second = self.digests("another folder", umask=0o077, env=environment)
         self.assertEqual(first, second)
 
     def test_archive_for_macos_does_not_depend_on_folder_umask_time_zone_or_date(self):

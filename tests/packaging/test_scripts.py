@@ -24,7 +24,7 @@ class TheScripts(PackagingTest):
     @unittest.skipIf(shutil.which("shellcheck") is None, "shellcheck is not installed (scripts/install-dependencies test)")
     def test_shellcheck_finds_nothing(self):
         self.succeed("shellcheck", "--external-sources", "--shell=sh", *self.paths(), cwd=REPOSITORY)
-        self.succeed("shellcheck", *("scripts/install scripts/uninstall packaging/macos/pack scripts/release".split()), cwd=REPOSITORY)
+        self.succeed("shellcheck", "scripts/install", "scripts/uninstall", "scripts/release", "packaging/macos/pack", cwd=REPOSITORY)
 
     def test_scripts_for_linux_say_what_to_do_on_a_mac(self):
         stand_in = os.path.join(self.scratch, "uname")

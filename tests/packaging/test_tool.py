@@ -3,8 +3,8 @@
 import errno
 import os
 
-from installation import CONFIGURATION, DIRECTORY, OTHER, TOOL, InstallationTest, OpenTool
-from private_root import NOBODY
+from installation import CONFIGURATION, DIRECTORY, ORDINARY_ID, TOOL, InstallationTest, OpenTool
+from private_root import ORDINARY
 from support import sandbox
 
 MS_NOSUID = 2
@@ -20,7 +20,7 @@ class ThePlace(InstallationTest):
                 for directory in ("/Library", "/Library/Application Support", DIRECTORY, "/var/zekara", "/var/zekara/run",
                                   "/var/zekara/log"):
                     self.assertEqual(self.attributes(directory), (0, 0, "0o755"), directory)
-                self.change_setting_as_nobody()
+                self.change_setting_as_ordinary_user()
 
     def test_configuration_is_made_empty_and_readable_whatever_the_umask(self):
         for umask in (0o000, 0o022, 0o777):
@@ -32,9 +32,9 @@ class ThePlace(InstallationTest):
 
     def test_existing_configuration_is_not_touched(self):
         self.make_directory(DIRECTORY)
-        self.write(CONFIGURATION, "[UpdateD]\nInterval = 1\n", owner=OTHER, mode=0o600)
+        self.write(CONFIGURATION, "[UpdateD]\nInterval = 1\n", owner=ORDINARY_ID, mode=0o600)
         self.succeed_inside(*self.install_tool())
-        self.assertEqual(self.attributes(CONFIGURATION), (OTHER, OTHER, "0o600"))
+        self.assertEqual(self.attributes(CONFIGURATION), (ORDINARY_ID, ORDINARY_ID, "0o600"))
         self.assertEqual(self.read(CONFIGURATION), "[UpdateD]\nInterval = 1\n")
 
     def test_link_at_the_configurations_name_is_not_followed(self):
@@ -45,7 +45,7 @@ class ThePlace(InstallationTest):
         self.assertTrue(os.path.islink(self.at(CONFIGURATION)))
 
     def test_caller_who_is_not_root_is_refused_and_nothing_is_installed(self):
-        self.fail_inside("only root can install it", *self.install_tool(), user=NOBODY)
+        self.fail_inside("only root can install it", *self.install_tool(), user=ORDINARY)
         self.assertFalse(self.exists("/Library"))
 
     def check_refused(self, reason, *kept):
@@ -60,9 +60,9 @@ class ThePlace(InstallationTest):
                       for path in (where, *(os.path.join(where, name) for name in directories + files)))
 
     def test_unsafe_directory_is_refused(self):
-        for owner, mode, reason in ((OTHER, 0o755, "not a directory that root owns"), (0, 0o775, "written by others"),
+        for owner, mode, reason in ((ORDINARY_ID, 0o755, "not a directory that root owns"), (0, 0o775, "written by others"),
                                     (0, 0o757, "written by others"), (0, 0o1777, "written by others"),
-                                    (OTHER, 0o1777, "not a directory that root owns")):
+                                    (ORDINARY_ID, 0o1777, "not a directory that root owns")):
             with self.subTest(owner=owner, mode=oct(mode)):
                 self.root.clear()
                 self.make_directory(DIRECTORY, owner, mode)
@@ -85,7 +85,7 @@ class ThePlace(InstallationTest):
         self.assertEqual(self.attributes(TOOL), (0, 0, "0o4755"))
 
     def test_link_into_a_directory_of_another_account_is_refused(self):
-        self.make_directory("/srv/theirs", OTHER)
+        self.make_directory("/srv/theirs", ORDINARY_ID)
         self.make_directory("/srv/theirs/Library")
         os.symlink("/srv/theirs/Library", self.at("/Library"))
         self.check_refused("/srv/theirs is not a directory that root owns")
@@ -101,7 +101,7 @@ class ThePlace(InstallationTest):
         self.make_directory("/srv/roots")
         self.make_directory("/Library", mode=0o1777)
         os.symlink("/srv/roots", self.at("/Library/Application Support"))
-        os.lchown(self.at("/Library/Application Support"), OTHER, OTHER)
+        os.lchown(self.at("/Library/Application Support"), ORDINARY_ID, ORDINARY_ID)
         self.check_refused("a link that root does not own")
 
     def test_links_of_roots_between_safe_directories_are_accepted(self):
@@ -184,9 +184,9 @@ fi
 
 class TheStage(InstallationTest):
     def test_staged_tool_of_an_unprivileged_user_has_no_set_user_id_bit_and_says_so(self):
-        said = self.succeed_inside(*self.install_tool(), user=NOBODY, environment={"DESTDIR": "/tmp/stage"})
+        said = self.succeed_inside(*self.install_tool(), user=ORDINARY, environment={"DESTDIR": "/tmp/stage"})
         self.assertIn("must give it owner 0, group 0 and mode 04755", said)
-        self.assertEqual(self.attributes("/tmp/stage" + TOOL), (OTHER, OTHER, "0o755"))
+        self.assertEqual(self.attributes("/tmp/stage" + TOOL), (ORDINARY_ID, ORDINARY_ID, "0o755"))
         self.assertFalse(self.exists("/Library"))
 
     def test_staged_tree_of_root_has_the_tool_but_no_configuration(self):
@@ -211,7 +211,7 @@ class TheUpgrade(InstallationTest):
         self.succeed_inside(*self.install_tool())
 
     def test_installing_again_keeps_the_configuration_and_repairs_the_mode(self):
-        self.change_setting_as_nobody()
+        self.change_setting_as_ordinary_user()
         os.chmod(self.at(TOOL), 0o755)
         self.succeed_inside(*self.install_tool())
         self.assertEqual(self.attributes(TOOL), (0, 0, "0o4755"))
@@ -225,7 +225,7 @@ class TheUpgrade(InstallationTest):
         held = OpenTool(self.root.path, TOOL)
         self.succeed_inside(*self.install_tool())
         self.assertEqual(held.start(), errno.EACCES)
-        self.change_setting_as_nobody()
+        self.change_setting_as_ordinary_user()
 
     def test_old_tool_that_repairs_itself_before_its_name_goes_cannot_be_started_either(self):
         self.show_processes()
