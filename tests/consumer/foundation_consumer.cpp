@@ -22,6 +22,7 @@
 #include "PortableFoundation/NSRunLoop.h"
 #include "PortableFoundation/Plist.h"
 #include "PortableFoundation/Process.h"
+#include "PortableFoundation/SharedText.h"
 
 namespace {
 
