@@ -174,7 +174,7 @@ ExitStatus RunRemove(const Arguments& arguments) {
   if (shorter.count() == 0 && change.list.count() > 0) {
     throw Failure(ExitStatus::Usage,
                   Printable(change.key) + " would be left without an element, and the file cannot hold that",
-                  "\"zkaconfig reset\" writes the default, \"zkaconfig set\" another value.");
+                  R"("zkaconfig reset" writes the default, "zkaconfig set" another value.)");
   }
   return Send(arguments, current, change.patchFor(shorter));
 }

@@ -74,12 +74,12 @@ Plist PlistFrom(const Json& json, const std::string& name) {
     case Json::value_t::number_float:
       return json.get<double>();
     case Json::value_t::array: {
-      const Plist array = Plist::array();
+      Plist array = Plist::array();
       for (const Json& element : json) array.addObject(PlistFrom(element, name));
       return array;
     }
     case Json::value_t::object: {
-      const Plist dictionary = Plist::dictionary();
+      Plist dictionary = Plist::dictionary();
       for (const auto& [key, value] : json.items()) dictionary.setObject_forKey(PlistFrom(value, name), key);
       return dictionary;
     }

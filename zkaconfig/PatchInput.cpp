@@ -264,7 +264,7 @@ bool IsInForce(const Plist& shown, const Settings& settings, const Plist& sectio
 }
 
 Plist SectionFromShown(const Plist& name, const Plist& section, const Settings& settings) {
-  const Plist patch = Plist::dictionary();
+  Plist patch = Plist::dictionary();
   for (const auto& [key, value] : section.entries()) {
     const Plist shown = value.isDictionary() ? value.objectForKey("value") : Plist();
     if (shown.isNil()) {
@@ -287,7 +287,7 @@ Plist FileForm(const Plist& value, bool keepsStrings) {
 }
 
 Plist ElementsFromWords(std::span<const std::string> texts, bool keepsStrings) {
-  const Plist elements = Plist::array();
+  Plist elements = Plist::array();
   for (const std::string& text : texts) {
     SplitAtCommas(text, keepsStrings,
                   [&](std::string_view one) { elements.addObject(FileForm(one, keepsStrings)); });
@@ -336,7 +336,7 @@ Plist PatchFromFile(const std::string& bytes, const std::string& name) {
 }
 
 Plist PatchFromShown(const Plist& tree, const Settings& settings) {
-  const Plist patch = Plist::dictionary();
+  Plist patch = Plist::dictionary();
   for (const auto& [name, section] : tree.entries()) {
     const bool hasSettings = section.isDictionary() && section.count() > 0;
     const Plist given = hasSettings ? SectionFromShown(name, section, settings) : section;

@@ -42,7 +42,7 @@ Plist DescribedValue(const Settings& settings, const Plist& section, const Plist
 }
 
 Plist WordsAsPlist(const std::vector<std::string>& words) {
-  const Plist list = Plist::array();
+  Plist list = Plist::array();
   for (const std::string& word : words) list.addObject(word);
   return list;
 }

@@ -85,7 +85,7 @@ const char* TypeName(const KnownSetting& setting) {
 }
 
 Plist WordsDescription(const KnownSetting& setting) {
-  const Plist words = Plist::dictionary();
+  Plist words = Plist::dictionary();
   for (const auto& [word, meaning] : setting.words) words.setObject_forKey(meaning, word);
   return words;
 }
@@ -93,10 +93,9 @@ Plist WordsDescription(const KnownSetting& setting) {
 Plist SettingDescription(const KnownSetting& setting) {
   const Plist usual = DefaultOf(*setting.row);
   const bool isBoolean = setting.row->type == DefaultTypeBoolean;
-  const Plist described =
-      Plist::dictionary({{"type", TypeName(setting)},
-                         {"default", isBoolean ? Plist(usual.isEqualToString("Yes")) : usual},
-                         {"summary", setting.summary}});
+  Plist described = Plist::dictionary({{"type", TypeName(setting)},
+                                       {"default", isBoolean ? Plist(usual.isEqualToString("Yes")) : usual},
+                                       {"summary", setting.summary}});
   if (!setting.words.empty()) described.setObject_forKey(WordsDescription(setting), "words");
   return described;
 }

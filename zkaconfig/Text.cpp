@@ -15,8 +15,12 @@ namespace {
 bool SteersTerminals(std::string_view character) {
   const auto first = static_cast<unsigned char>(character.front());
   if (character.size() == 1) return first < 0x20 || first >= 0x7F;
-  if (character.size() == 2) return character >= "\u0080" && character <= "\u009F";
-  return (character >= "\u202A" && character <= "\u202E") || (character >= "\u2066" && character <= "\u2069");
+  const auto second = static_cast<unsigned char>(character[1]);
+  if (character.size() == 2) return first == 0xC2 && second < 0xA0;
+  if (first != 0xE2) return false;
+  const auto third = static_cast<unsigned char>(character[2]);
+  return (second == 0x80 && third >= 0xAA && third <= 0xAE) ||
+         (second == 0x81 && third >= 0xA6 && third <= 0xA9);
 }
 
 void AppendEscaped(std::string& text, char c) {

@@ -43,11 +43,12 @@ class Result:
         return plistlib.loads(self.output.encode("utf-8"))
 
 
-def run_in_terminal(*arguments, **variables):
-    """Runs zkaconfig with a terminal as its standard output; returns what the terminal got."""
+def run_in_terminal(*arguments, variables=None, **options):
+    """Runs zkaconfig in a terminal that has colours, with these environment variables besides; returns what the terminal got."""
     master, slave = os.openpty()
-    environment = {**os.environ, "TERM": "xterm", **variables}
-    with sandbox.start([PROGRAM, *arguments], stdin=slave, stdout=slave, stderr=slave, env=environment) as process:
+    environment = {**os.environ, "NO_COLOR": "", "TERM": "xterm", **(variables or {})}
+    command = [PROGRAM, f"--tool={tool.TOOL}", *arguments]
+    with sandbox.start(command, stdin=slave, stdout=slave, stderr=slave, env=environment, **options) as process:
         os.close(slave)
         output = b""
         while True:

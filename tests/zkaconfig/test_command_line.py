@@ -58,6 +58,43 @@ class Usage(FrontEndTestCase):
         self.assertEqual(self.assert_done("get", "Other", "--", "--json").output, "[a]\n")
 
 
+class ExitStatuses(FrontEndTestCase):
+    """Each status that the manual lists, for each reason that it gives."""
+
+    def assert_ends(self, status, *arguments, **options):
+        result = run(*arguments, **options)
+        self.assert_status(result, status)
+        self.assertEqual(result.errors == "", status == 0 or arguments[0] == "diff", result.errors)
+
+    def test_success_and_no_difference_are_0(self):
+        self.assert_ends(0, "get", "UpdateD", "Interval")
+        self.assert_ends(0, "diff", "-", data=b"[UpdateD]\nInterval = 3600\n")
+
+    def test_an_unset_name_and_a_difference_are_1(self):
+        for arguments in (["show", "Nowhere"], ["get", "UpdateD", "Colour"], ["list", "Nowhere"], ["describe", "Nowhere"]):
+            self.assert_ends(1, *arguments)
+        self.assert_ends(1, "diff", "-", data=b"[UpdateD]\nInterval = 5\n")
+
+    def test_a_command_line_or_setting_that_is_not_acceptable_is_2_and_nothing_is_changed(self):
+        for arguments in (["nonsense"], ["show", "--nonsense"], ["get", "UpdateD"], ["set", "UpdateD", "Interval=daily"],
+                          ["reset", "Other"], ["set", "Other", 'name=a"b']):
+            self.assert_ends(2, *arguments)
+        self.assert_ends(2, "apply", "-", data=b"[UpdateD]\nInterval = daily\n")
+        self.assert_config(CONTENT)
+
+    def test_a_file_that_cannot_be_read_and_output_that_cannot_be_written_are_3(self):
+        self.assert_ends(3, "apply", "/nowhere")
+        self.assert_ends(3, "apply", "-", data=b"]")
+        tool.write_config(b"]\n\n")
+        self.assert_ends(3, "show")
+
+    def test_a_refusal_is_4_and_no_answer_is_5(self):
+        self.assert_ends(5, "set", "Other", "name=x", tool_path="/nowhere")
+        os.unlink(tool.CONFIG)
+        os.rmdir(sandbox.CONFIG_DIRECTORY)
+        self.assert_ends(4, "set", "Other", "name=x")
+
+
 class Manual(FrontEndTestCase):
     def test_every_option_and_command_is_in_the_manual(self):
         with open(os.path.join(MANUAL, "zkaconfig.1"), encoding="utf-8") as page:

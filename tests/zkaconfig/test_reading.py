@@ -4,7 +4,7 @@ import fcntl
 import os
 
 from support import sandbox, tool
-from support.case import requires_real_root
+from support.case import requires_real_root, requires_set_user_id
 
 from front_end import (CONTENT, DIFFERS, DONE, PROGRAM, UNREADABLE, USAGE, FrontEndTestCase, run,
                        run_in_terminal)
@@ -175,24 +175,32 @@ class Terminals(FrontEndTestCase):
     PLAIN = "[UpdateD]\nInterval = 3600\nMode = Auto                             ; default\n\n"
 
     def test_a_terminal_gets_colours(self):
-        shown = run_in_terminal("show", "UpdateD", NO_COLOR="")
+        shown = run_in_terminal("show", "UpdateD")
         self.assertEqual(
             shown,
             "\x1b[1m[UpdateD]\x1b[0m\nInterval = 3600\n"
             "\x1b[2mMode = Auto                             ; default\x1b[0m\n\n",
         )
-        shown = run_in_terminal("set", "-n", "UpdateD", "Interval=5", NO_COLOR="")
+        shown = run_in_terminal("set", "-n", "UpdateD", "Interval=5")
         self.assertEqual(shown, "\x1b[1m[UpdateD]\x1b[0m\n\x1b[31m-Interval = 3600\x1b[0m\n\x1b[32m+Interval = 5\x1b[0m\n")
 
     def test_a_terminal_whose_user_refuses_colours_or_that_has_none_gets_none(self):
         for variables in ({"NO_COLOR": "1"}, {"TERM": "dumb"}, {"TERM": ""}):
             with self.subTest(variables=variables):
-                self.assertEqual(run_in_terminal("show", "UpdateD", **{"NO_COLOR": "", **variables}), self.PLAIN)
+                self.assertEqual(run_in_terminal("show", "UpdateD", variables=variables), self.PLAIN)
 
     def test_a_pipe_and_programs_get_no_colours(self):
         self.assertEqual(self.assert_done("show", "UpdateD", env={**os.environ, "TERM": "xterm"}).output, self.PLAIN)
-        self.assertNotIn("\x1b", run_in_terminal("show", "UpdateD", "--json", NO_COLOR=""))
-        self.assertEqual(run_in_terminal("get", "UpdateD", "Interval", NO_COLOR=""), "3600\n")
+        self.assertNotIn("\x1b", run_in_terminal("show", "UpdateD", "--json"))
+        self.assertEqual(run_in_terminal("get", "UpdateD", "Interval"), "3600\n")
+
+    @requires_set_user_id
+    def test_an_account_without_rights_reads_and_changes_in_a_terminal(self):
+        user = tool.drop_privileges_arguments()
+        self.assertEqual(run_in_terminal("get", "UpdateD", "Interval", **user), "3600\n")
+        self.assertEqual(run_in_terminal("set", "Other", "name=x", **user),
+                         '\x1b[1m[Other]\x1b[0m\n\x1b[31m-name = "a b"\x1b[0m\n\x1b[32m+name = x\x1b[0m\n')
+        self.assert_config(CONTENT.replace(b'"a b"', b"x"))
 
     def test_an_answer_is_not_paged_and_a_remark_reaches_the_terminal(self):
         self.assertEqual(run_in_terminal("list", "Nowhere"), "zkaconfig: there is no section Nowhere\n")
