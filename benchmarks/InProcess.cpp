@@ -15,6 +15,7 @@
 // included. Each measurement runs in a child process that is forked for it, so that no subject inherits
 // another's heap, and the subjects of a row take turns.
 
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -25,8 +26,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <string_view>
 
+#include "PortableFoundation/Descriptor.h"
 #include "benchmarks/Subjects.h"
 #include "benchmarks/Workloads.h"
 
@@ -57,6 +60,33 @@ double MemoryNow(std::string_view field) {
     if (line.starts_with(field)) return std::strtod(line.c_str() + field.size(), nullptr) * 1024;
   }
   return 0;
+}
+
+// Runs `work` in a child process, so that this process keeps nothing of the memory that it uses. Children
+// that inherited free memory would get it faster than a program that has just started, and their peak would
+// be lower.
+void RunInChild(const std::function<void()>& work) {
+  const pid_t child = fork();
+  if (child == 0) {
+    work();
+    std::_Exit(0);
+  }
+  int status = 1;
+  Expect(child > 0 && waitpid(child, &status, 0) == child && status == 0, "child process");
+}
+
+std::string InputOf(const Row& row, const Random& random) {
+  const int file = memfd_create("input", MFD_CLOEXEC);
+  Expect(file >= 0, "memfd_create");
+  RunInChild([&] { Expect(WriteAll(file, row.input(random)) == 0, "write"); });
+  std::string input(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
+  for (std::size_t at = 0; at < input.size();) {
+    const ssize_t count = pread(file, input.data() + at, input.size() - at, static_cast<off_t>(at));
+    Expect(count > 0, "read");
+    at += static_cast<std::size_t>(count);
+  }
+  close(file);
+  return input;
 }
 
 struct Measurement {
@@ -92,17 +122,14 @@ Measurement Measure(const Row& row, const Subject& subject, const std::string& i
 Measurement MeasureInChild(const Row& row, const Subject& subject, const std::string& input) {
   int ends[2];
   Expect(pipe(ends) == 0, "pipe");
-  const pid_t child = fork();
-  if (child == 0) {
+  RunInChild([&] {
     const Measurement measured = Measure(row, subject, input);
     Expect(write(ends[1], &measured, sizeof measured) == sizeof measured, "write");
-    std::_Exit(0);
-  }
-  close(ends[1]);
+  });
   Measurement measured;
-  Expect(child > 0 && read(ends[0], &measured, sizeof measured) == sizeof measured, "measurement");
+  Expect(read(ends[0], &measured, sizeof measured) == sizeof measured, "read");
   close(ends[0]);
-  waitpid(child, nullptr, 0);
+  close(ends[1]);
   return measured;
 }
 
@@ -115,7 +142,7 @@ double Quantile(std::vector<double> values, double part) {
 }
 
 void MeasureRow(const Row& row, const Random& random) {
-  const std::string input = row.input(random);
+  const std::string input = InputOf(row, random);
   const int rounds = input.size() < kSmall || (row.isGrowth && input.size() < 2 * kMegabyte) ? 15 : 5;
   std::vector<std::vector<double>> times(row.subjects.size());
   std::vector<std::vector<double>> peaks(row.subjects.size());
@@ -216,7 +243,7 @@ void WriteInput(const Row& row, const Random& random, const std::string& path) {
 }
 
 void Loop(const Row& row, const Random& random) {
-  const std::string input = row.input(random);
+  const std::string input = InputOf(row, random);
   const Subject::Work work = row.subjects.front().prepare(input);
   const double start = CpuNanoseconds();
   double runs = 0;
@@ -259,7 +286,7 @@ int Run(std::vector<std::string> arguments) {
   } else if (option == "--input" && operands == 2) {
     WriteInput(rows.front(), random, arguments[2]);
   } else if (option.empty() && operands <= 1) {
-    for (const Row& row : rows) MeasureRow(row, random);
+    for (const Row& row : rows) RunInChild([&] { MeasureRow(row, random); });
   } else {
     std::fprintf(stderr, "usage: in-process [--seed N] [[--loop] TEXT | --input TEXT FILE]\n");
     return 2;
