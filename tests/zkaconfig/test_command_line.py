@@ -195,9 +195,13 @@ words=("$@") CURRENT=$#
 _zkaconfig
 """
 
+# A function takes the place of the program in $PATH: fish completes by a command's name.
 FISH = """
 source $argv[1]/zkaconfig.fish
-set -gx PATH (dirname $argv[3]) $PATH
+set program $argv[3]
+function zkaconfig --inherit-variable program
+    $program $argv
+end
 for candidate in (complete -C "zkaconfig $argv[4]")
     string split -m 1 -f 1 -- \\t $candidate
 end
