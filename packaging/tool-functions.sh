@@ -155,14 +155,20 @@ zekara_copy_to_new_file() {
   (umask 077 && set -C && cat "$1" >"$2")
 }
 
-# Removes file $1. A process that holds a set-user-id file open could start it after the removal, so its mode goes first. An
-# instance that is running can repair its mode as long as it has a name, so the mode goes once more after the name.
+# Removes file $1 and takes all rights from it, so that a process that has a set-user-id file open cannot start it later. A running
+# instance repairs its mode as long as its file has a name, so the name goes first. If an open file cannot be changed without its
+# name, the mode goes first, and once more afterwards where that is possible.
 zekara_withdraw() {
   if zekara_is_regular_file "$1"; then
-    chmod 0600 "$1"
     exec 9<"$1"
-    rm -f "$1"
-    chmod 0600 /dev/fd/9 2>/dev/null || true
+    if [ "$zekara_system" = Linux ] && [ -e /dev/fd/9 ]; then
+      rm -f "$1"
+      chmod 0600 /dev/fd/9
+    else
+      chmod 0600 "$1"
+      rm -f "$1"
+      chmod 0600 /dev/fd/9 2>/dev/null || true
+    fi
     exec 9<&-
   fi
   rm -f "$1"

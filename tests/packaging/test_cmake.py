@@ -59,6 +59,7 @@ class TheInstallation(CMakeTest):
         self.install_build(environment={"DESTDIR": "/tmp/stage"})
         self.assertEqual(self.attributes("/tmp/stage" + TOOL), (0, 0, "0o4755"))
         self.assertTrue(self.exists(f"/tmp/stage{PREFIX}/include/Zekara4Mac/Zekara4MacLibrary/ZKAIniData.h"))
+        self.assertFalse(self.exists("/tmp/stage" + LIST))
         self.assertFalse(self.exists("/Library"))
         self.assertFalse(self.exists(PREFIX))
 
@@ -99,7 +100,8 @@ class TheRemoval(CMakeTest):
         self.change_setting_as_ordinary_user()
         self.assertIn(CONFIGURATION, self.succeed_inside(UNINSTALL))
         self.assertEqual(self.installed(PREFIX, "/Library", "/var/zekara"), [CONFIGURATION])
-        self.assertFalse(self.exists(PREFIX + "/include/Zekara4Mac"))
+        for directory in ("/include/Zekara4Mac", "/lib/cmake/Zekara4Mac", "/share/doc/Zekara4Mac"):
+            self.assertFalse(self.exists(PREFIX + directory), directory)
 
     def test_account_that_has_the_tool_open_cannot_start_it_after_the_removal(self):
         held = OpenTool(self.root.path, TOOL)

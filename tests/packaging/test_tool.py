@@ -227,6 +227,16 @@ class TheUpgrade(InstallationTest):
         self.assertEqual(held.start(), errno.EACCES)
         self.change_setting_as_ordinary_user()
 
+    def test_old_tool_is_never_found_without_its_mode_which_a_running_instance_would_repair(self):
+        self.show_processes()
+        os.link(self.at("/usr/bin/ls"), self.at("/usr/bin/real_ls"))
+        self.addCleanup(os.unlink, self.at("/usr/bin/real_ls"))
+        self.replace_program("chmod", f'real_chmod "$@" && real_ls -ln "{TOOL}.old" >>/tmp/seen 2>&1; exit 0\n')
+        self.succeed_inside(*self.install_tool())
+        seen = self.read("/tmp/seen")
+        self.assertIn("No such file", seen)
+        self.assertNotIn("-rw-------", seen)
+
     def test_old_tool_that_repairs_itself_before_its_name_goes_cannot_be_started_either(self):
         self.show_processes()
         held = OpenTool(self.root.path, TOOL)
