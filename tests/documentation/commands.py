@@ -16,6 +16,8 @@ NOT_RUN = {
     "scripts/test": "this test is a part of it",
     "scripts/demo": "builds first; EndToEnd.demonstration runs what it shows",
     "scripts/check": _BUILDS,
+    "scripts/check user": _BUILDS,
+    "scripts/check container": _BUILDS,
     "scripts/check sanitizers": _BUILDS,
     "scripts/fuzz 600": "takes an hour",
     "scripts/campaign": "takes hours",
