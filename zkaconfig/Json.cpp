@@ -90,7 +90,7 @@ Plist PlistFrom(const Json& json, const std::string& name) {
 }
 
 // The parser's own text, such as "parse error at line 1, column 2: ...", without the library's number for it.
-std::string Reason(const Json::parse_error& error) {
+std::string Reason(const Json::exception& error) {
   std::string_view text = error.what();
   text.remove_prefix(std::min(text.size(), text.find("] ") + 2));
   return Printable(text);
@@ -113,7 +113,7 @@ Plist PlistFromJson(std::string_view text, const std::string& name) {
   };
   try {
     return PlistFrom(Json::parse(text, limitDepth), name);
-  } catch (const Json::parse_error& error) {
+  } catch (const Json::exception& error) {
     throw Failure(ExitStatus::Unreadable, name + " is not JSON: " + Reason(error));
   }
 }

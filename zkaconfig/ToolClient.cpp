@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -123,8 +124,14 @@ class ToolSession {
   // Sends the request and returns the reply; nil if none comes in time, or if it is not a property list.
   Plist ask(const std::string& request) {
     send(request);
-    runUntil([this] { return reply_->hasEnded() || reply_->text().ends_with(kEndOfMessage); });
-    const std::size_t end = reply_->text().find(kEndOfMessage);
+    std::size_t end = std::string::npos;
+    std::size_t searched = 0;
+    runUntil([&] {
+      const std::string& text = reply_->text();
+      end = text.find(kEndOfMessage, searched - std::min(searched, kEndOfMessage.size()));
+      searched = text.size();
+      return end != std::string::npos || reply_->hasEnded();
+    });
     if (end == std::string::npos) return {};
     std::string error;
     return NSPropertyListSerialization::propertyListFromData(

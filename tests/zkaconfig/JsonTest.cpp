@@ -69,6 +69,7 @@ TEST(PlistFromJson, RefusesWhatIsNoJsonWithItsPlace) {
   EXPECT_THAT(MessageFor("{\"a\": \x1b}"), testing::Not(testing::HasSubstr("\x1b")));
   EXPECT_THAT(MessageFor(""), testing::HasSubstr("is not JSON"));
   EXPECT_THAT(MessageFor("{} {}"), testing::HasSubstr("is not JSON"));
+  EXPECT_EQ(MessageFor("[1e999]"), "site.json is not JSON: number overflow parsing '1e999'");
 }
 
 TEST(PlistFromJson, RefusesNullAndTooManyLevels) {

@@ -13,7 +13,7 @@ namespace {
 
 using testing::HasSubstr;
 
-// Shell scripts stand in for a tool that misbehaves; the real one is driven by the tests in Python.
+// Shell scripts take the place of a tool that misbehaves. The whole-program tests use the real one.
 class AnsweringTool : public testing::Test {
  protected:
   std::string toolThat(const std::string& script) {
@@ -51,6 +51,12 @@ TEST_F(AnsweringTool, AnAcknowledgementGivesTheLog) {
   const std::string tool = toolThatReplies("<key>tag</key><string>ack</string>");
   WriteFile(tool, ReadFile(tool) + "echo \"a line of $1\" >&2\n");
   EXPECT_EQ(ChangeConfiguration(tool, patch_, kPatience), "a line of pipe\n");
+}
+
+TEST_F(AnsweringTool, AReplyIsCompleteAtItsEndTagWhateverFollowsIt) {
+  const std::string tool = toolThatReplies("<key>tag</key><string>ack</string>");
+  WriteFile(tool, ReadFile(tool) + "echo more\n");
+  EXPECT_EQ(ChangeConfiguration(tool, patch_, kPatience), "");
 }
 
 TEST_F(AnsweringTool, AnErrorInTheReplyIsARefusalInTheToolsWords) {

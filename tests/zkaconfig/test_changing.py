@@ -1,4 +1,4 @@
-"""set, apply and diff, with the real tool."""
+"""The commands that change settings, and diff, with the real tool."""
 
 import fcntl
 import json

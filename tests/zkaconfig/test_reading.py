@@ -1,4 +1,4 @@
-"""show, get and list."""
+"""The commands that only read."""
 
 import fcntl
 import os
