@@ -50,13 +50,14 @@ function(darwin_program processor name macho)
                                              POSITION_INDEPENDENT_CODE ON)
 endfunction()
 
-# darwin_compile(PROCESSOR NAME SOURCE): compiles the source for macOS, then darwin_program() of that.
+# darwin_compile(PROCESSOR NAME SOURCE [LIBRARY...]): compiles the source for macOS and links it, then darwin_program() of that.
 function(darwin_compile processor name source)
   string(REPLACE arm64 aarch64 target ${processor})
   set(macho "${CMAKE_CURRENT_BINARY_DIR}/macho/${processor}/${name}")
   file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/macho/${processor}")
   add_custom_command(OUTPUT "${macho}"
-    COMMAND "${ZEKARA_ZIG}" c++ -target ${target}-macos.13.3 -g0 -O2 -std=c++20 -Wall -Wextra -Werror "${source}" -o "${macho}"
-    DEPENDS "${source}")
+    COMMAND "${ZEKARA_ZIG}" c++ -target ${target}-macos.13.3 -g0 -O2 -std=c++20 -Wall -Wextra -Werror
+            "-I${ZEKARA_ROOT}" "${source}" ${ARGN} -o "${macho}"
+    DEPENDS "${source}" ${ARGN})
   darwin_program(${processor} ${name} "${macho}")
 endfunction()

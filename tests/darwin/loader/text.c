@@ -22,7 +22,7 @@ static int* d___error(void) {
   return &t_error;
 }
 
-// The messages are Linux's: their wording is no part of any interface.
+// The messages are Linux's: no interface depends on their wording.
 static char* d_strerror(int error) {
   return strerror(LinuxError(error));
 }
