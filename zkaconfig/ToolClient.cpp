@@ -222,20 +222,26 @@ bool LacksRights(const std::string& log) {
   const std::string shownLog = log.empty() ? "" : ":\n" + Printable(log, true);
   if (!LacksRights(log))
     RaiseNoAnswer(toolPath + " has ended without an answer" + shownLog, "Is it the suite's privileged tool?");
-  if (!IsSetUserIdRoot(toolPath)) {
-    RaiseNoAnswer(toolPath + " is not set-user-id root and cannot change the file" + shownLog,
-                  "It has to belong to root (owner 0, group 0) with mode 4755: install it anew.");
-  }
-  RaiseNoAnswer(toolPath + " has not been given root's rights" + shownLog,
-                "Set-user-id programs have no effect on a file system mounted nosuid, and for processes that "
-                "may not gain privileges, such as those of many containers.");
+  RaiseNoAnswer(toolPath +
+                    (IsSetUserIdRoot(toolPath) ? " has the wrong owner, group or mode"
+                                               : " is not set-user-id root and cannot change the file") +
+                    shownLog,
+                "It has to belong to root (owner 0, group 0) with mode 4755: install it anew.");
+}
+
+// Why the tool cannot open the file is not in its reply. Root's own call gives it root's rights.
+std::string AdviceOnUnopenedFile() {
+  std::string advice = "Does the configuration file's directory exist, and is it writable to root?";
+  if (geteuid() == 0) return advice;
+  return advice +
+         " If so, the tool was not given root's rights: set-user-id programs have no effect on a file system "
+         "mounted nosuid, and for processes that may not gain privileges, such as those of many containers.";
 }
 
 [[noreturn]] void RaiseRefusal(const Plist& error) {
   const bool cannotOpen = error == Plist("can't open ini file");
-  throw Failure(
-      ExitStatus::Refused, "the tool has not made the change: " + Printable(error.description()),
-      cannotOpen ? "Does the configuration file's directory exist, and is it writable to root?" : "");
+  throw Failure(ExitStatus::Refused, "the tool has not made the change: " + Printable(error.description()),
+                cannotOpen ? AdviceOnUnopenedFile() : "");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 """The commands that change settings, and diff, with the real tool."""
 
+import ctypes
 import fcntl
 import json
 import os
@@ -8,9 +9,15 @@ import signal
 import time
 
 from support import sandbox, tool
-from support.case import requires_set_user_id
+from support.case import requires_real_root, requires_set_user_id
 
 from front_end import CONTENT, DIFFERS, DONE, NO_ANSWER, REFUSED, UNREADABLE, USAGE, FrontEndTestCase, run
+
+
+def refuse_new_privileges():
+    """Makes set-user-id programs have no effect for this process and its children."""
+    pr_set_no_new_privs = 38
+    ctypes.CDLL(None).prctl(pr_set_no_new_privs, 1, 0, 0, 0)
 
 
 class Set(FrontEndTestCase):
@@ -344,6 +351,13 @@ class ToolsThatFail(FrontEndTestCase):
     def test_a_program_that_is_not_the_tool_is_told_without_a_line_of_the_library(self):
         result = self.assert_fails(NO_ANSWER, "/bin/true has ended without an answer", "set", "Other", "name=x", tool_path="/bin/true")
         self.assertEqual(result.errors.splitlines()[0], "zkaconfig: /bin/true has ended without an answer")
+
+    @requires_real_root
+    def test_an_account_whose_processes_may_not_gain_rights_is_told_why_the_file_cannot_be_opened(self):
+        os.chmod(tool.CONFIG, 0o444)
+        result = self.assert_fails(REFUSED, "can't open ini file", "set", "Other", "name=x",
+                                   preexec_fn=refuse_new_privileges, **tool.drop_privileges_arguments())
+        self.assertIn("the tool was not given root's rights", result.errors)
 
     @requires_set_user_id
     def test_a_tool_that_lacks_its_rights_is_told_with_its_log(self):
