@@ -14,8 +14,8 @@ namespace zekara {
 enum DefaultType : std::uint32_t {
   DefaultTypeString = 0,  // text, stored as a string
   DefaultTypeNumber = 1,  // decimal text, stored as the 32-bit integer that atoi() makes of it
-  DefaultTypeBoolean =
-      2,  // "Yes" or "No". Deliberate: stored as that string; SectionBooleansToNumbers() converts it
+  // "Yes" or "No". Deliberate: stored as that string; SectionBooleansToNumbers() converts it.
+  DefaultTypeBoolean = 2,
   DefaultTypeList = 3,  // texts, stored as an array of strings
 };
 
@@ -29,8 +29,8 @@ enum DefaultType : std::uint32_t {
 struct SectionDefault {
   const char* key = nullptr;  // ASCII
   std::uint32_t type = 0;     // a DefaultType
-  const void* value =
-      nullptr;  // codes 0 to 2: const char*, UTF-8; code 3: const char* const*, null at its end
+  // Codes 0 to 2: const char*, UTF-8. Code 3: const char* const*, null at its end.
+  const void* value = nullptr;
 
   // The row that ends a table.
   constexpr SectionDefault() noexcept = default;

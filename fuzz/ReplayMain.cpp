@@ -1,4 +1,4 @@
-// Runs a fuzzer over the files and directories that are named, without libFuzzer and with any compiler.
+// Runs a fuzzer on the files and directories given as arguments. It needs no libFuzzer, so any compiler does.
 
 #include <algorithm>
 #include <cstddef>
@@ -18,7 +18,7 @@ void Replay(const std::filesystem::path& path) {
   const std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   std::printf("%s\n", path.c_str());
   std::fflush(stdout);  // the last name printed is the input that failed
-  // A copy of exactly this size, so that a sanitizer sees every step beyond it.
+  // A copy of exactly this size, so that a sanitizer notices a read beyond its end.
   const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
   LLVMFuzzerTestOneInput(input.data(), input.size());
 }

@@ -1,5 +1,5 @@
-// Any bytes give the tokens and the document of the second lexer and parser; a document that the format
-// promises to carry is the same after writing and reading.
+// Any bytes give the same tokens and the same document as with the second lexer and parser. A document that
+// the format can carry is the same after writing and reading.
 
 #include <algorithm>
 #include <cstddef>
@@ -45,7 +45,7 @@ bool IsPlainTerm(const Plist& value) {
   return IsTrimmed(text) && text.find_first_of("\"\n\r") == std::string_view::npos;
 }
 
-// Whether the value, as it was read from a file, is one that the format promises to carry.
+// Returns true if the format can carry the value, which was read from a file.
 bool IsPlainValue(const Plist& value) {
   if (!value.isArray()) return IsPlainTerm(value);
   return std::ranges::all_of(value.elements(), [](const Plist& element) {
@@ -82,7 +82,7 @@ void Check(std::string_view bytes) {
   }
   const auto document = parser.parse();
   if (IsPlainDocument(document->asDictionary())) RequireRoundTrip(*document);
-  // Whatever the document holds, its text can be read or fails as every text may.
+  // The text of any document can be read again, or fails as any text may.
   const std::string text = document->asIni();
   if (isWhole) Require(DumpParse(text) == LiteralParse(text));
 

@@ -1,7 +1,7 @@
-// The number that a pid file's text begins with is the one that arithmetic without limits gives, clamped,
-// whole and however the text is cut.
+// Compares the number at the start of a pid file's text with the result of arithmetic without limits, clamped
+// to 32 bits. The text is given whole and in pieces.
 //
-// The first 4 bytes choose the sizes of the pieces, the rest is the text.
+// The first 4 bytes of an input are the sizes of the pieces, and the rest is the text.
 
 #include <algorithm>
 #include <cstddef>

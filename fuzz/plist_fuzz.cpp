@@ -1,5 +1,5 @@
-// Whatever the reader takes, the writer writes; that is read as an equal value, whose bytes are the same
-// again.
+// The writer writes every value that the reader accepts. The reader makes an equal value of that text, and
+// the writer the same bytes of that value.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// A tree that is patched with what it lacks of another agrees with the other in all that the other holds.
+// A tree that is patched with the difference to another tree has every value of the other.
 
 #include <cstddef>
 #include <cstdint>
@@ -35,7 +35,7 @@ void CheckLaw(Choices& choices) {
   Require(PlistPatch(old, fresh).empty());
   Require(fresh.description() == freshText);
 
-  // Nothing that only the old tree had is lost, and nothing is there that neither had.
+  // Values of the old tree alone are kept, and no others appear.
   for (const auto& [name, section] : oldCopy.entries()) {
     for (const auto& [key, value] : section.entries()) {
       if (fresh.objectForKey(name).objectForKey(key).isNil())

@@ -13,7 +13,7 @@ constexpr char32_t kCodePoints = 0x110000;
 constexpr const char* kDatabase = "/usr/share/unicode/UnicodeData.txt";
 // Its first line names the version of the database.
 constexpr const char* kVersioned = "/usr/share/unicode/DerivedAge.txt";
-// The table's own version: with another one's categories it cannot be compared.
+// The version from which the table was made. It cannot be compared with the categories of another version.
 constexpr const char* kVersion = "# DerivedAge-15.0.";
 
 std::string FirstLine(const char* path) {
@@ -23,7 +23,7 @@ std::string FirstLine(const char* path) {
   return line;
 }
 
-// The first letter of every code point's general category; C where the database has no entry.
+// The first letter of every code point's general category, or C if the database has no entry for it.
 std::string ReadCategories() {
   std::string categories(kCodePoints, 'C');
   std::ifstream database(kDatabase);

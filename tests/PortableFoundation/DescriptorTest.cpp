@@ -1,8 +1,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
-#include <sys/inotify.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +12,10 @@
 #include "PortableFoundation/Descriptor.h"
 #include "tests/support/Faults.h"
 #include "tests/support/Processes.h"
+
+#ifdef __linux__
+#include <sys/inotify.h>
+#endif
 
 namespace zekara::test {
 namespace {
@@ -131,6 +133,7 @@ TEST(OpenLockedFile, HeldLockIsWaitedForThroughInterruptions) {
   }
 }
 
+#ifdef __linux__
 TEST(OpenLockedFile, FailureToLockGivesNoDescriptor) {
   RunInChild([] {
     const TemporaryDirectory directory;
@@ -140,6 +143,7 @@ TEST(OpenLockedFile, FailureToLockGivesNoDescriptor) {
     EXPECT_EQ(CountOpenDescriptors(), before);
   });
 }
+#endif
 
 TEST(OpenLockedFile, WhatIsNoRegularFileIsRefusedWithoutBeingWaitedFor) {
   const TemporaryDirectory directory;
@@ -183,7 +187,8 @@ TEST(OpenRegularFile, RegularFilesAloneAreOpened) {
   }
 }
 
-// Opening alone acts on a FIFO, whose writer would lose its data, and on some devices.
+#ifdef __linux__
+// Opening a FIFO is enough to lose its writer's data, and opening some devices has an effect of its own.
 TEST(OpenRegularFile, WhatIsNotRegularIsNotOpenedAtAll) {
   const TemporaryDirectory directory;
   const std::string fifo = directory / "fifo";
@@ -202,6 +207,7 @@ TEST(OpenRegularFile, WhatIsNotRegularIsNotOpenedAtAll) {
   EXPECT_TRUE(Descriptor(open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)).isOpen());
   EXPECT_TRUE(wasOpened()) << "or this test would notice nothing";
 }
+#endif
 
 TEST(Examine, TellsOfTheFileOrFails) {
   const TemporaryDirectory directory;

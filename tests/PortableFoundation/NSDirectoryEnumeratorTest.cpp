@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/inotify.h>
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -14,6 +13,10 @@
 #include "PortableFoundation/NSDirectoryEnumerator.h"
 #include "PortableFoundation/Process.h"
 #include "tests/support/Processes.h"
+
+#ifdef __linux__
+#include <sys/inotify.h>
+#endif
 
 namespace zekara::test {
 namespace {
@@ -34,7 +37,7 @@ std::vector<std::string> WalkPath(const std::string& path) {
   return Walk(entries);
 }
 
-// A chain of directories, too deep for its path to be opened, with a file at its end.
+// Creates a chain of directories with a file at its end. The chain is so deep that its path cannot be opened.
 void MakeDeepTree(const std::string& top, int depth) {
   ASSERT_EQ(mkdir(top.c_str(), 0755), 0);
   Descriptor directory(open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -45,7 +48,7 @@ void MakeDeepTree(const std::string& top, int depth) {
   ASSERT_TRUE(OpenAt(directory.get(), "file", O_WRONLY | O_CREAT, 0644).isOpen());
 }
 
-// Advances until the entry named.
+// Advances the enumerator to the named entry.
 void AdvanceTo(NSDirectoryEnumerator& entries, const std::string& wanted) {
   while (const auto entry = entries.nextObject()) {
     if (*entry == wanted) return;
@@ -268,7 +271,7 @@ TEST(NSDirectoryEnumerator, DirectoryReplacedByALinkIsNotEnteredAndNotEmptied) {
   }
 }
 
-// The way up leads to a directory that holds entries of the same names.
+// The directory that ".." leads to after the move holds entries of the same names.
 TEST(NSDirectoryEnumerator, WalkEndsWhereItsDirectoryHasBeenMovedElsewhere) {
   const TemporaryDirectory directory;
   const TemporaryDirectory elsewhere;
@@ -294,7 +297,7 @@ TEST(NSDirectoryEnumerator, WalkEndsWhereItsDirectoryHasBeenMovedElsewhere) {
   EXPECT_TRUE(fs::exists(sibling + "/secret"));
 }
 
-// Whatever is renamed at whatever moment, nothing outside the tree is touched.
+// Another process moves directories out of the tree and back at any moment.
 TEST(NSDirectoryEnumerator, RemovalWhileDirectoriesAreMovedTouchesNothingOutside) {
   const TemporaryDirectory directory;
   const TemporaryDirectory elsewhere;
@@ -376,8 +379,8 @@ TEST(NSDirectoryEnumerator, WhatCannotBeRemovedStaysWithTheDirectoriesThatLeadTo
   EXPECT_THAT(WalkPath(directory.path()), ElementsAre("agents", "agents/a", "agents/a/b", "agents/a/b/kept"));
 }
 
-// Otherwise the work would grow with the square of the depth: a caller could make root busy for as long as he
-// likes.
+#ifdef __linux__
+// Otherwise the work would grow with the square of the depth, and a caller could keep root busy for any time.
 TEST(NSDirectoryEnumerator, DirectoryBelowOneThatCouldNotBeRemovedIsNotEmptiedAgain) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   constexpr int kDepth = 40;
@@ -405,6 +408,7 @@ TEST(NSDirectoryEnumerator, DirectoryBelowOneThatCouldNotBeRemovedIsNotEmptiedAg
   // first removal visits the bottom, and so does the walk.
   EXPECT_EQ(size / static_cast<ssize_t>(2 * sizeof(inotify_event)), 2);
 }
+#endif
 
 TEST(NSDirectoryEnumerator, ContentOfADirectoryThatCouldNotBeRemovedIsRemovedEntryByEntry) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
@@ -419,7 +423,7 @@ TEST(NSDirectoryEnumerator, ContentOfADirectoryThatCouldNotBeRemovedIsRemovedEnt
     NSDirectoryEnumerator entries = NSDirectoryEnumerator::enumeratorAtPath(directory.path());
     while (const auto entry = entries.nextObject()) {
       if (*entry == "agents/kept" && access((directory / "agents/new").c_str(), F_OK) != 0) {
-        // Made meanwhile by another process: tried on its own account.
+        // Another process creates a directory meanwhile. It is tried like any other.
         ASSERT_EQ(mkdir((directory / "agents/new").c_str(), 0777), 0);
       }
       entries.removeLastObject();

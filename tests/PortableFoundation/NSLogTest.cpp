@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <gmock/gmock.h>
@@ -22,7 +23,25 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-// While this object exists, standard error is a socket that keeps what every single write has written.
+#ifdef __APPLE__
+std::uint64_t ThreadId() {
+  std::uint64_t id = 0;
+  pthread_threadid_np(nullptr, &id);
+  return id;
+}
+std::string ProgramName() {
+  return getprogname();
+}
+#else
+pid_t ThreadId() {
+  return gettid();
+}
+std::string ProgramName() {
+  return program_invocation_short_name;
+}
+#endif
+
+// While this object exists, standard error is a socket that keeps the writes apart.
 class RecordedWrites {
  public:
   RecordedWrites() {
@@ -80,7 +99,7 @@ TEST(NSLog, LineHasTimeProgramAndIdsBeforeTheMessage) {
   EXPECT_GE(logged, before - 1);
   EXPECT_LE(logged, after);
   EXPECT_EQ(std::stoi(parts[8]), getpid());
-  EXPECT_EQ(std::stoi(parts[9]), gettid());
+  EXPECT_EQ(parts[9], std::to_string(ThreadId()));
 }
 
 TEST(NSLog, TimeIsLocal) {
@@ -107,8 +126,7 @@ TEST(NSLog, ProgramNameIsTheOneOfTheStartUntilItIsSet) {
   SetLogProgramName("Other");
   NSLog("second");
   SetLogProgramName(nullptr);
-  EXPECT_THAT(log.text(),
-              ContainsRegex(std::string(" ") + program_invocation_short_name + "\\[[^\n]*first\n"));
+  EXPECT_THAT(log.text(), ContainsRegex(" " + ProgramName() + "\\[[^\n]*first\n"));
   EXPECT_THAT(log.text(), ContainsRegex(" Other\\[[^\n]*second\n"));
 }
 
@@ -140,7 +158,7 @@ TEST(NSLog, FormatDirectivesInsideArgumentsAreText) {
   EXPECT_THAT(log.messages(), ElementsAre("Can't signal 15 to %n%s%%d /tmp/%1000000d"));
 }
 
-// Around the size of the array in which a line is formed, and far beyond it.
+// Lengths around the size of the array in which NSLog() forms a line, and far beyond it.
 std::vector<std::size_t> Lengths() {
   std::vector<std::size_t> lengths = {1, 100, 4096, 65536, 150'000};
   for (std::size_t length = 900; length <= 1030; ++length) lengths.push_back(length);
@@ -169,7 +187,7 @@ TEST(NSLog, ErrorNumberIsKept) {
   RunInChild([] {
     close(STDERR_FILENO);
     errno = ENOTEMPTY;
-    NSLog("nobody reads this");
+    NSLog("this is lost");
     EXPECT_EQ(errno, ENOTEMPTY);
   });
 }
@@ -232,7 +250,7 @@ TEST(NSLog, ReaderThatReadsNothingIsNotWaitedForWhileLinesAreHeldBack) {
     }
     fcntl(pipe.input.get(), F_SETFL, 0);
     const int saved = dup(STDERR_FILENO);
-    const auto heldBack = new BufferedLog;  // never released: that would wait
+    const auto heldBack = new BufferedLog;  // never deleted, because its destructor would wait for the reader
     dup2(pipe.input.get(), STDERR_FILENO);
     for (int i = 0; i < 10'000; ++i) NSLog("Can't signal 1 to /var/zekara/run/FileD.pid");
     dup2(saved, STDERR_FILENO);
@@ -242,12 +260,13 @@ TEST(NSLog, ReaderThatReadsNothingIsNotWaitedForWhileLinesAreHeldBack) {
 
 TEST(NSLog, SecondThreadHasItsOwnId) {
   CapturedLog log;
-  pid_t id = 0;
+  const auto own = ThreadId();
+  auto id = own;
   std::thread([&] {
-    id = gettid();
+    id = ThreadId();
     NSLog("from a thread");
   }).join();
-  EXPECT_NE(id, getpid());
+  EXPECT_NE(id, own);
   EXPECT_THAT(log.text(), HasSubstr("[" + std::to_string(getpid()) + ":" + std::to_string(id) + "] "));
 }
 

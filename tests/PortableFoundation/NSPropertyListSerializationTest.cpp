@@ -59,7 +59,7 @@ std::string Written(const Plist& plist) {
   return bytes;
 }
 
-// What stands between the <plist> tags.
+// Returns the text between the <plist> tags.
 std::string WrittenRoot(const Plist& plist) {
   const std::string bytes = Written(plist);
   EXPECT_TRUE(bytes.starts_with(kHead));
@@ -158,7 +158,7 @@ std::string NotationOfContainer(const Plist& plist) {
   return "{" + Joined(parts) + "}";
 }
 
-// The value as the table has it.
+// Writes the value in the table's notation.
 std::string Notation(const Plist& plist) {
   switch (plist.kind()) {
     case Plist::Kind::Nil:
@@ -234,7 +234,7 @@ TEST(PropertyListTable, InputCutAnywhereBeforeItsEndIsRefused) {
     SCOPED_TRACE(row.name);
     const std::size_t end = row.isAccepted ? row.input.rfind('>') + 1 : row.input.size();
     for (std::size_t length = 0; length < end; ++length) {
-      // A copy without anything behind it, so that a read beyond the end is found.
+      // A copy of exactly this size, so that a sanitizer notices a read beyond its end.
       const std::vector<char> cut(row.input.begin(), row.input.begin() + static_cast<std::ptrdiff_t>(length));
       std::string error;
       const Plist plist = Serialization::propertyListFromData({cut.data(), cut.size()}, error);
@@ -507,7 +507,7 @@ TEST(Writing, RealsHaveSeventeenDigitsAndKeepTheirSign) {
 }
 
 TEST(Writing, KeysAreSortedByTheirUtf16CodeUnitsWhateverOrderTheyWereStoredIn) {
-  // The last four differ from byte order: surrogate pairs stand before U+E000 to U+FFFF.
+  // The last four differ from byte order: surrogate pairs come before U+E000 to U+FFFF.
   const std::vector<std::string> sorted = {"",
                                            "\x01",
                                            "10",
@@ -603,7 +603,7 @@ TEST(Writing, ContainerInsideItselfIsRefused) {
   const Plist between = Plist::array({1, dictionary});
   dictionary.setObject_forKey(between, "k");
   EXPECT_EQ(WriteError(Plist::array({dictionary})), refusal);
-  // Broken up again, so that both are freed.
+  // The cycle is broken again, so that both are freed.
   const_cast<Plist&>(array.elements()[0]) = true;
   dictionary.setObject_forKey(true, "k");
 }

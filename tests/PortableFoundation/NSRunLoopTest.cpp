@@ -281,7 +281,7 @@ TEST(NSRunLoop, NonBlockingInputIsWaitedFor) {
 
 class NSRunLoopInterrupted : public testing::TestWithParam<int> {};
 
-// The number of reads that are armed, with and without a limit.
+// The parameter is the number of reads that are armed.
 TEST_P(NSRunLoopInterrupted, SignalsDoNotEndTheWait) {
   Input input;
   Input idle;

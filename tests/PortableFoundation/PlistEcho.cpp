@@ -1,6 +1,6 @@
 // Reads property lists from standard input and writes each back to standard output, for tests in other
-// languages. Both ways a list stands behind a line with its length in bytes; the answer to one that cannot be
-// read or written is a line "error: " and why.
+// languages. In both directions a line with the length in bytes comes before each property list. The answer
+// to one that cannot be read or written is a line "error: " with the reason.
 
 #include <cstdio>
 #include <string>

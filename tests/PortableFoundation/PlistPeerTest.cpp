@@ -1,4 +1,4 @@
-// What is written here, other libraries must read: random values are compared with what they make of them.
+// Other libraries read what this one writes: random values are compared with their results.
 
 #include <expat.h>
 
@@ -94,7 +94,7 @@ Plist Read(std::string_view text) {
   return plist;
 }
 
-// What libplist writes after it has read `text`.
+// Returns what libplist writes after it has read `text`.
 std::string ThroughLibplist(const std::string& text) {
   plist_t plist = nullptr;
   plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &plist);
@@ -117,7 +117,7 @@ TEST(PlistPeers, LibplistReadsAndWritesBackWhatIsWrittenHere) {
   }
 }
 
-// A document as an XML parser sees it: tags, and the text of the elements that hold nothing but text.
+// A document as an XML parser reports it: the tags, and the text of the elements that hold only text.
 struct Document {
   std::string events;
   std::string text;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -20,9 +21,9 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr auto kLowest = std::numeric_limits<std::int64_t>::min();
 constexpr auto kHighest = std::numeric_limits<std::int64_t>::max();
 constexpr auto kHighestUnsigned = std::numeric_limits<std::uint64_t>::max();
-const std::string kLongText = "a string too long to stand in the handle itself";
+const std::string kLongText = "a string that is too long for the handle itself";
 
-// The reason that `operation` raises with; empty when it does not raise.
+// Returns the reason of the exception that `operation` raises, or an empty text if it raises none.
 template <class Operation>
 std::string ReasonOf(Operation operation) {
   try {
@@ -100,43 +101,47 @@ TEST(PlistNil, CannotBeStored) {
 
 // ---- Asking a kind for what it does not know
 
+struct Question {
+  const char* asked;
+  std::set<std::string> answering;  // the kinds that answer
+  void (*ask)(const Plist&);
+};
+
+const Question kQuestions[] = {
+    {"its text", {"a string"}, [](const Plist& plist) { plist.string(); }},
+    {"a comparison with a string", {"a string"}, [](const Plist& plist) { plist.isEqualToString("x"); }},
+    {"its bytes", {"data"}, [](const Plist& plist) { plist.bytes(); }},
+    {"its point in time", {"a date"}, [](const Plist& plist) { plist.secondsSince1970(); }},
+    {"its number", {"a number", "a boolean"}, [](const Plist& plist) { plist.longLongValue(); }},
+    {"its number", {"a number", "a boolean"}, [](const Plist& plist) { plist.unsignedLongLongValue(); }},
+    {"its number", {"a number", "a boolean"}, [](const Plist& plist) { plist.doubleValue(); }},
+    {"its number", {"a number", "a boolean"}, [](const Plist& plist) { plist.boolValue(); }},
+    {"its count", {"an array", "a dictionary"}, [](const Plist& plist) { plist.count(); }},
+    {"its elements", {"an array"}, [](const Plist& plist) { plist.elements(); }},
+    {"its entries", {"a dictionary"}, [](const Plist& plist) { plist.entries(); }},
+    {"the value of a key", {"a dictionary"}, [](const Plist& plist) { plist.objectForKey("k"); }},
+    {"an additional element", {"an array"}, [](const Plist& plist) { plist.addObject(1); }},
+    {"a changed entry", {"a dictionary"}, [](const Plist& plist) { plist.setObject_forKey(1, "k"); }},
+    {"a modifiable copy",
+     {"a string", "data", "an array", "a dictionary"},
+     [](const Plist& plist) { plist.mutableCopy(); }},
+};
+
 TEST(PlistKinds, RaiseWithASentenceThatNamesTheKindAndWhatWasAsked) {
-  const std::pair<Plist, std::string> kinds[] = {{"x", "a string"},
-                                                 {1, "a number"},
-                                                 {1.5, "a number"},
-                                                 {true, "a boolean"},
-                                                 {Plist::data("x"), "data"},
-                                                 {Plist::date(0), "a date"},
-                                                 {Plist::array(), "an array"},
-                                                 {Plist::dictionary(), "a dictionary"}};
-  for (const auto& row : kinds) {
-    const Plist& plist = row.first;
-    const std::string& kind = row.second;
-    const auto reason = [](auto operation) { return ReasonOf(operation); };
-    const auto expected = [&kind](bool answers, const char* asked) {
-      return answers ? "" : kind + " was asked for " + asked;
-    };
-    const bool isData = plist.kind() == Plist::Kind::Data;
-    const bool isDate = plist.kind() == Plist::Kind::Date;
-    EXPECT_EQ(plist.kindName(), kind);
-    EXPECT_EQ(reason([&] { plist.string(); }), expected(plist.isString(), "its text"));
-    EXPECT_EQ(reason([&] { plist.isEqualToString("x"); }),
-              expected(plist.isString(), "a comparison with a string"));
-    EXPECT_EQ(reason([&] { plist.bytes(); }), expected(isData, "its bytes"));
-    EXPECT_EQ(reason([&] { plist.secondsSince1970(); }), expected(isDate, "its point in time"));
-    EXPECT_EQ(reason([&] { plist.longLongValue(); }), expected(plist.isNumber(), "its number"));
-    EXPECT_EQ(reason([&] { plist.unsignedLongLongValue(); }), expected(plist.isNumber(), "its number"));
-    EXPECT_EQ(reason([&] { plist.doubleValue(); }), expected(plist.isNumber(), "its number"));
-    EXPECT_EQ(reason([&] { plist.boolValue(); }), expected(plist.isNumber(), "its number"));
-    EXPECT_EQ(reason([&] { plist.count(); }), expected(plist.isArray() || plist.isDictionary(), "its count"));
-    EXPECT_EQ(reason([&] { plist.elements(); }), expected(plist.isArray(), "its elements"));
-    EXPECT_EQ(reason([&] { plist.entries(); }), expected(plist.isDictionary(), "its entries"));
-    EXPECT_EQ(reason([&] { plist.objectForKey("k"); }), expected(plist.isDictionary(), "the value of a key"));
-    EXPECT_EQ(reason([&] { plist.addObject(1); }), expected(plist.isArray(), "an additional element"));
-    EXPECT_EQ(reason([&] { plist.setObject_forKey(1, "k"); }),
-              expected(plist.isDictionary(), "a changed entry"));
-    EXPECT_EQ(reason([&] { plist.mutableCopy(); }),
-              expected(!plist.isNumber() && !isDate, "a modifiable copy"));
+  const std::pair<std::string, Plist> kinds[] = {{"a string", "x"},
+                                                 {"a number", 1},
+                                                 {"a number", 1.5},
+                                                 {"a boolean", true},
+                                                 {"data", Plist::data("x")},
+                                                 {"a date", Plist::date(0)},
+                                                 {"an array", Plist::array()},
+                                                 {"a dictionary", Plist::dictionary()}};
+  for (const auto& [kind, plist] : kinds) {
+    for (const Question& question : kQuestions) {
+      const bool answers = question.answering.contains(kind);
+      EXPECT_EQ(ReasonOf([&, &value = plist] { question.ask(value); }),
+                answers ? "" : kind + " was asked for " + question.asked);
+    }
   }
 }
 
@@ -300,7 +305,7 @@ TEST(PlistContainers, FrozenObjectRefusesChangesThroughEveryHandleAndKeepsItsCon
   EXPECT_FALSE(dictionary.isMutable());
   EXPECT_EQ(ReasonOf([&] { dictionary.setObject_forKey(1, "b"); }), "an unmodifiable dictionary was changed");
   EXPECT_EQ(dictionary.count(), 1U);
-  array.addObject(2);  // what it holds is not frozen
+  array.addObject(2);  // a frozen array's elements stay modifiable
   EXPECT_EQ(dictionary.objectForKey("a").count(), 2U);
   array.freeze();
   EXPECT_EQ(ReasonOf([&] { array.addObject(3); }), "an unmodifiable array was changed");
@@ -431,7 +436,7 @@ TEST(PlistDictionary, ValueStoredOnlyIfAbsentLeavesAnEarlierOneAlone) {
     EXPECT_EQ(dictionary.objectForKey(key), Plist(i));
   }
   EXPECT_EQ(dictionary.count(), 200U);
-  for (int i = 0; i < 200; ++i) {  // a key that stands in the dictionary itself, which has to grow
+  for (int i = 0; i < 200; ++i) {  // the key is text that the growing dictionary holds itself
     Plist again = i;
     EXPECT_TRUE(
         dictionary.setObject_forKeyIfAbsent(again, dictionary.entries()[static_cast<std::size_t>(i)].value)

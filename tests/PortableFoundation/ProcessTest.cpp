@@ -1,9 +1,6 @@
 #include <fcntl.h>
-#include <sched.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +11,11 @@
 #include "PortableFoundation/Process.h"
 #include "tests/support/Faults.h"
 #include "tests/support/Processes.h"
+
+#ifdef __linux__
+#include <sched.h>
+#include <sys/prctl.h>
+#endif
 
 namespace zekara::test {
 namespace {
@@ -30,15 +32,16 @@ TEST(Process, ProcessOfOneUserIsNotPrivileged) {
 TEST(Process, DifferentRealAndEffectiveIdsArePrivileged) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   RunInChild([] {
-    ASSERT_EQ(setresuid(kOtherUser, 0, 0), 0);
+    ASSERT_EQ(setreuid(kOtherUser, 0), 0);
     EXPECT_TRUE(ProcessIsPrivileged());
   });
   RunInChild([] {
-    ASSERT_EQ(setresgid(kOtherUser, 0, 0), 0);
+    ASSERT_EQ(setregid(kOtherUser, 0), 0);
     EXPECT_TRUE(ProcessIsPrivileged());
   });
 }
 
+#ifdef __linux__
 TEST(Process, ExecutableIsTheRunningFile) {
   const Descriptor file = OpenRunningExecutable();
   ASSERT_TRUE(file.isOpen());
@@ -62,6 +65,7 @@ TEST(Process, ExecutableIsOpenedByItsOwnNamesOnly) {
     EXPECT_FALSE(OpenRunningExecutableNamed((directory / name).c_str()).isOpen()) << name;
   }
 }
+#endif
 
 TEST(Process, FileSizeLimitIsTheSoftOne) {
   RunInChild([] {
@@ -99,6 +103,38 @@ TEST(Process, SignalsAreBlockedUntilTheObjectGoesAndThenAsBefore) {
   });
 }
 
+TEST(Process, FullyRootHasItsRealIdsAtZeroAndGivesThemBack) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  for (const gid_t effectiveGroup : {gid_t{0}, gid_t{kOtherUser}}) {
+    RunInChild([&] {
+      ASSERT_EQ(setregid(kOtherUser, effectiveGroup), 0);
+      ASSERT_EQ(setreuid(kOtherUser, 0), 0);
+      {
+        const FullyRoot root;
+        EXPECT_EQ(getuid(), 0U);
+        EXPECT_EQ(geteuid(), 0U);
+        EXPECT_EQ(getgid(), 0U);
+        EXPECT_EQ(getegid(), 0U);
+      }
+      EXPECT_EQ(getuid(), uid_t{kOtherUser});
+      EXPECT_EQ(geteuid(), 0U);
+      EXPECT_EQ(getgid(), gid_t{kOtherUser});
+      EXPECT_EQ(getegid(), effectiveGroup);
+    });
+  }
+}
+
+#ifdef __linux__
+TEST(Process, FullyRootLeavesTheProcessUndumpable) {
+  if (!IsRoot()) GTEST_SKIP() << "needs root";
+  RunInChild([] {
+    ASSERT_TRUE(BorrowRootsRights());
+    ASSERT_EQ(prctl(PR_SET_DUMPABLE, 1), 0);  // as a change of IDs does where the system's default is 1
+    { const FullyRoot root; }
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
+  });
+}
+
 struct Ids {
   uid_t user, effectiveUser, savedUser;
   gid_t group, effectiveGroup, savedGroup;
@@ -117,37 +153,6 @@ void PrintTo(const Ids& ids, std::ostream* out) {
        << ids.effectiveGroup << ":" << ids.savedGroup;
 }
 
-TEST(Process, FullyRootHasItsRealIdsAtZeroAndGivesThemBack) {
-  if (!IsRoot()) GTEST_SKIP() << "needs root";
-  for (const gid_t effectiveGroup : {gid_t{0}, gid_t{kOtherUser}}) {
-    RunInChild([&] {
-      ASSERT_EQ(setresgid(kOtherUser, effectiveGroup, effectiveGroup), 0);
-      ASSERT_EQ(setresuid(kOtherUser, 0, 0), 0);
-      {
-        const FullyRoot root;
-        EXPECT_EQ(getuid(), 0U);
-        EXPECT_EQ(geteuid(), 0U);
-        EXPECT_EQ(getgid(), 0U);
-        EXPECT_EQ(getegid(), 0U);
-      }
-      EXPECT_EQ(getuid(), uid_t{kOtherUser});
-      EXPECT_EQ(geteuid(), 0U);
-      EXPECT_EQ(getgid(), gid_t{kOtherUser});
-      EXPECT_EQ(getegid(), effectiveGroup);
-    });
-  }
-}
-
-TEST(Process, FullyRootLeavesTheProcessUndumpable) {
-  if (!IsRoot()) GTEST_SKIP() << "needs root";
-  RunInChild([] {
-    ASSERT_TRUE(BorrowRootsRights());
-    ASSERT_EQ(prctl(PR_SET_DUMPABLE, 1), 0);  // as a change of IDs does where the system's default is 1
-    { const FullyRoot root; }
-    EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
-  });
-}
-
 TEST(Process, FullyRootDoesNothingForRootAndForOthers) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   for (const bool isOther : {false, true}) {
@@ -162,6 +167,7 @@ TEST(Process, FullyRootDoesNothingForRootAndForOthers) {
     });
   }
 }
+#endif
 
 TEST(Process, CallersSignalDoesNotReachAFullyRootProcess) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
@@ -185,6 +191,7 @@ TEST(Process, CallersSignalDoesNotReachAFullyRootProcess) {
   EXPECT_EQ(WaitForChild(tool), 0);
 }
 
+#ifdef __linux__
 TEST(Process, RestoredPriorityIsThatOfAnyOther) {
   if (!IsRoot()) GTEST_SKIP() << "needs root";
   if (!MayRaisePriority()) GTEST_SKIP() << "needs the right to raise a priority (CAP_SYS_NICE)";
@@ -198,6 +205,7 @@ TEST(Process, RestoredPriorityIsThatOfAnyOther) {
     EXPECT_EQ(getpriority(PRIO_PROCESS, 0), 0);
   });
 }
+#endif
 
 TEST(Process, ClearedEnvironmentIsEmpty) {
   RunInChild([] {
@@ -211,6 +219,7 @@ TEST(Process, ClearedEnvironmentIsEmpty) {
   });
 }
 
+#ifdef __linux__
 TEST(Process, ForbiddenTracingMakesItUndumpable) {
   RunInChild([] {
     EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
@@ -218,6 +227,7 @@ TEST(Process, ForbiddenTracingMakesItUndumpable) {
     EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
   });
 }
+#endif
 
 TEST(Process, DescriptorsAreClosedFromTheFirstUp) {
   RunInChild([] {
@@ -228,6 +238,7 @@ TEST(Process, DescriptorsAreClosedFromTheFirstUp) {
   });
 }
 
+#ifdef __linux__
 TEST(Process, DescriptorsAreClosedWhereNoSingleCallDoesIt) {
   RunInChild([] {
     for (const int descriptor : {10, 11, 500, 1000}) dup2(STDIN_FILENO, descriptor);
@@ -237,6 +248,7 @@ TEST(Process, DescriptorsAreClosedWhereNoSingleCallDoesIt) {
     for (const int descriptor : {11, 500, 1000}) EXPECT_LT(fcntl(descriptor, F_GETFD), 0) << descriptor;
   });
 }
+#endif
 
 }  // namespace
 }  // namespace zekara::test

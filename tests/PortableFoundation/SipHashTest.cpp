@@ -19,8 +19,8 @@ std::string CountingBytes(std::size_t size) {
 }
 
 TEST(SipHash, AgreesWithOpenSsl) {
-  // Of the inputs "", 00, 00 01, 00 01 02 and so on: what `openssl mac` gives with -macopt c-rounds:1 and
-  // d-rounds:3.
+  // The results of `openssl mac` with -macopt c-rounds:1 and d-rounds:3 for the inputs "", 00, 00 01,
+  // 00 01 02 and so on.
   constexpr std::uint64_t kHashes[] = {
       0xabac0158050fc4dcU, 0xc9f49bf37d57ca93U, 0x82cb9b024dc7d44dU, 0x8bf80ab8e7ddf7fbU, 0xcf75576088d38328U,
       0xdef9d52f49533b67U, 0xc50d2b50c59f22a7U, 0xd3927d989bb11140U, 0x369095118d299a8eU, 0x25a48eb36c063de4U,
@@ -35,7 +35,8 @@ TEST(SipHash, AgreesWithOpenSsl) {
 }
 
 TEST(SipHash, AgreesWithPython) {
-  // hash() of such bytes objects in Python 3.11 with PYTHONHASHSEED=0, whose key is zero.
+  // The results of Python 3.11's hash() for such bytes objects with PYTHONHASHSEED=0, which makes the key
+  // zero.
   EXPECT_EQ(SipHash({0, 0}, CountingBytes(1)), 0x68a914128e01e473U);
   EXPECT_EQ(SipHash({0, 0}, CountingBytes(2)), 0x010bac45c41e3669U);
   EXPECT_EQ(SipHash({0, 0}, CountingBytes(9)), 0x75927f9d95124362U);

@@ -1,13 +1,21 @@
+#include <algorithm>
 #include <cstdint>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <ostream>
+#include <regex>
 #include <string>
 #include <vector>
 
+#include "Zekara4MacLibrary/ZKAConfig.h"
 #include "Zekara4MacLibrary/ZKAConfigDefaults.h"
 
 namespace zekara {
 namespace {
+
+// Front ends have these numbers in tables of their own.
+static_assert(DefaultTypeString == 0 && DefaultTypeNumber == 1 && DefaultTypeBoolean == 2 &&
+              DefaultTypeList == 3);
 
 struct Row {
   std::string key;
@@ -40,57 +48,64 @@ std::vector<Row> RowsOf(const SectionDefault* table) {
   return rows;
 }
 
-TEST(ZKAConfigDefaults, TypeCodesAreThoseOfTheInterface) {
-  EXPECT_EQ(DefaultTypeString, 0U);
-  EXPECT_EQ(DefaultTypeNumber, 1U);
-  EXPECT_EQ(DefaultTypeBoolean, 2U);
-  EXPECT_EQ(DefaultTypeList, 3U);
+// The rows of the manual page's table that follows the heading: ".It KEY Ta TYPE Ta DEFAULT". Where the
+// default is "see below", the paths below the table are the texts, in the order of the keys, and a list takes
+// all of them that are left for it.
+class ManualSection {
+ public:
+  explicit ManualSection(const std::string& heading) {
+    std::ifstream page(ZEKARA_SOURCE_DIR "/man/zekara32.ini.5");
+    std::string line;
+    while (std::getline(page, line) && line != ".Sh SECTION " + heading) {
+    }
+    while (std::getline(page, line) && !line.starts_with(".Sh ")) read(line);
+    takePaths();
+  }
+  const std::vector<Row>& rows() const { return rows_; }
+
+ private:
+  void read(const std::string& line) {
+    static const std::regex row(R"(\.It (\w+) Ta (\w+) Ta (?:\\&|Pa )?(.*))");
+    static const std::regex path(R"(\.Pa (.*?)(?: [.,])?)");
+    std::smatch parts;
+    if (std::regex_match(line, parts, row)) rows_.push_back({parts[1], typeOf(parts[2]), {parts[3]}});
+    if (std::regex_match(line, parts, path)) paths_.push_back(parts[1]);
+  }
+  static std::uint32_t typeOf(const std::string& word) {
+    if (word == "boolean") return DefaultTypeBoolean;
+    if (word == "number") return DefaultTypeNumber;
+    return word == "list" ? DefaultTypeList : DefaultTypeString;
+  }
+  void takePaths() {
+    auto next = paths_.begin();
+    for (Row& row : rows_) {
+      if (row.texts[0] != "see below" || next == paths_.end()) continue;
+      const auto end = row.type == DefaultTypeList ? paths_.end() : next + 1;
+      row.texts.assign(next, end);
+      next = end;
+    }
+  }
+
+  std::vector<Row> rows_;
+  std::vector<std::string> paths_;
+};
+
+TEST(ZKAConfigDefaults, TablesAreThoseOfTheManualPage) {
+  const ManualSection fileMonitor("MACOSWARDEX");
+  const ManualSection updater("UPDATED");
+  const ManualSection daemon("OF THE SCANNING DAEMON");
+  EXPECT_EQ(RowsOf(g_filed_defaults), fileMonitor.rows());
+  EXPECT_EQ(RowsOf(g_updated_defaults), updater.rows());
+  EXPECT_EQ(RowsOf(g_daemon_defaults), daemon.rows());
 }
 
-TEST(ZKAConfigDefaults, TheScanningDaemonHasItsTwelveSettings) {
-  const std::vector<Row> expected = {
-      {"RunForeground", 2, {"Yes"}},
-      {"User", 0, {"root"}},
-      {"MaxChildren", 1, {"16"}},
-      {"HeuristicAnalysis", 0, {"Yes"}},
-      {"PreFork", 0, {"No"}},
-      {"LogFileName", 0, {"/var/zekara/log/daemon.log"}},
-      {"OutputMode", 0, {"Quiet"}},
-      {"LogScanned", 0, {"No"}},
-      {"PidFile", 0, {"/var/zekara/run/daemon.pid"}},
-      {"Socket", 0, {"/var/zekara/run/daemon.socket"}},
-      {"EnginePath", 0, {"/Library/Application Support/Zekara/lib/zekara32.dll"}},
-      {"VirusBase",
-       3,
-       {"/Library/Application Support/Zekara/bases/*.vdb",
-        "/Library/Application Support/Zekara/bases/*.VDB"}},
-  };
-  EXPECT_EQ(RowsOf(g_daemon_defaults), expected);
-}
-
-TEST(ZKAConfigDefaults, TheUpdaterHasItsTwoSettings) {
-  const std::vector<Row> expected = {{"Mode", 0, {"Auto"}}, {"Interval", 1, {"43200"}}};
-  EXPECT_EQ(RowsOf(g_updated_defaults), expected);
-}
-
-TEST(ZKAConfigDefaults, TheFileMonitorHasItsTwelveSettings) {
-  const std::vector<Row> expected = {
-      {"IsActive", 2, {"No"}},
-      {"FileTimeout", 1, {"30"}},
-      {"SkipArchives", 2, {"Yes"}},
-      {"ExcludedPaths",
-       3,
-       {"/dev", "/private/var/log", "/private/var/zekara/run", "/private/var/zekara/log", "/Network"}},
-      {"InfectedFiles", 0, {"Cure"}},
-      {"IncurableFiles", 0, {"Quarantine"}},
-      {"SuspiciousFiles", 0, {"Report"}},
-      {"ActionAdware", 0, {"Report"}},
-      {"ActionDialers", 0, {"Report"}},
-      {"ActionJokes", 0, {"Report"}},
-      {"ActionRiskware", 0, {"Report"}},
-      {"ActionHacktools", 0, {"Report"}},
-  };
-  EXPECT_EQ(RowsOf(g_filed_defaults), expected);
+TEST(ZKAConfigDefaults, EveryTargetOfAnActionHasAnActionByDefault) {
+  for (std::int32_t target = 1; target <= 8; ++target) {
+    const std::vector<Row> rows = RowsOf(g_filed_defaults);
+    const auto row = std::ranges::find(rows, target2string(target), &Row::key);
+    ASSERT_NE(row, rows.end()) << target2string(target);
+    EXPECT_NE(string2action(row->texts[0].c_str()), 0) << row->texts[0];
+  }
 }
 
 TEST(ZKAConfigDefaults, SupplementingAnEmptyTreeGivesEachRowTheValueOfItsType) {

@@ -27,7 +27,7 @@ std::string NameOfExceptionIn(const std::function<void()>& action) {
   return "no exception";
 }
 
-// What the value is written as, after "key = ".
+// Returns the text that is written for the value, after "key = ".
 std::string Written(const Plist& value) {
   const auto document = ZKAIniData::init();
   document->setObject_forKey_inSection(value, "key", "A");

@@ -15,8 +15,8 @@ namespace {
 using namespace std::string_literals;
 using namespace std::string_view_literals;
 
-// Every token up to the end in a compact notation: [ ] = , for themselves, ~ for a line end, (text) for a
-// string, . for the end.
+// Returns every token up to the end in a compact notation: [ ] = , for themselves, ~ for a line end, (text)
+// for a string, . for the end.
 std::string Tokens(std::string_view bytes) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData(std::string(bytes));
   std::string tokens;
@@ -316,7 +316,7 @@ TEST(ZKAIniLexer, LongDigitStringsAreClampedWhateverTheirLength) {
 
 // Against a second lexer
 
-// Bytes of which most have a meaning in the format.
+// Makes random bytes, most of which have a meaning in the format.
 std::string RandomIniBytes(std::uint32_t seed) {
   constexpr std::string_view kSigns = "[]=,;#\n\r\"\" \tab0129\0\x80\xFF\f\\"sv;
   std::string bytes = RandomBytes(seed, seed % 120);
@@ -332,7 +332,7 @@ TEST(ZKAIniLexer, GivesTheTokensOfTheLiteralLexerForRandomBytes) {
     const std::string bytes = RandomIniBytes(seed);
     ZKAIniLexer lexer = ZKAIniLexer::initWithData(bytes);
     LiteralLexer literal(bytes);
-    // Beyond the first end, too: as many tokens as there can be.
+    // Reads on after the first end, up to the largest possible number of tokens.
     for (std::size_t i = 0; i < bytes.size() + 3; ++i) {
       const int expected = literal.nextToken();
       ASSERT_EQ(lexer.nextToken(), expected) << "token " << i << " of seed " << seed;

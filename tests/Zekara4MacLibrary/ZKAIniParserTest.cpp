@@ -206,7 +206,7 @@ TEST(ZKAIniParser, GivesTheDocumentOfTheLiteralParserForRandomBytes) {
   }
 }
 
-// Whole documents: name.ini is read; name.tree is what was understood, name.written what is written back.
+// Whole documents: name.ini is read, name.tree is the expected tree, name.written the expected text of it.
 
 std::string DataDirectory() {
   return std::string(ZEKARA_SOURCE_DIR) + "/tests/Zekara4MacLibrary/data";

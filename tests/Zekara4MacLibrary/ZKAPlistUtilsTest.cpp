@@ -34,7 +34,7 @@ void ExpectInvalidArgument(const std::function<void()>& action) {
   }
 }
 
-// Equality that tells a boolean from a number and a number from another kind of number.
+// Compares values more strictly than Plist does: a boolean differs from a number, an integer from a real.
 bool AreIdentical(const Plist& left, const Plist& right) {
   return left == right && left.kind() == right.kind() && left.description() == right.description();
 }
@@ -62,7 +62,7 @@ static_assert(std::is_standard_layout_v<SectionDefault> && offsetof(SectionDefau
               offsetof(SectionDefault, value) == 2 * sizeof(const char*) &&
               sizeof(SectionDefault) == 3 * sizeof(const char*));
 
-// Nothing but the makers gives a row its value, and each maker takes what its type holds.
+// Only the makers give a row its value, and each takes the type of value that belongs to its code.
 template <class Value>
 constexpr bool kIsText = requires(const Value& value) {
   SectionDefault::string("key", value);
@@ -164,7 +164,8 @@ TEST(PlistSupplementDefaults, TreeOrSectionThatCannotBeChangedRaisesAtTheFirstWr
   const Plist section = Section({{"text", "own"}}).copy();
   ExpectInvalidArgument([&] { PlistSupplementDefaults(Tree({{"A", section}}), "A", kTable); });
   EXPECT_EQ(section, Section({{"text", "own"}}));
-  PlistSupplementDefaults(Tree({{"A", section}}).copy(), "A", kNoRows);  // nothing to write: nothing to raise
+  // Without rows nothing is written, so nothing is raised.
+  PlistSupplementDefaults(Tree({{"A", section}}).copy(), "A", kNoRows);
 }
 
 TEST(PlistSupplementDefaults, SectionThatIsNoDictionaryRaises) {

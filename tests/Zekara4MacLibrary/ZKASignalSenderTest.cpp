@@ -48,7 +48,7 @@ void MakeSocket(const std::string& path) {
 
 class ZKASendSignalPidFile : public testing::Test {
  protected:
-  // Sends to a pid file with this content, and expects one complaint and no more.
+  // Sends to a pid file with this content, and expects exactly one complaint.
   void expectFailure(std::string_view content) {
     SCOPED_TRACE(std::string(content.substr(0, 40)));
     const std::string path = directory / "pid";
@@ -61,7 +61,7 @@ class ZKASendSignalPidFile : public testing::Test {
     EXPECT_FALSE(ZKASendSignal(path, kHarmless));
     EXPECT_THAT(capture.messages(), ElementsAre(Complaint(kHarmless, path)));
   }
-  // Likewise, by a user who has no rights; only root can become one.
+  // Does the same as a user without rights. Only root can become one.
   void expectFailureAsAnotherUser(const std::string& path) {
     ASSERT_EQ(chmod(directory.path().c_str(), 0755), 0);
     const CapturedLog capture;
@@ -76,7 +76,7 @@ class ZKASendSignalPidFile : public testing::Test {
     EXPECT_EQ(WEXITSTATUS(status), 0);
     EXPECT_THAT(capture.messages(), ElementsAre(Complaint(kHarmless, path)));
   }
-  // Sends to a pid file with this content, and expects the child to get it.
+  // Sends to a pid file with this content, and expects the child to receive the signal.
   void expectSuccess(const std::string& content, StandIn& child) {
     SCOPED_TRACE(content.substr(0, 40));
     const std::string path = directory / "pid";
@@ -131,7 +131,7 @@ TEST_F(ZKASendSignalPidFile, EverySignalNumberIsPassedOn) {
   }
 }
 
-TEST_F(ZKASendSignalPidFile, TextWithoutAPositiveNumberSignalsNobody) {
+TEST_F(ZKASendSignalPidFile, TextWithoutAPositiveNumberSignalsNoProcess) {
   for (const char* text :
        {"", "0", "0\n", "-1", "-1\n", "- 1", "abc", "\n", "  ", "+", "-", "x1", "--1", "+-1", "0x1", ".1"}) {
     expectFailure(text);
@@ -139,7 +139,7 @@ TEST_F(ZKASendSignalPidFile, TextWithoutAPositiveNumberSignalsNobody) {
 }
 
 TEST_F(ZKASendSignalPidFile, NumberBeyondThirtyTwoBitsIsClampedAndDoesNotWrap) {
-  // Each of them is 1, or this process, modulo 2^32 or 2^64.
+  // Modulo 2^32 or 2^64, each of them is 1 or this process.
   for (const char* text :
        {"4294967297", "-4294967295", "18446744073709551617", "-2147483649", "99999999999999999999999"}) {
     expectFailure(text);
@@ -261,7 +261,7 @@ class ZKASendSignalFrontEnds : public PrivateRoot {
     return entry(name);
   }
 
-  // Signals, and keeps what was logged.
+  // Sends the signal and stores the log in `messages`.
   int send(int signal) {
     const CapturedLog capture;
     const int count = ZKASendSignalToGUI(signal);
@@ -521,7 +521,8 @@ TEST_F(ZKASendSignalFrontEnds, SameProcessRegisteredTwiceIsSignalledTwice) {
   });
 }
 
-// A mount in it keeps a directory from being removed.
+#ifdef __linux__
+// Mounts a file system, which keeps the directory above it from being removed.
 void MountIn(const std::string& path) {
   MakeDirectory(path);
   ASSERT_EQ(mount("tmpfs", path.c_str(), "tmpfs", 0, "mode=0755"), 0) << path;
@@ -580,6 +581,7 @@ TEST_F(ZKASendSignalFrontEnds, RemovalThatFailsIsNotLogged) {
     EXPECT_THAT(messages, ElementsAre(Complaint(kHarmless, entry("cc2"))));
   });
 }
+#endif
 
 TEST_F(ZKASendSignalFrontEnds, FilesAreReadAfreshAtEveryCall) {
   inside([&] {

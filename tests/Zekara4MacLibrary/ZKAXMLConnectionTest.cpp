@@ -60,12 +60,12 @@ class Delegate : public ZKAXMLConnectionDelegating {
   std::function<void(ZKAXMLConnection&)> onClose;
 };
 
-// Handles the input that is there; false when there is none, or nobody waits for it.
+// Handles the available input. Returns false if there is none or if no connection reads it.
 bool HandleOneBlock() {
   return NSRunLoop::currentRunLoop().runBeforeDate(NSRunLoop::Clock::now());
 }
 
-// Whether anybody waits for input at all. To be asked when there is input.
+// Returns true if a connection reads. The caller has made input available.
 bool IsReading() {
   return HandleOneBlock();
 }
@@ -94,7 +94,7 @@ void Put(const Descriptor& end, std::string_view bytes) {
   ASSERT_EQ(WriteAll(end.get(), bytes), 0);
 }
 
-// Everything that can be read without waiting.
+// Returns everything that can be read without waiting.
 std::string TakeAll(const Descriptor& end) {
   fcntl(end.get(), F_SETFL, fcntl(end.get(), F_GETFL) | O_NONBLOCK);
   std::string bytes;
@@ -496,7 +496,7 @@ TEST_F(ZKAXMLConnectionPipes, ConnectionThatAnotherOwnerHoldsDeliversOn) {
   RunUntilClosed(delegate);
 }
 
-// Owns its connection, answers one message and is gone, as a server does with each of its clients.
+// Owns its connection, answers one message and deletes itself, as a server does for each client.
 class OneReply final : private ZKAXMLConnectionDelegating {
  public:
   static void serve(const std::shared_ptr<NSFileHandle>& reading,
@@ -609,8 +609,8 @@ TEST_F(ZKAXMLConnectionPipes, ConnectionThatFailedCanBeReplacedOnTheSameHandle) 
   const CapturedLog silence;
   ASSERT_TRUE(HandleOneBlock());
   Delegate second;
-  connection =
-      ZKAXMLConnection::initWithFileHandle_delegate(reading, &second);  // the failed one ends after it
+  // The failed connection ends after the new one has begun.
+  connection = ZKAXMLConnection::initWithFileHandle_delegate(reading, &second);
   put(Small(2));
   EXPECT_TRUE(IsReading());
   EXPECT_THAT(second.descriptions(), ElementsAre("2"));
@@ -846,8 +846,9 @@ TEST_F(ZKAXMLConnectionPipes, ReplyToAReaderThatHasGoneIsLoggedAndTheConnectionS
                                               StartsWith("ZKAXMLConnection:sendMessage: ")));
 }
 
-// In a process of its own, in which SIGPIPE would kill: the connection's other end has gone when it sends.
-[[noreturn]] void SendToNobody(Pipe ends) {
+// Runs in a process of its own, which SIGPIPE would kill. The other end is closed before the connection
+// sends.
+[[noreturn]] void SendToAClosedEnd(Pipe ends) {
   signal(SIGPIPE, SIG_DFL);
   Delegate delegate;
   const auto connection = ZKAXMLConnection::initWithFileHandle_delegate(HandleOn(ends.input), &delegate);
@@ -857,12 +858,12 @@ TEST_F(ZKAXMLConnectionPipes, ReplyToAReaderThatHasGoneIsLoggedAndTheConnectionS
 }
 
 TEST(ZKAXMLConnectionSigpipe, PipeWithoutAReaderDoesNotKillAProcessThatNeverIgnoredSigpipe) {
-  EXPECT_EXIT(SendToNobody(Pipe()), testing::ExitedWithCode(42),
+  EXPECT_EXIT(SendToAClosedEnd(Pipe()), testing::ExitedWithCode(42),
               "ZKAXMLConnection:sendMessage: .*Broken pipe");
 }
 
 TEST(ZKAXMLConnectionSigpipe, SocketWithoutAPeerDoesNotKillEither) {
-  EXPECT_EXIT(SendToNobody(MakeSocketPair()), testing::ExitedWithCode(42),
+  EXPECT_EXIT(SendToAClosedEnd(MakeSocketPair()), testing::ExitedWithCode(42),
               "ZKAXMLConnection:sendMessage: .*Broken pipe");
 }
 

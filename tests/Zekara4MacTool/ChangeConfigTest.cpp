@@ -27,7 +27,7 @@ Plist BothSections() {
                             {"MacOSWardex", Plist::dictionary({{"IsActive", "No"}})}});
 }
 
-// What is raised, or an empty text.
+// Returns the reason of the exception that the command raises, or an empty text.
 std::string Failure(const Plist& patch) {
   try {
     ChangeConfigCmd(patch);
@@ -104,9 +104,9 @@ TEST_F(ChangeConfigCommand, DaemonThatCannotBeSignalledIsLoggedAndTheOtherStillT
   });
 }
 
-// The tool's own id stands in the file monitor's pid file: the signal ends it, but not before the updater is
-// told.
-TEST_F(ChangeConfigCommand, SignalToTheToolItselfWaitsUntilEveryDaemonIsTold) {
+// The file monitor's pid file holds the tool's own ID. The signal ends the tool, but only after the updater
+// has been signalled.
+TEST_F(ChangeConfigCommand, SignalToTheToolItselfWaitsUntilEveryDaemonIsSignalled) {
   inside([] {
     StandIn updateD(kUpdateDPidFile);
     const pid_t tool = StartChild([] {
@@ -136,7 +136,7 @@ TEST_F(ChangeConfigCommand, AbsentPatchRewritesTheFile) {
   });
 }
 
-TEST_F(ChangeConfigCommand, FailureSignalsNobody) {
+TEST_F(ChangeConfigCommand, FailureSignalsNoDaemon) {
   inside([] {
     StandIn fileD(kFileDPidFile);
     StandIn updateD(kUpdateDPidFile);
@@ -172,7 +172,7 @@ TEST_F(ChangeConfigCommand, StateOfTheProcessIsTheSameAfterwards) {
       WriteFile(kConfigurationFile, text);
       EXPECT_EQ(Failure(BothSections()).empty(), *text == '\0');
       pthread_sigmask(SIG_SETMASK, nullptr, &after);
-      for (int signal = 1; signal < SIGRTMIN; ++signal) {
+      for (int signal = 1; signal < 32; ++signal) {
         EXPECT_EQ(sigismember(&after, signal), signal == SIGUSR2 ? 1 : 0) << signal;
       }
       EXPECT_EQ(getuid(), isBorrowed ? kOtherUser : 0U);

@@ -3,7 +3,6 @@
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -37,7 +36,7 @@ class IniFileTools : public testing::Test {
   void write(std::string_view text) const { WriteFile(path_, text); }
   std::string text() const { return ReadFile(path_); }
 
-  // The exception that patching raises, "name: reason", or an empty text.
+  // Returns the exception that patching raises as "name: reason", or an empty text.
   static std::string failure(const std::string& path, const Plist& patch) {
     try {
       PatchIniFile(path, patch);
@@ -74,7 +73,8 @@ TEST_P(PatchIniFileTable, FileAndChangedSectionsAreAsExpected) {
   EXPECT_EQ(text(), GetParam().after);
 }
 
-// Not so for what reads back as something else: digits as a number, a section without keys as nothing.
+// Some values read back as something else: digits as a number, a section without keys as nothing. The same
+// patch changes these again.
 TEST_P(PatchIniFileTable, SamePatchAgainLeavesTheFile) {
   write(GetParam().before);
   PatchIniFile(path_, GetParam().patch);
@@ -142,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
         Change{"Boolean", "[A]\np = 0\n", Patch("A", "p", true), {"A"}, "[A]\np = 1\n\n"}),
     [](const auto& test) { return test.param.name; });
 
-// The next key stands on the same line then, and is lost when the file is read again.
+// The next key is on the same line then, and is lost when the file is read again.
 TEST_F(IniFileTools, EmptyListWritesNoLineEnd) {
   write("[A]\nlist = 1, 2\nnext = x\n");
   EXPECT_THAT(PatchIniFile(path_, Patch("A", "list", Plist::array())), ElementsAre("A"));
@@ -275,7 +275,7 @@ TEST_F(IniFileTools, WriterFailureComesAfterTheTruncationAndLeavesTheFileEmpty) 
   }
 }
 
-// Whether nobody holds the lock and this process has no descriptor of the file left.
+// Returns true if no process holds the lock and this process has no descriptor of the file left.
 bool IsReleased(const std::string& path) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   return flock(file.get(), LOCK_EX | LOCK_NB) == 0;
@@ -304,6 +304,7 @@ class PatchIniFileFault : public IniFileTools {
   static constexpr const char* kNew = "[A]\nb = 2\n\n";
 };
 
+#ifdef __linux__
 TEST_F(PatchIniFileFault, FailureToLockIsCannotOpenAndLeavesTheFile) {
   RunInChild([&] {
     ASSERT_TRUE(MakeSystemCallsFail({SYS_flock}, ENOLCK));
@@ -364,6 +365,7 @@ TEST_F(PatchIniFileFault, FileSystemThatCannotFlushIsNoFailure) {
   });
   EXPECT_EQ(text(), kNew);
 }
+#endif
 
 TEST_F(PatchIniFileFault, TextBeyondTheSizeLimitOfFilesIsRefusedBeforeTheTruncation) {
   RunInChild([&] {
@@ -378,6 +380,7 @@ TEST_F(PatchIniFileFault, TextBeyondTheSizeLimitOfFilesIsRefusedBeforeTheTruncat
   EXPECT_EQ(text(), kNew);
 }
 
+#ifdef __linux__
 TEST_F(PatchIniFileFault, FullFileSystemLeavesABeginningOfTheNewText) {
   if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no file system of the test's own";
   RunInPrivateRoot([&] {
@@ -395,8 +398,9 @@ TEST_F(PatchIniFileFault, FullFileSystemLeavesABeginningOfTheNewText) {
     EXPECT_TRUE(IsReleased(path));
   });
 }
+#endif
 
-// Another process that holds a lock of the kind on the file until it is told to end.
+// Another process that holds a lock on the file until release() is called.
 class LockHolder {
  public:
   LockHolder(const std::string& path, int kind) {
@@ -485,7 +489,7 @@ TEST_F(IniFileTools, SignalsAreBlockedOnceTheFileIsLockedUntilTheTransactionEnds
       EXPECT_TRUE(isBlocked());
     }
     EXPECT_FALSE(isBlocked());
-    // The file was created read-only, which stops everybody but root.
+    // The file was created read-only, so only root could change it again.
     ASSERT_EQ(chmod(path_.c_str(), 0644), 0);
     {
       Transaction transaction;

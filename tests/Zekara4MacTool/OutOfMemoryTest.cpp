@@ -18,7 +18,7 @@
 namespace zekara::test {
 namespace {
 
-// Every kind of value, short and long, in old and new sections.
+// A patch with every kind of value, short and long, in old and new sections.
 Plist RichPatch() {
   const std::string text(300, 'x');
   const Plist values = Plist::dictionary({{"short", "Yes"},
@@ -73,7 +73,7 @@ TEST(PatchIniFileOutOfMemory, FileIsOldOrNewWhicheverAllocationFails) {
     hasFailed = StopFailingAllocations();
     ASSERT_EQ(CountLiveBlocks(), live) << "allocation " << failing;
     ASSERT_EQ(hasThrown, hasFailed) << "allocation " << failing;
-    // No memory is asked for once the file has been cut: a failure leaves it as it was.
+    // The tool allocates nothing after truncating the file, so a failure leaves the old text.
     ASSERT_EQ(ReadFile(path), hasFailed ? oldText : newText) << "allocation " << failing;
     ASSERT_TRUE(IsUnlocked(path)) << "allocation " << failing;
   }
@@ -96,14 +96,14 @@ TEST(PatchIniFileOutOfMemory, WithoutAnyMemoryFromSomeMomentOnTheFileIsOldOrNewT
     try {
       PatchIniFile(path, patch);
     } catch (const std::bad_alloc&) {
-      // What the file holds tells.
+      // The file's text is checked below.
     }
     hasFailed = StopFailingAllocations();
     ASSERT_EQ(ReadFile(path), hasFailed ? oldText : newText) << "allocation " << failing;
   }
 }
 
-// Standard input and output of this process are pipes while it lives.
+// While this object exists, standard input and output of this process are pipes.
 class StandardPipes {
  public:
   explicit StandardPipes(std::string_view request) {
@@ -136,7 +136,7 @@ class StandardPipes {
   Pipe output_;
 };
 
-// Lets the run loop allocate what it keeps for its thread.
+// Makes the run loop allocate what it keeps for its thread, so that it is not counted later.
 void WarmUpRunLoop() {
   const Pipe pipe;
   ASSERT_EQ(write(pipe.input.get(), "x", 1), 1);
@@ -165,7 +165,7 @@ TEST_F(PipeRunnerOutOfMemory, FileIsOldOrNewAndARequestAnsweredWholeOrNotWhichev
     std::string wholeReply;
     CapturedLog log;
     bool hasFailed = true;
-    long failing = -1;  // first a run in which none fails
+    long failing = -1;  // becomes 0 for the first run, in which none fails
     long firstAfterChange = 0;
     while (hasFailed) {
       failing = failing < 0 ? 0 : failing + 1;
@@ -183,7 +183,8 @@ TEST_F(PipeRunnerOutOfMemory, FileIsOldOrNewAndARequestAnsweredWholeOrNotWhichev
         hasThrown = true;
       }
       hasFailed = StopFailingAllocations();
-      ASSERT_LE(CountLiveBlocks(), live) << "allocation " << failing;  // fewer: the run loop's own
+      ASSERT_LE(CountLiveBlocks(), live)
+          << "allocation " << failing;  // fewer if the run loop has released its own
       ASSERT_EQ(CountOpenDescriptors(), descriptors) << "allocation " << failing;
       const std::string reply = pipes.output();
       const std::string text = ReadFile(kConfigurationFile);
@@ -205,7 +206,7 @@ TEST_F(PipeRunnerOutOfMemory, FileIsOldOrNewAndARequestAnsweredWholeOrNotWhichev
     }
     EXPECT_GT(failing, 50);
     EXPECT_GT(firstAfterChange, 50);
-    EXPECT_LT(firstAfterChange, failing);  // the change, once made, stays made
+    EXPECT_LT(firstAfterChange, failing);  // some allocations fail after the change, which stays
   });
 }
 

@@ -43,7 +43,8 @@ std::string SetsInterval(int interval) {
          std::to_string(interval) + "</integer></dict></dict>";
 }
 
-// A tool in a child process, with pipes to it. What the runner lets through ends it with status 2.
+// A tool in a child process, with pipes to it. It exits with status 2 if the runner lets an exception
+// through.
 class Tool {
  public:
   Tool() {
@@ -71,14 +72,13 @@ class Tool {
   void write(std::string_view text) const { ASSERT_EQ(WriteAll(input_.input.get(), text), 0); }
   void closeInput() { input_.input.reset(); }
   void closeOutput() { output_.output.reset(); }
-  void shrinkOutput() const { fcntl(output_.output.get(), F_SETPIPE_SZ, 4096); }
   void waitForOutput() const {
     pollfd readable = {.fd = output_.output.get(), .events = POLLIN, .revents = 0};
     EXPECT_EQ(poll(&readable, 1, -1), 1);
   }
   pid_t process() const { return process_; }
 
-  // Waits for the end without closing the input, and takes what has been written. Returns the exit status.
+  // Waits for the end without closing the input, and keeps the output and the log. Returns the exit status.
   int finish() {
     replies_ = output_.output.isOpen() ? ReadToEnd(output_.output.get()) : std::string();
     logged_ = ReadToEnd(log_.output.get());
@@ -113,7 +113,7 @@ class Tool {
   std::string logged_;
 };
 
-// The one reply to `request`, which ends the tool.
+// Sends the request to a tool of its own and returns the one reply.
 Plist ReplyTo(const std::string& request) {
   Tool tool;
   tool.write(request);
@@ -156,14 +156,14 @@ TEST_F(PipeRunnerRequests, CommandWithoutAnArgumentRewritesTheFile) {
   });
 }
 
-TEST_F(PipeRunnerRequests, FileThatCannotBeOpenedIsToldInErr) {
+TEST_F(PipeRunnerRequests, FileThatCannotBeOpenedIsReportedInErr) {
   inside([] {
     std::filesystem::remove_all("/Library/Application Support");
     EXPECT_EQ(ErrorOf(ReplyTo(Request(kCommand + SetsInterval(60)))), "can't open ini file");
   });
 }
 
-TEST_F(PipeRunnerRequests, SyntaxErrorIsToldInErrAndTheFileStays) {
+TEST_F(PipeRunnerRequests, SyntaxErrorIsReportedInErrAndTheFileStays) {
   inside([] {
     WriteFile(kConfigurationFile, "syntax error");
     EXPECT_EQ(ErrorOf(ReplyTo(Request(kCommand + SetsInterval(60)))), "unexpected token");
@@ -174,12 +174,12 @@ TEST_F(PipeRunnerRequests, SyntaxErrorIsToldInErrAndTheFileStays) {
 struct Refused {
   const char* name;
   std::string entries;
-  const char* error;  // null: a sentence that is ours to choose
+  const char* error;  // null if any sentence will do
 };
 
 class PipeRunnerRefusal : public PrivateRoot, public testing::WithParamInterface<Refused> {};
 
-TEST_P(PipeRunnerRefusal, IsToldInErrAndTheFileIsNotTouched) {
+TEST_P(PipeRunnerRefusal, IsReportedInErrAndTheFileIsNotTouched) {
   inside([] {
     WriteFile(kConfigurationFile, "[UpdateD]\nInterval=1\n");
     const std::string error = ErrorOf(ReplyTo(Request(GetParam().entries + Text("id", "7"))));
@@ -245,7 +245,7 @@ TEST_F(PipeRunnerRequests, RequestsOfOneWriteAreAllAnsweredInOrder) {
 TEST_F(PipeRunnerRequests, RequestAfterTheFirstReplyIsNeverAnswered) {
   inside([] {
     Tool tool;
-    // The second one is there in part, so that the runner has a reason to read on if it would.
+    // A part of the second request is there, so that a runner that reads on would be noticed.
     tool.write(Request(kCommand + SetsInterval(60)) + "<plist><dict>" + kCommand);
     EXPECT_EQ(tool.finish(), 0);
     EXPECT_THAT(tool.replies(), SizeIs(1));
@@ -302,7 +302,7 @@ TEST_F(PipeRunnerRequests, InputThatCannotBeReadEndsWithoutOutput) {
   });
 }
 
-TEST_F(PipeRunnerRequests, RequestThatIsNoDictionaryIsLoggedAndEndsTheRunnerWithoutAReply) {
+TEST_F(PipeRunnerRequests, RequestThatIsNotADictionaryIsLoggedAndEndsTheRunnerWithoutAReply) {
   inside([] {
     for (const char* content : {"<array><string>cmd</string></array>", "<string>text</string>",
                                 "<integer>1</integer>", "<true/>", "<data>AAAA</data>"}) {
@@ -316,7 +316,7 @@ TEST_F(PipeRunnerRequests, RequestThatIsNoDictionaryIsLoggedAndEndsTheRunnerWith
   });
 }
 
-TEST_F(PipeRunnerRequests, MessageThatIsNoPropertyListIsLoggedAndTheNextAnswered) {
+TEST_F(PipeRunnerRequests, MessageThatIsNotAPropertyListIsLoggedAndTheNextAnswered) {
   inside([] {
     Tool tool;
     tool.write("garbage</plist>" + Request(kCommand + SetsInterval(60)));
@@ -326,7 +326,7 @@ TEST_F(PipeRunnerRequests, MessageThatIsNoPropertyListIsLoggedAndTheNextAnswered
   });
 }
 
-TEST_F(PipeRunnerRequests, ReplyThatNobodyReadsIsLoggedAndTheChangeMade) {
+TEST_F(PipeRunnerRequests, ReplyWithoutAReaderIsLoggedAndTheChangeMade) {
   inside([] {
     Tool tool;
     tool.closeOutput();
@@ -351,8 +351,7 @@ TEST_F(PipeRunnerRequests, NothingButRepliesIsWrittenToTheOutput) {
 TEST_F(PipeRunnerRequests, ReaderOfRepliesThatIsNotReadingIsNotWaitedForUnderTheLock) {
   inside([] {
     Tool tool;
-    tool.shrinkOutput();
-    tool.write(Request(kCommand + SetsInterval(60) + Text("filler", std::string(20'000, 'x'))));
+    tool.write(Request(kCommand + SetsInterval(60) + Text("filler", std::string(200'000, 'x'))));
     tool.waitForOutput();  // the reply is being written, and does not fit
     const Descriptor file(open(kConfigurationFile, O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(flock(file.get(), LOCK_EX | LOCK_NB), 0);

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -13,6 +12,10 @@
 #include "PortableFoundation/NSLog.h"
 #include "Zekara4MacTool/ProcessState.h"
 #include "tests/support/Processes.h"
+
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
 
 namespace zekara::test {
 namespace {
@@ -90,7 +93,8 @@ TEST(PrepareProcess, InheritedDescriptorsAreClosedAndTheStandardOnesKept) {
   });
 }
 
-// Every set of closed ones; the exit status tells, as there may be nowhere to write to.
+// Tries every combination of closed descriptors. The child reports by its exit status, because it may have
+// nothing to write to.
 TEST(PrepareProcess, ClosedStandardDescriptorsAreTheNullDeviceAndOutputCannotBeWritten) {
   for (int closed = 1; closed < 8; ++closed) {
     const pid_t child = StartChild([closed] {
@@ -191,7 +195,9 @@ TEST(PrepareProcess, PrivilegedProcessHasNoEnvironmentAndCannotBeTraced) {
     ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 15), 0);
     PrepareProcess();
     EXPECT_EQ(*environ, nullptr);
+#ifdef __linux__
     EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
+#endif
     if (MayRaisePriority()) {
       EXPECT_EQ(getpriority(PRIO_PROCESS, 0), 0);
     }
@@ -256,7 +262,7 @@ TEST(Transaction, SignalThatArrivesMeanwhileTakesEffectAtTheEnd) {
     Transaction transaction;
     transaction.blockSignals();
     kill(getpid(), SIGTERM);
-    // With the signal in effect at once, the status would be the same: what has been done by then tells.
+    // A signal that takes effect at once would end the process in the same way, so the mask is checked here.
     return IsBlocked(SIGTERM) ? 7 : 1;
   });
   EXPECT_EQ(WaitForChild(child), 128 + SIGTERM);

@@ -1,6 +1,6 @@
-// Runs the self-check on the path given, as the tool does at its start. Ends with 0 when it returns, 10 or 11
-// for the error of the owner or the mode change, 12 for any other. Standard output tells what is blocked, and
-// who the process is, afterwards.
+// Runs the self-check on the given path, as the tool does at its start. Exits with 0 if it returns, with 10
+// or 11 if changing the owner or the mode fails, and with 12 for any other exception. Writes the IDs of the
+// process and its blocked signals afterwards to standard output.
 
 #include <signal.h>
 #include <unistd.h>

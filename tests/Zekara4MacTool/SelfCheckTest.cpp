@@ -1,7 +1,6 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 
 #include <filesystem>
@@ -19,6 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 
+#ifdef __linux__
 #ifdef SYS_chmod
 constexpr auto kModeCalls = {SYS_chmod, SYS_fchmodat, SYS_fchmod};
 #else
@@ -33,8 +33,9 @@ constexpr auto kOwnerCalls = {SYS_fchownat, SYS_fchown};
 bool Fail(std::initializer_list<int> calls) {
   return MakeSystemCallsFail(calls, EPERM);
 }
+#endif
 
-// The self-check's outcome: the details of the error that it throws, or nil when it returns.
+// Returns the details of the error that the self-check throws, or nil if it returns.
 Plist Outcome(const std::string& path) {
   try {
     EXPECT_TRUE(SelfCheck(path));
@@ -78,11 +79,12 @@ class SelfCheckAsRoot : public SelfCheckPath {
   }
 };
 
+#ifdef __linux__
 TEST_F(SelfCheckAsRoot, CorrectFileIsLoggedAndNotChanged) {
   make(0, 0, 04755);
   const struct stat before = StatusOf(path_);
   RunInChild([&] {
-    // Any change would fail.
+    // Any change would fail and be noticed.
     ASSERT_TRUE(Fail(kModeCalls));
     ASSERT_TRUE(Fail(kOwnerCalls));
     CapturedLog log;
@@ -93,6 +95,7 @@ TEST_F(SelfCheckAsRoot, CorrectFileIsLoggedAndNotChanged) {
   EXPECT_EQ(after.st_ctim.tv_sec, before.st_ctim.tv_sec);
   EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
 }
+#endif
 
 struct Wrong {
   const char* name;
@@ -111,7 +114,8 @@ TEST_P(SelfCheckRepair, OwnerGroupAndModeAreSet) {
   expectAttributes(0, 0, 04755);
 }
 
-// Also where the owner is right already.
+#ifdef __linux__
+// The owner is changed even if it is right already.
 TEST_P(SelfCheckRepair, FailureToChangeTheOwnerThrowsTheRequestedIdsAndLeavesTheMode) {
   make(GetParam().owner, GetParam().group, GetParam().mode);
   RunInChild([&] {
@@ -123,7 +127,7 @@ TEST_P(SelfCheckRepair, FailureToChangeTheOwnerThrowsTheRequestedIdsAndLeavesThe
   expectAttributes(GetParam().owner, GetParam().group, GetParam().mode);
 }
 
-// The owner has been changed by then.
+// The tool changes the owner before the mode.
 TEST_P(SelfCheckRepair, FailureToChangeTheModeThrowsTheAttributesFoundBefore) {
   make(GetParam().owner, GetParam().group, GetParam().mode);
   RunInChild([&] {
@@ -137,6 +141,7 @@ TEST_P(SelfCheckRepair, FailureToChangeTheModeThrowsTheAttributesFoundBefore) {
   EXPECT_EQ(StatusOf(path_).st_uid, 0U);
   EXPECT_EQ(StatusOf(path_).st_gid, 0U);
 }
+#endif
 
 INSTANTIATE_TEST_SUITE_P(Attributes, SelfCheckRepair,
                          testing::Values(Wrong{"Owner", 1000, 0, 04755}, Wrong{"Group", 0, 1001, 04755},
@@ -184,8 +189,8 @@ TEST_F(SelfCheckAsRoot, UserWithoutRightsFailsAtTheOwnerChange) {
   expectAttributes(0, 0, 0755);
 }
 
-// His own file, which he may change: the owner change is what he may not do.
-TEST_F(SelfCheckAsRoot, UserWithoutRightsFailsForHisOwnFileToo) {
+// Users may change the mode of their own files, but not the owner.
+TEST_F(SelfCheckAsRoot, UserWithoutRightsFailsForAFileOfTheirOwnToo) {
   make(kOtherUser, kOtherUser, 0755);
   RunInChild([&] {
     ASSERT_TRUE(BecomeOtherUser());
@@ -194,6 +199,7 @@ TEST_F(SelfCheckAsRoot, UserWithoutRightsFailsForHisOwnFileToo) {
   expectAttributes(kOtherUser, kOtherUser, 0755);
 }
 
+#ifdef __linux__
 TEST_F(SelfCheckAsRoot, ReadOnlyFileSystemFailsAtTheOwnerChange) {
   if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no mount of the test's own";
   RunInPrivateRoot([] {
@@ -205,8 +211,9 @@ TEST_F(SelfCheckAsRoot, ReadOnlyFileSystemFailsAtTheOwnerChange) {
     EXPECT_EQ(ModeOf("/Library/tool"), 0755U);
   });
 }
+#endif
 
-// A program started with rights that its caller lacks.
+// A program that runs with rights that its caller lacks.
 class SelfCheckPrivileged : public SelfCheckAsRoot {
  protected:
   void SetUp() override {
@@ -291,12 +298,13 @@ TEST_F(SelfCheckPrivileged, ForeignFileFailsAtTheOwnerChangeAndIsNotTouched) {
     EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
   }
   EXPECT_EQ(run(directory_ / "missing").status, 10);
-  // A device of the test's own: were the check broken, it would be the machine's that becomes set-user-id.
+  // A device of the test's own, because a broken self-check would change the machine's /dev/null.
   ASSERT_EQ(mknod((directory_ / "device").c_str(), S_IFCHR | 0666, makedev(1, 3)), 0);
   EXPECT_EQ(run(directory_ / "device").status, 10);
   EXPECT_EQ(run("").status, 10);
 }
 
+#ifdef __linux__
 TEST_F(SelfCheckPrivileged, FailuresOfTheTwoChangesAreToldApart) {
   Result result = run(path_, [] { return Fail(kOwnerCalls); });
   EXPECT_EQ(result.status, 10);
@@ -323,8 +331,10 @@ TEST_F(SelfCheckPrivileged, RunningFileThatHasLostItsNameIsNotRepaired) {
   ASSERT_TRUE(Examine(file, after));
   EXPECT_EQ(after.st_mode & 07777U, 0755U);
 }
+#endif
 
-// The link names the running file for the first look and another one for the second, or the other way round.
+// The link may name the running file at the first look and another file at the second, or the other way
+// round.
 TEST_F(SelfCheckPrivileged, LinkThatIsSwitchedMeanwhileNeverChangesAnotherFile) {
   WriteFile(directory_ / "other", "");
   ASSERT_EQ(chmod((directory_ / "other").c_str(), 0755), 0);

@@ -1,4 +1,4 @@
-// Uses every public header of the library. Ends with status 0 when all is as it says.
+// Uses every public header of the library. Exits with status 0 if everything works as the headers say.
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// Uses every public header of PortableFoundation. Ends with status 0 when all is as it says.
+// Uses every public header of PortableFoundation. Exits with status 0 if everything works as the headers say.
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,12 +1,12 @@
-// Becomes an unprivileged caller and starts a program, with as few system calls of its own as can be:
+// Becomes an unprivileged caller and starts a program, with as few system calls of its own as possible:
 //
 //   SecurityCaller UID GID [--root DIRECTORY] [--terminal | --alarm SECONDS | --measure] PROGRAM ARGV0
 //   ARGUMENT...
 //
-// --root changes the root directory, in which PROGRAM is looked for, first. --terminal makes standard error,
-// which must be a terminal, the controlling terminal of a new session. --alarm leaves a timer behind that
-// rings after so many seconds and then ten times a second. --measure waits for the program's end, writes its
-// peak memory in kilobytes to descriptor 9, which the program does not get, and ends as it did.
+// --root changes the root directory first, so PROGRAM is a path in it. --terminal makes standard error, which
+// must be a terminal, the controlling terminal of a new session. --alarm leaves a timer that fires after so
+// many seconds and then ten times a second. --measure waits until the program ends, writes its peak memory in
+// kilobytes to descriptor 9, which the program does not inherit, and exits with the program's status.
 
 #include <grp.h>
 #include <sys/ioctl.h>
@@ -41,7 +41,7 @@ bool SetAlarm(const char* seconds) {
   return setitimer(ITIMER_REAL, &timer, nullptr) == 0;
 }
 
-// Carries out one option other than --measure and moves on to what follows it.
+// Carries out one option other than --measure and advances to the next argument.
 bool Prepare(char**& rest) {
   const char* option = *rest++;
   if (std::strcmp(option, "--terminal") == 0) return setsid() >= 0 && ioctl(STDERR_FILENO, TIOCSCTTY, 0) == 0;

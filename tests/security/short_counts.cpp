@@ -1,10 +1,10 @@
-// Starts a program and makes its system calls move fewer bytes than they were asked to:
+// Starts a program and makes its system calls transfer fewer bytes than it asks for:
 //
 //   SecurityShortCounts read|write COUNT UID GID PROGRAM ARGV0 ARGUMENT...
 //
-// Every call of the kind moves at most COUNT bytes, as the kernel may do at any time. UID and GID are the
-// caller's; set-user-id programs keep their rights, as this one, which traces them, is root's. Ends as the
-// program does.
+// Every call of the kind transfers at most COUNT bytes, as the kernel may do at any time. UID and GID are the
+// caller's. Set-user-ID programs keep their rights, because root traces them. Exits with the program's
+// status.
 
 #include <elf.h>
 #include <grp.h>
@@ -51,7 +51,7 @@ void Shorten(pid_t process, long call, unsigned long long count) {
 [[noreturn]] void Start(char* argv[]) {
   const auto user = static_cast<uid_t>(std::strtoul(argv[3], nullptr, 10));
   const auto group = static_cast<gid_t>(std::strtoul(argv[4], nullptr, 10));
-  // As root, so that the tracer's rights count and not the caller's.
+  // As root, because the kernel looks at the tracer's rights.
   if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) _exit(127);
   if (setgroups(0, nullptr) != 0 || setresgid(group, group, group) != 0) _exit(127);
   if (setresuid(user, user, user) != 0) _exit(127);

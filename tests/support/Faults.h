@@ -2,6 +2,10 @@
 
 // Memory that runs out and system calls that fail.
 
+#ifdef __linux__
+#include <sys/syscall.h>
+#endif
+
 #include <initializer_list>
 
 namespace zekara::test {

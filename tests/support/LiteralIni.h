@@ -8,8 +8,8 @@
 
 namespace zekara {
 
-// A second lexer for configuration files, made for comparing: it follows the rules of docs/ini-format.md step
-// by step, one character at a time, and shares no code with ZKAIniLexer.
+// A second lexer for configuration files, with which ZKAIniLexer is compared. It follows the rules of
+// docs/ini-format.md step by step, one character at a time, and shares no code with ZKAIniLexer.
 class LiteralLexer {
  public:
   explicit LiteralLexer(std::string data) : data_(std::move(data)) {}
@@ -31,18 +31,18 @@ class LiteralLexer {
 };
 
 // Reads the bytes with the second lexer and a second parser. Returns the document in the notation of
-// DumpIniTree(); where the bytes cannot be read to their end, a first line "! ini-syntax" or "!
-// NSInvalidArgumentException" and then what had been read.
+// DumpIniTree(). If the bytes cannot be read to their end, a line "! ini-syntax" or
+// "! NSInvalidArgumentException" comes first, and then the part that had been read.
 std::string LiteralParse(std::string_view bytes);
-// The same text, made by ZKAIniParser.
+// Returns the same text, made by ZKAIniParser.
 std::string DumpParse(std::string_view bytes);
 
-// A section tree as text for people, in the tree's order: lines like
+// Returns a section tree as readable text, in the tree's order:
 //   [Section]
 //   key = string "text"
 //   key = list
 //     integer 5
-// Characters beyond printable ASCII, quotes and backslashes stand as \xNN.
+// Characters other than printable ASCII, quotes and backslashes are written as \xNN.
 std::string DumpIniTree(const Plist& tree);
 std::string DumpIniValue(const Plist& value);
 

@@ -114,7 +114,7 @@ std::string Trimmed(std::string text) {
   return text;
 }
 
-// Up to 12 characters of 1 to 127 but those of `excluded`, without blanks at the ends.
+// Returns up to 12 characters of the codes 1 to 127 that are not in `excluded`, without blanks at the ends.
 std::string GenerateText(Choices& choices, std::string_view excluded) {
   std::string text;
   for (std::size_t left = choices.below(13); left > 0; --left) {
@@ -124,7 +124,7 @@ std::string GenerateText(Choices& choices, std::string_view excluded) {
   return Trimmed(text);
 }
 
-// A section's or key's name: any plain word.
+// Returns the name of a section or key, which is a plain word.
 std::string GenerateName(Choices& choices) {
   const std::string name = GenerateText(choices, "[]=,;#\n\r");
   return name.empty() || name.front() == '"' ? "n" + name : name;

@@ -9,7 +9,8 @@
 
 namespace zekara {
 
-// Choices, made from the bytes of a fuzzer's input or of RandomBytes(); zero once they are used up.
+// Turns the bytes of a fuzzer's input, or of RandomBytes(), into choices. Every choice is 0 once they are
+// used up.
 class Choices {
  public:
   explicit Choices(std::string_view bytes) : bytes_(bytes) {}
@@ -23,16 +24,16 @@ class Choices {
   std::string_view bytes_;
 };
 
-// The same bytes for the same seed, on every platform.
+// Returns the same bytes for the same seed on every platform.
 std::string RandomBytes(std::uint32_t seed, std::size_t size);
 
-// A value of any kind. There are few of each, so that equal ones meet often.
+// Returns a value of any kind. There are few of each kind, so that two are often equal.
 Plist GenerateValue(Choices& choices, int depth = 2);
 
-// A modifiable section tree of such values; names come from a small stock.
+// Returns a modifiable section tree of such values, with names from a short list.
 Plist GenerateSectionTree(Choices& choices);
 
-// A section tree of which docs/ini-format.md promises that it is the same after writing and reading.
+// Returns a section tree that, by docs/ini-format.md, is the same after writing and reading.
 Plist GenerateIniTree(Choices& choices);
 
 }  // namespace zekara

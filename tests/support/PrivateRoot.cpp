@@ -1,16 +1,19 @@
 #include "tests/support/PrivateRoot.h"
 
-#include <sched.h>
-#include <sys/mount.h>
-
 #include <filesystem>
 #include <fstream>
+
+#ifdef __linux__
+#include <sched.h>
+#include <sys/mount.h>
+#endif
 
 namespace zekara::test {
 namespace {
 
 enum class Kind { kNone, kDirectory, kMount };
 
+#ifdef __linux__
 // With the right to mount in it: as root, or as what looks like root in a user namespace.
 bool EnterMountNamespace() {
   const uid_t user = geteuid();
@@ -24,9 +27,18 @@ bool EnterMountNamespace() {
   return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
+bool MountMemory(const std::string& directory) {
+  return EnterMountNamespace() && mount("tmpfs", directory.c_str(), "tmpfs", 0, "mode=0755") == 0;
+}
+#else
+bool MountMemory(const std::string&) {
+  return false;
+}
+#endif
+
 // Changes the root directory of this process to `root` for good. Returns what it has got.
 Kind Enter(const std::string& root) {
-  const bool isMount = EnterMountNamespace() && mount("tmpfs", root.c_str(), "tmpfs", 0, "mode=0755") == 0;
+  const bool isMount = MountMemory(root);
   umask(022);
   for (const char* directory : {"/tmp", "/Library/Application Support/Zekara", "/var/zekara/run"}) {
     std::filesystem::create_directories(root + directory);
@@ -39,7 +51,8 @@ Kind Enter(const std::string& root) {
 Kind KindThatCanBeHad() {
   static const Kind kind = [] {
     const TemporaryDirectory root;
-    return static_cast<Kind>(WaitForChild(StartChild([&] { return static_cast<int>(Enter(root.path())); })));
+    const int found = WaitForChild(StartChild([&] { return static_cast<int>(Enter(root.path())); }));
+    return found <= static_cast<int>(Kind::kMount) ? static_cast<Kind>(found) : Kind::kNone;
   }();
   return kind;
 }
