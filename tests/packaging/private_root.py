@@ -93,6 +93,7 @@ class PrivateRoot:
         for depth in range(1, len(parts)):
             os.makedirs(self.at("/" + "/".join(parts[:depth])), mode=0o755, exist_ok=True)
         shutil.copytree(path, self.at(path), ignore=ignore, symlinks=True)
+        subprocess.run(["chmod", "-R", "a+rX", self.at("/" + parts[0])], check=True)  # the umask of the build is another matter
         self._note_content()
 
     def command(self, *command, user="0:0", umask=0o022, cwd="/", environment=()):

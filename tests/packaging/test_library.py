@@ -3,6 +3,7 @@
 import glob
 import os
 import re
+import shlex
 
 from installation import BUILD, REPOSITORY, TOOL, PackagingTest, run
 
@@ -41,7 +42,7 @@ class TheInstalledLibrary(PackagingTest):
         for name in ("Zekara4Mac", "zekara4mac"):
             self.assertEqual(self.succeed("pkg-config", "--modversion", name, env=environment).strip(), "1.0.0")
             self.assertEqual(self.succeed("pkg-config", "--variable=tool", name, env=environment).strip(), TOOL)
-            flags[name] = self.succeed("pkg-config", "--cflags", "--libs", name, env=environment).split()
+            flags[name] = shlex.split(self.succeed("pkg-config", "--cflags", "--libs", name, env=environment))
         self.assertEqual(flags["Zekara4Mac"], flags["zekara4mac"])
         for program in PROGRAMS:
             self.succeed("c++", f"{CONSUMER}/{program}.cpp", *flags["zekara4mac"], "-o", f"{self.scratch}/{program}")
