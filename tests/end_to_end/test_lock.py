@@ -32,7 +32,7 @@ class Lock(ToolTestCase):
         return process
 
     def start_waiting_request(self, settings):
-        """A tool that has come as far as waiting for the lock, which somebody must hold."""
+        """A tool that waits for the lock, which another process must hold."""
         process = self.start_request(settings)
         tool.wait_until_it_waits_for_the_lock(process)
         return process

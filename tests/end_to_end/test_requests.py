@@ -103,7 +103,7 @@ class RequestsThatAreRefused(ToolTestCase):
         self._updated = self.start_updated()
 
     def assert_refused(self, message):
-        """The request fails, nothing is changed and nobody signalled; returns the error text."""
+        """The request fails, changes nothing and signals no daemon; returns the error text."""
         reply = reply_to(message)
         self.assertIsInstance(reply.get("err"), str)
         self.assertNotEqual(reply["err"], "")

@@ -207,7 +207,7 @@ class Failures(ToolTestCase):
 
 
 class WhoIsSignalled(ToolTestCase):
-    """Rows: a change of CONTENT, and whether the file monitor and the updater are told."""
+    """Rows: a change of CONTENT, and if the tool signals the file monitor and the updater."""
 
     ROWS = (
         ("nothing", {}, False, False),

@@ -202,7 +202,7 @@ def locked(kind=fcntl.LOCK_EX):
 
 
 def is_locked():
-    """Whether somebody holds a lock on the configuration file."""
+    """Returns true if any process holds a lock on the configuration file."""
     with open(tool.CONFIG, "rb") as file:
         try:
             fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)

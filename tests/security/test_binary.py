@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""What the shipped binary is made of, as readelf and nm tell it: its hardening, and that it needs nobody's libraries.
+"""What the shipped binary is made of, as readelf and nm show it: its hardening, and that it needs no library.
 
     tests/security/test_binary.py TOOL LIBRARY...
 
-TOOL is the built executable, each LIBRARY a static library that it was linked from. The exit status is 77 where readelf is
-missing or TOOL is no ELF file.
+TOOL is the built executable, each LIBRARY a static library that it was linked from. The exit status is 77 if readelf is
+missing or TOOL is not an ELF file.
 """
 
 import re
@@ -25,7 +25,7 @@ def why_not_here():
     if not all(map(shutil.which, ("readelf", "nm", "objdump"))):
         return "readelf, nm or objdump is missing"
     with open(TOOL, "rb") as file:
-        return None if file.read(4) == b"\x7fELF" else "the tool is no ELF file"
+        return None if file.read(4) == b"\x7fELF" else "the tool is not an ELF file"
 
 
 def is_x86_64():

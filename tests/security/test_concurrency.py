@@ -1,4 +1,4 @@
-"""Sixty-four instances of several accounts at once: every change is there in the end, and nobody who locks sees half a file."""
+"""Sixty-four instances of several accounts at once: every change is there in the end, and no reader who locks sees half a file."""
 
 import fcntl
 import os
@@ -54,7 +54,7 @@ class ManyInstances(ToolTestCase):
 
 
 class _Reader:
-    """A process that reads the file under a shared lock all the time, and tells of anything that is not a whole file."""
+    """A process that reads the file under a shared lock all the time, and reports anything that is not a whole file."""
 
     def __init__(self):
         self._report, report = os.pipe()

@@ -32,7 +32,7 @@ ERRORS = {"read": ("EIO",), "write": STORAGE_ERRORS, "ftruncate": STORAGE_ERRORS
 ERRORS |= {"openat": ("EIO", "ENOSPC", "EMFILE", "EACCES"), "flock": ("EIO", "ENOLCK"), "close": ("EIO", "ENOSPC")}
 ALSO_WITHOUT_EFFECT = ("write",)  # a count of 0
 
-# Never more than this of one kind in one run: a loop without an end would be told as such.
+# Never more than this of one kind in one run: this limit reports a loop without an end.
 LIMIT = 200
 
 
@@ -110,7 +110,7 @@ class Faults(ToolTestCase):
             self.assertEqual(run.file, OLD)
         if run.succeeded:
             self.assertEqual(run.file, NEW)
-            # A daemon that cannot be told is logged, and the other one is told all the same.
+            # The tool logs a daemon that it cannot signal, and signals the other one all the same.
             untold = [signals for signals in run.signals if signals != [1]]
             self.assertIn(untold, ([], [[]]), run.signals)
             self.assertEqual(run.result.errors.count(b"Can't signal 1 to "), len(untold))
@@ -201,7 +201,7 @@ class Faults(ToolTestCase):
                     if not any("(INJECTED)" in line for line in lines):
                         break
                     with self.subTest(call=call, error=error, number=number):
-                        # After a change of owner whose change of mode is refused, the bit is gone: that failure is told.
+                        # If the change of mode is refused after that of the owner, the bit is gone, and the tool reports the failure.
                         allowed = [(0, 0, 0o4711), (0, 0, 0o4755)]
                         if call == "fchmod":
                             allowed.append((0, 0, 0o711))

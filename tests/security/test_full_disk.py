@@ -1,4 +1,4 @@
-"""A file system without room: the reply tells, and the file is empty or a beginning of the new text."""
+"""A file system without room: the reply reports it, and the file is empty or a beginning of the new text."""
 
 import contextlib
 import os

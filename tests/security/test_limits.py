@@ -58,7 +58,7 @@ class Limits(ToolTestCase):
         return None
 
     def assert_done_or_refused(self, result):
-        """Exactly one of: made and told so, or not made; and in no case a lock that is left."""
+        """The change is made and the reply says so, or it is not made; and no lock is left."""
         after = tool.read_config()
         self.assertFalse(hostile.is_locked())
         if result is not None and result.output and result.error is None:

@@ -325,7 +325,7 @@ class Rights(StartUpCase):
                 self.addCleanup(os.close, reader)
                 self.addCleanup(os.close, writer)
                 process = self.start_tool("pipe", **{stream: writer}, **hostile.as_user())
-                # Nobody is there to be signalled, so two lines are logged for it.
+                # No daemon is running, so the tool logs two lines about that.
                 settings = {"A": {"k": "x" * 200}, "MacOSWardex": {"IsActive": "x"}, "UpdateD": {"Mode": "x"}}
                 process.stdin.write(tool.encode(tool.request(settings)))
                 process.stdin.flush()
@@ -375,7 +375,7 @@ class Rights(StartUpCase):
 
 
 class WhereTheFileShouldBe(StartUpCase):
-    """What stands at the path of the configuration file, or of a pid file, is not what it should be."""
+    """The path of the configuration file, or of a pid file, names something else than a regular file."""
 
     def assert_cannot_open(self, result):
         self.assertEqual((result.status, result.error), (0, "can't open ini file"))

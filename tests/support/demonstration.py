@@ -53,7 +53,7 @@ WIDTH = 88
 
 
 class Deviation(Exception):
-    """The tool did something else than this demonstration tells."""
+    """The tool did something else than this demonstration says."""
 
 
 def main():

@@ -189,7 +189,7 @@ def merge(sections, patch):
 
 
 def written(sections):
-    """The text of the file; raises WriteFailure for a section that is no dictionary."""
+    """The text of the file; raises WriteFailure for a section that is not a dictionary."""
     text = []
     for name, settings in sections.items():
         text.append(f"[{name}]\n")

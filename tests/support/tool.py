@@ -66,7 +66,7 @@ def log_lines(text):
 
 
 def split_replies(output):
-    """Splits standard output into the bytes of its replies; anything that is no reply is an error."""
+    """Splits standard output into the bytes of its replies; anything else is an error."""
     replies = []
     while output:
         end = output.find(_MESSAGE_END)
@@ -188,7 +188,7 @@ def wait_until(condition, what, process):
 
 
 def waits_for_lock(pid):
-    """Whether the process waits for a file lock."""
+    """Returns true if the process waits for a file lock."""
     with open("/proc/locks", encoding="ascii") as locks:
         return any("->" in line and f" {pid} " in line for line in locks)
 
@@ -209,7 +209,7 @@ def waits_with_all_read(process):
 
 
 def wait_until_it_waits_for_the_lock(process):
-    """Waits until the tool has come as far as waiting for a lock, which somebody must hold."""
+    """Waits until the tool waits for a lock, which another process must hold."""
     wait_until(lambda: waits_for_lock(process.pid), "the tool waits for the lock", process)
 
 
