@@ -135,7 +135,7 @@ Plist::Entry& Plist::DictionaryNode::entryByHash(const Plist& key) {
 }
 
 void Plist::DictionaryNode::grow() {
-  constexpr std::size_t kFirstCapacity = 8;
+  constexpr std::size_t kFirstCapacity = 16;
   reserve(std::max(kFirstCapacity, 2 * entries.size()));
 }
 

@@ -104,7 +104,7 @@ void ZKAIniLexer::readWord() noexcept {
   skip(LineEnds);
 }
 
-std::string_view ZKAIniLexer::string() const noexcept {
+inline std::string_view ZKAIniLexer::trimmedText() const noexcept {
   const char* start = data_.view().data() + textStart_;
   const char* end = data_.view().data() + textEnd_;
   while (start != end && IsPartOf(Blanks, *start)) ++start;
@@ -112,15 +112,23 @@ std::string_view ZKAIniLexer::string() const noexcept {
   return {start, static_cast<std::size_t>(end - start)};
 }
 
-std::size_t ZKAIniLexer::lineAt(std::size_t offset) const noexcept {
-  const std::string_view before = data_.view().substr(0, offset);
-  return 1 + static_cast<std::size_t>(std::ranges::count(before, '\n'));
+std::string_view ZKAIniLexer::string() const noexcept {
+  return trimmedText();
+}
+
+Plist ZKAIniLexer::name() const {
+  return data_.string(trimmedText());
 }
 
 Plist ZKAIniLexer::value() const {
-  const std::string_view text = string();
+  const std::string_view text = trimmedText();
   if (AreDigits(text)) return IntValue(text);
   return data_.string(text);
+}
+
+std::size_t ZKAIniLexer::lineAt(std::size_t offset) const noexcept {
+  const std::string_view before = data_.view().substr(0, offset);
+  return 1 + static_cast<std::size_t>(std::ranges::count(before, '\n'));
 }
 
 }  // namespace zekara

@@ -38,7 +38,7 @@ class ZKAIniLexer {
   // next nextToken().
   std::string_view string() const noexcept;
   // The same as a name, which is a string whatever it looks like.
-  Plist name() const { return data_.string(string()); }
+  Plist name() const;
   // The same as a value: a run of decimal digits is an integer, clamped to 2147483647; anything else, the
   // empty text included, stays a string. Quotes make no difference.
   Plist value() const;
@@ -65,6 +65,7 @@ class ZKAIniLexer {
   void skip(std::uint8_t part) noexcept;
   void readQuotedString() noexcept;
   void readWord() noexcept;
+  std::string_view trimmedText() const noexcept;
 
   Plist::SharedText data_;  // but the last byte
   std::size_t cpos_ = 0;    // how many characters getc() has taken
