@@ -1,3 +1,6 @@
+// ASCII is looked up in a table of its own. Every other code point is searched in the sorted ranges of
+// AlphanumericRanges.h by halving.
+
 #include "PortableFoundation/Alphanumeric.h"
 
 #include <algorithm>
@@ -17,7 +20,7 @@ constexpr auto kAsciiAlphanumerics = [] {
   return table;
 }();
 
-// The code point of one well-formed sequence of two to four bytes.
+// Returns the code point of a well-formed sequence of two to four bytes.
 char32_t DecodeSequence(std::string_view sequence) noexcept {
   char32_t codePoint = static_cast<unsigned char>(sequence[0]) & (0x7FU >> sequence.size());
   for (const char byte : sequence.substr(1))

@@ -4,10 +4,12 @@
 
 namespace zekara {
 
-// Whether the code point is in the platform's alphanumeric set: Unicode 15 general categories L, M and N.
+// Returns true if the platform's alphanumeric character set contains the code point: all letters, marks and
+// numbers (general categories L, M and N) of Unicode 15.0. AlphanumericRanges.h holds the set.
 bool IsAlphanumeric(char32_t codePoint) noexcept;
 
-// Whether every character of the UTF-8 text is. True for the empty text, false for text that is not UTF-8.
+// Returns true if every character of a UTF-8 text is alphanumeric. Returns true for the empty text, and false
+// for a text that is not UTF-8.
 bool IsAlphanumericText(std::string_view text) noexcept;
 
 }  // namespace zekara

@@ -1,3 +1,6 @@
+// Four digits of six bits each make three bytes. The decoder looks every byte of the text up in one table,
+// which gives the digit's value or says that the byte is white space, padding or foreign.
+
 #include "PortableFoundation/Base64.h"
 
 #include <array>
@@ -8,7 +11,7 @@ namespace {
 
 constexpr std::string_view kBase64Digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// What a byte stands for in Base64: a digit's value, or one of these.
+// The codes of bytes that are not digits; digits have the codes 0 to 63.
 constexpr std::uint8_t kSpace = 64;
 constexpr std::uint8_t kPadding = 65;
 constexpr std::uint8_t kForeign = 66;
@@ -24,12 +27,12 @@ constexpr auto kBase64Codes = [] {
   return codes;
 }();
 
-// Collects Base64 digits, four of which are three bytes.
+// Collects digits and padding until a group of four is complete, and appends its bytes.
 class Base64Group {
  public:
   explicit Base64Group(std::string& bytes) : bytes_(bytes) {}
 
-  // False where the byte may not stand.
+  // Returns false if the byte is not allowed at this place.
   bool add(std::uint8_t code) {
     if (code == kSpace) return true;
     if (code == kPadding) return digits_ >= 2 && digits_ + ++padding_ <= 4;
@@ -38,7 +41,7 @@ class Base64Group {
     if (++digits_ == 4) flush();
     return true;
   }
-  // False when digits or padding are missing.
+  // Ends the text; returns false if the last group is incomplete.
   bool finish() {
     if (digits_ == 0) return true;
     if (digits_ + padding_ != 4) return false;

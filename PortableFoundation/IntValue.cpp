@@ -19,6 +19,7 @@ void IntValueScanner::scan(std::string_view piece) noexcept {
     if (state_ == State::Ended) return;
     if (IsDigit(c)) {
       state_ = State::Digits;
+      // Clamped beyond 32 bits, so that any number of digits fits.
       magnitude_ = std::min<std::int64_t>(magnitude_ * 10 + (c - '0'), std::int64_t{1} << 32);
     } else if (state_ == State::BeforeSign && (c == '+' || c == '-')) {
       state_ = State::AfterSign;

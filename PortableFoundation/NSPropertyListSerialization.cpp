@@ -23,8 +23,9 @@ std::size_t FindNonAscii(std::string_view text) {
   return static_cast<std::size_t>(found - text.begin());
 }
 
-// Points `text` to the message as UTF-8 without a NUL; `converted` holds it where the bytes are something
-// else. A declaration counts at the very beginning only.
+// Sets `text`, the bytes of a message, to the message as UTF-8 without a NUL. Converts the bytes into
+// `converted` if a declaration at their very beginning names another encoding. Returns the fault if they
+// cannot be decoded.
 PlistFault Decode(std::string_view& text, std::string& converted) {
   const std::string_view encoding = DeclaredPlistEncoding(text);
   if (IsPlistWord(encoding, "us-ascii")) {

@@ -1,3 +1,6 @@
+// The handle: making, copying and releasing values, the questions that every kind answers, and equality.
+// PlistNodes.h describes what handles point to; dictionaries and the text form have files of their own.
+
 #include "PortableFoundation/Plist.h"
 
 #include <algorithm>
@@ -8,6 +11,8 @@
 #include "PortableFoundation/SharedText.h"
 
 namespace zekara {
+
+// ---- Making values
 
 Plist::Plist(Kind kind, std::string_view bytes) {
   const std::size_t size = bytes.size();
@@ -47,8 +52,8 @@ Plist::SharedText::SharedText(std::string text)
     : holder_(new TextNode(std::move(text)), Extent{}),
       text_(static_cast<const TextNode*>(holder_.node())->text) {}
 
-// A short part is copied as two whole words, if the text goes on long enough, and what follows it is masked
-// out.
+// Copies a short part as two whole words if at least as many bytes of the text follow its start, and masks
+// the bytes behind the part out: copying a number of bytes that varies is slower.
 Plist Plist::SharedText::string(std::string_view part) const {
   const auto offset = static_cast<std::size_t>(part.data() - text_.data());
   if (part.size() <= kInlineCapacity) {
@@ -59,19 +64,24 @@ Plist Plist::SharedText::string(std::string_view part) const {
     if (part.size() < sizeof words[0]) return Plist(words[0] & kFirst(part.size()), 0, part.size());
     return Plist(words[0], words[1] & kFirst(part.size() - sizeof words[0]), part.size());
   }
+  // An extent that its members cannot hold comes out different.
   const Extent extent = {static_cast<std::uint32_t>(offset), static_cast<std::uint16_t>(part.size())};
   if (extent.length != part.size() || extent.offset != offset) return part;
   retain(holder_.node());
   return Plist(holder_.node(), extent);
 }
 
+// ---- Counting references
+
 void Plist::retain(Node* node) noexcept {
   node->references.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Containers that lose their last handle while others are being freed wait in a list that runs through
-// themselves: however deep a value is nested, the stack does not grow and nothing is allocated.
+// Frees the node if this was its last reference. Containers that lose their last reference in turn are put on
+// a list that is linked through the containers themselves. So neither the depth of the stack nor memory
+// depends on how deep the value is nested.
 void Plist::release(Node* node) noexcept {
+  // The only owner need not write the count.
   const auto wasLast = [](Node* released) {
     return released->references.load(std::memory_order_acquire) == 1 ||
            released->references.fetch_sub(1, std::memory_order_acq_rel) == 1;
@@ -84,7 +94,7 @@ void Plist::release(Node* node) noexcept {
       auto* container = static_cast<ContainerNode*>(element.node());
       container->nextToFree = std::exchange(waiting, container);
     }
-    element.length_ = 0;  // holds no node any more
+    element.length_ = 0;  // the element's destructor must not release the node again
   };
   while (node != nullptr) {
     if (node->kind == Kind::Array) {
@@ -105,11 +115,13 @@ void Plist::release(Node* node) noexcept {
   }
 }
 
+// ---- Questions
+
 bool Plist::isMutable() const noexcept {
   return isContainer() && node()->isMutable;
 }
 
-// Of two strings.
+// Both must be of one kind: strings, data or dates.
 bool Plist::hasSameText(const Plist& other) const noexcept {
   if (isSameHandle(other)) return true;
   return holdsNode() && other.holdsNode() && kind_ == other.kind_ && view() == other.view();
@@ -243,6 +255,9 @@ Plist::ArrayNode& Plist::arrayToChange() const {
   return *static_cast<ArrayNode*>(node());
 }
 
+// ---- Equality
+
+// Compares exactly: converting a 64-bit integer to double would make different numbers equal.
 bool Plist::areEqualNumbers(const Plist& left, const Plist& right) noexcept {
   if (left.kind_ != Kind::Real && right.kind_ != Kind::Real) {
     return left.isBeyondSigned() == right.isBeyondSigned() &&
@@ -254,7 +269,7 @@ bool Plist::areEqualNumbers(const Plist& left, const Plist& right) noexcept {
     const auto other = right.payload<double>();
     return real == other || (std::isnan(real) && std::isnan(other));
   }
-  if (real != std::trunc(real)) return false;  // NaN included
+  if (real != std::trunc(real)) return false;  // a fraction or NaN
   if (right.isBeyondSigned()) {
     return real >= 0x1p63 && real < 0x1p64 &&
            static_cast<std::uint64_t>(real) == right.payload<std::uint64_t>();

@@ -13,36 +13,47 @@
 
 namespace zekara {
 
-// Containers may stand inside one another this deep. The property-list reader refuses more; comparing,
-// describing or writing a value that a program nested deeper raises.
+// How deep containers may be nested. The property-list reader rejects more; comparing, describing or writing
+// a value that a program nested deeper raises "NSInvalidArgumentException".
 inline constexpr int kMaximumPlistDepth = 512;
 
-// A property-list value: nothing (nil), a string, number, boolean, data, date, array or dictionary.
+// A property-list value: nothing (nil), a string, number, boolean, data, date, array or dictionary. Messages,
+// configuration files and patches are trees of these values:
 //
-// Scalars, strings and data are values. An array or a dictionary is a shared object: copying the handle
-// shares the object, and a change through one handle is seen through all of them. Whether an object may be
-// changed is a property of the object, not of the handle, so changing operations are const. copy() and
-// mutableCopy() make a new object that shares the elements of the old one.
+//   const Plist patch = Plist::dictionary({{"UpdateD", Plist::dictionary({{"Interval", 3600}})}});
+//   patch.objectForKey("UpdateD").objectForKey("Interval").longLongValue();  // 3600
+//   patch.objectForKey("Other").objectForKey("Interval").isNil();            // true
 //
-// Nil can be asked anything: it answers nil, 0, false, an empty string or an empty range. Asking any other
-// value what its kind does not know, storing nil, and changing what cannot be changed raise NSException
-// "NSInvalidArgumentException" with a sentence that names the kind and what was asked; the value stays as it
-// was.
+// Values and objects: strings, data and scalars are values. Arrays and dictionaries are shared objects. A
+// copy of a handle refers to the same object, and all handles see a change made through one of them. The
+// object, not the handle, is modifiable or unmodifiable; therefore the operations that change it are const.
+// copy() and mutableCopy() make a new object that shares the elements of the old one.
 //
-// Strings are UTF-8; nothing checks that here, the property-list writer refuses what is not. A dictionary
-// keeps the order in which its keys were first stored. A container that holds itself, at any level, is never
-// freed.
+// Nil: every question has an answer for nil, namely nil, 0, false, an empty string or an empty range.
 //
-// Threads: as with standard containers, values may be read and copied by several threads at once; changing
-// one needs exclusion from every reader of the same object.
+// Errors: asking any other value for something that its kind does not have, storing nil, and changing an
+// unmodifiable object raise NSException "NSInvalidArgumentException". Its reason is a sentence that names the
+// kind and the question. The value stays as it was. Operations that allocate raise std::bad_alloc if memory
+// runs out, and also leave the value as it was.
+//
+// Strings are UTF-8 by convention. This class does not check them; the property-list writer rejects others.
+//
+// Dictionaries keep the order in which their keys were first stored.
+//
+// Ownership: nodes are reference-counted. A container that contains itself, at any level, is never freed.
+//
+// Threads: as with standard containers, several threads may read and copy a value at the same time. A thread
+// that changes an object must have excluded all readers of the object.
 class Plist {
  public:
   enum class Kind : std::uint8_t { Nil, String, Integer, Real, Boolean, Data, Date, Array, Dictionary };
-  struct Entry;
-  class SharedText;
+  struct Entry;      // a key and its value
+  class SharedText;  // makes strings that share one text: see SharedText.h
 
+  // Nil.
   Plist() noexcept = default;
-  // Conversions are implicit, as literals in a tree are to read like the tree.
+  // Conversions are implicit so that a literal tree reads like the tree. Texts are copied. `char` is excluded
+  // because a character is neither a number nor a string.
   // NOLINTBEGIN(google-explicit-constructor)
   Plist(std::string_view text) : Plist(Kind::String, text) {}
   Plist(const char* text) : Plist(std::string_view(text)) {}
@@ -58,17 +69,17 @@ class Plist {
   }
   // NOLINTEND(google-explicit-constructor)
 
-  // `bytes` are copied.
+  // Returns data with a copy of `bytes`.
   static Plist data(std::string_view bytes) { return Plist(Kind::Data, bytes); }
-  // Whole seconds since 1970-01-01T00:00:00Z.
+  // Returns a date, in whole seconds since 1970-01-01T00:00:00Z.
   static Plist date(std::int64_t seconds) noexcept;
-  // New, modifiable containers. Storing nil raises, as with the changing operations below; a key given twice
-  // keeps its first place and its last value.
+  // Return new, modifiable containers. A nil element, key or value raises. A key that is given twice keeps
+  // its first place and its last value. `capacity` is the number of entries to reserve memory for.
   static Plist array(std::initializer_list<Plist> elements = {});
   static Plist dictionary(std::initializer_list<Entry> entries = {});
   static Plist dictionaryWithCapacity(std::size_t capacity);
-  // New, unmodifiable containers of values that are moved out of the given ones: an array's elements; a
-  // dictionary's keys, each followed by its value. Otherwise as above.
+  // Return new, unmodifiable containers and move the given values into them: the elements of an array; the
+  // keys of a dictionary, each followed by its value. Otherwise as above.
   static Plist frozenArray(std::span<Plist> elements);
   static Plist frozenDictionary(std::span<Plist> keysAndValues);
 
@@ -90,81 +101,91 @@ class Plist {
   Kind kind() const noexcept { return kind_; }
   bool isNil() const noexcept { return kind_ == Kind::Nil; }
   bool isString() const noexcept { return kind_ == Kind::String; }
-  // Integer, real or boolean.
+  // Returns true for integers, reals and booleans.
   bool isNumber() const noexcept {
     return kind_ == Kind::Integer || kind_ == Kind::Real || kind_ == Kind::Boolean;
   }
   bool isArray() const noexcept { return kind_ == Kind::Array; }
   bool isDictionary() const noexcept { return kind_ == Kind::Dictionary; }
-  // False for everything but containers that may be changed.
+  // Returns true for a container that may be changed, and false for every other value.
   bool isMutable() const noexcept;
-  // Whether both handles hold the very same array or dictionary.
+  // Returns true if both handles refer to the same array or dictionary object.
   bool isSameObject(const Plist& other) const noexcept {
     return isContainer() && other.isContainer() && node() == other.node();
   }
 
-  // A string's UTF-8 bytes. The view lives as long as this handle is neither changed nor destroyed.
+  // Returns the bytes of a string. The view is valid until this handle is changed, moved or destroyed; that
+  // is why a temporary handle cannot be asked.
   std::string_view string() const&;
   std::string_view string() && = delete;
-  // Whether this string holds exactly the characters of `text`; false for nil.
+  // Returns true if this string has exactly the bytes of `text`; false for nil.
   bool isEqualToString(std::string_view text) const;
-  // The bytes of data; the view lives as string()'s does.
+  // Returns the bytes of data. The view is valid as long as that of string().
   std::string_view bytes() const&;
   std::string_view bytes() && = delete;
-  // A date's seconds since 1970-01-01T00:00:00Z.
+  // Returns a date's seconds since 1970-01-01T00:00:00Z.
   std::int64_t secondsSince1970() const;
 
-  // A number's value; a boolean is 1 or 0. The integer forms cut a fraction off and saturate.
+  // Return the value of a number; a boolean is 1 or 0. The two integer forms truncate a fraction, clamp to
+  // the range of their type, and return 0 for NaN.
   std::int64_t longLongValue() const;
   std::uint64_t unsignedLongLongValue() const;
   double doubleValue() const;
   bool boolValue() const;
-  // Whether this is an integer of 2^63 or more, which only unsignedLongLongValue() gives in full.
+  // Returns true for an integer of 2^63 or more, which unsignedLongLongValue() returns and longLongValue()
+  // clamps.
   bool isBeyondSigned() const noexcept { return kind_ == Kind::Integer && length_ != 0; }
 
-  // How many elements an array, or entries a dictionary, holds.
+  // Returns the number of elements of an array, or of entries of a dictionary.
   std::size_t count() const;
 
-  // An array's elements. The range lives until the array changes.
+  // Returns the elements of an array. The range is valid until the array changes or is freed.
   std::span<const Plist> elements() const;
+  // Appends an element.
   void addObject(Plist element) const;
 
-  // A dictionary's entries, in order. The range lives until the dictionary changes.
+  // Returns the entries of a dictionary, in order. The range is valid until the dictionary changes or is
+  // freed.
   std::span<const Entry> entries() const;
-  // The value under `key`, nil when there is none. Constant time in the mean, logarithmic where all keys were
-  // stored in ascending order, whatever keys a hostile writer chose.
+  // Returns the value under `key`; nil if there is none. A search compares about one key. Keys that an
+  // attacker chose can raise that to 64, and no further: beyond 64 entries, dictionaries use a hash that is
+  // keyed with a secret of this process.
   Plist objectForKey(const Plist& key) const;
-  // The place of `key` among the entries; count() if there is none.
+  // Returns the index of `key` among the entries; count() if there is none.
   std::size_t placeOfKey(const Plist& key) const;
-  // Stores `value` under `key`, replacing an earlier value in its place. A key is any value but nil and
-  // containers; only string keys can be written as a property list.
+  // Stores `value` under `key`. Replaces an earlier value and keeps its place in the order. A key may be any
+  // value but nil and containers; only a dictionary whose keys are strings can be written as a property list.
   void setObject_forKey(Plist value, Plist key) const;
-  // The same, but leaves an earlier value alone, and `value` too. Returns the earlier value; nil when `value`
-  // was moved in.
+  // Moves `value` into the dictionary if `key` is absent, and returns nil. Otherwise changes nothing, `value`
+  // included, and returns the value under `key`.
   Plist setObject_forKeyIfAbsent(Plist& value, Plist key) const;
 
-  // An unmodifiable copy: containers are copied one level deep and share their elements; scalars are
-  // themselves.
+  // Returns an unmodifiable copy of a container, which shares the elements of the original, and any other
+  // value itself.
   Plist copy() const;
-  // A modifiable copy, likewise. A number, a boolean and a date have none: raises.
+  // Returns a modifiable copy of a container, which shares the elements of the original, and strings and data
+  // themselves. Raises for numbers, booleans and dates, as the platform does.
   Plist mutableCopy() const;
-  // Makes the array or dictionary itself, not what it holds, unmodifiable from now on.
+  // Makes an array or a dictionary unmodifiable from now on, but not the containers in it.
   void freeze() const;
 
-  // Property-list equality: same kind and same content. Numbers are equal when their values are, exactly and
-  // whatever their width; a boolean is the number 1 or 0; NaN equals NaN. Raises beyond kMaximumPlistDepth.
+  // Compares by kind and content. Numbers are equal if their mathematical values are equal, across all kinds
+  // of numbers; a boolean is the number 1 or 0, and NaN equals NaN. The order of a dictionary's entries does
+  // not count. Raises if the values are nested deeper than kMaximumPlistDepth.
   friend bool operator==(const Plist& left, const Plist& right) {
     return left.isSameHandle(right) || isEqual(left, right, 0);
   }
 
-  // The text that "%@" shows: a string itself, "(null)" for nil, a boolean as 1 or 0, an integer in decimal,
-  // a real in its shortest form that reads back the same, a date as "2009-02-13 23:31:30 +0000". Data and
-  // containers give one line of printable ASCII without any of [ ] = , ; # or double quotes:
-  // <00010203 04>, (1 'a b'), {key: value}. Raises beyond kMaximumPlistDepth.
+  // Returns the text that "%@" shows: a string itself, "(null)" for nil, 1 or 0 for a boolean, an integer in
+  // decimal, a real in the shortest form that reads back as the same number, a date as
+  // "2009-02-13 23:31:30 +0000". Data and containers become one line of printable ASCII without any of
+  // [ ] = , ; # and double quotes, such as <00010203 04>, (1 'a b') and {key: value}, so that the text is one
+  // word of a configuration file. Raises if the value is nested deeper than kMaximumPlistDepth.
   std::string description() const;
+  // Appends the same to `text`. What was appended before an exception stays.
   void appendDescriptionTo(std::string& text) const;
 
-  // "a string", "an array", "nothing"...: the kind as it stands in the sentences of exceptions.
+  // Returns the kind as a noun for the sentences of exceptions: "a string", "an array", "nothing".
   const char* kindName() const noexcept;
 
  private:
@@ -175,8 +196,15 @@ class Plist {
   struct ArrayNode;
   class DictionaryNode;
 
-  // Up to this many bytes of text stand in the handle itself; unused ones are zero, so equal short strings
-  // are equal handles, bit for bit.
+  // A handle is 16 bytes: 14 bytes of storage, a length and a kind.
+  //
+  //   text or data of up to 14 bytes: the bytes, padded with zeros; `length_` is their number
+  //   longer text or data:            a StringNode*; `length_` is kHoldsNode
+  //   part of a SharedText:           a TextNode* and an Extent; `length_` is kHoldsPart
+  //   arrays and dictionaries:        an ArrayNode* or DictionaryNode*; `length_` is kHoldsNode
+  //   numbers, booleans and dates:    8 bytes; `length_` is 1 for an integer of 2^63 or more, otherwise 0
+  //
+  // Because of the padding, equal short texts are equal handles, bit for bit.
   static constexpr std::size_t kInlineCapacity = 14;
   static constexpr std::uint8_t kHoldsNode = 0xFF;
   static constexpr std::uint8_t kHoldsPart = 0xFE;
@@ -228,6 +256,7 @@ class Plist {
     std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);
     if (holdsNode()) retain(node());
   }
+  // Leaves `other` nil.
   void takeFrom(Plist& other) noexcept {
     std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);
     other.length_ = 0;
@@ -248,7 +277,7 @@ class Plist {
   static bool areEqualNumbers(const Plist& left, const Plist& right) noexcept;
 
   alignas(8) char storage_[kInlineCapacity] = {};
-  std::uint8_t length_ = 0;  // of inline text; one of the above; 1 for integers beyond the signed range
+  std::uint8_t length_ = 0;
   Kind kind_ = Kind::Nil;
 };
 

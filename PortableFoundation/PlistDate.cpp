@@ -1,3 +1,9 @@
+// Calendar arithmetic on days, in eras of 400 years after which the calendar repeats. A year begins on 1
+// March here, so that the leap day is its last day and the lengths of the months follow one formula. Day 0 is
+// 0000-03-01, which is 719468 days before 1970-01-01.
+//
+// The standard library's calendar does not do: its years end at 32767, and property lists have nine digits.
+
 #include "PortableFoundation/PlistDate.h"
 
 #include <cinttypes>
@@ -7,7 +13,7 @@ namespace zekara {
 namespace {
 
 constexpr std::int64_t kSecondsPerDay = 86400;
-constexpr std::int64_t kDaysPerEra = 146097;  // the calendar repeats every 400 years
+constexpr std::int64_t kDaysPerEra = 146097;
 
 constexpr std::int64_t FloorDivide(std::int64_t value, std::int64_t divisor) {
   return value / divisor - (value % divisor < 0 ? 1 : 0);
@@ -24,8 +30,6 @@ int DaysInMonth(std::int64_t year, int month) {
 
 }  // namespace
 
-// Years are counted from March here, so that the leap day is a year's last day; day 0 is 0000-03-01, which
-// lies 719468 days before 1970-01-01.
 PlistDate PlistDate::fromSeconds(std::int64_t seconds) noexcept {
   const std::int64_t days = FloorDivide(seconds, kSecondsPerDay);
   const std::int64_t remainder = seconds % kSecondsPerDay;

@@ -6,23 +6,25 @@
 
 namespace zekara {
 
-// A point in time as its parts: UTC, proleptic Gregorian calendar, astronomical year numbers (0 is 1 BC).
+// A point in time as calendar fields: UTC, proleptic Gregorian calendar, astronomical year numbers (year 0 is
+// 1 BC). Leap seconds do not exist.
 struct PlistDate {
   std::int64_t year;
   int month;  // 1 to 12
   int day;    // 1 to 31
-  int hour;
+  int hour;   // 0 to 23
   int minute;
   int second;
 
-  // Seconds are counted since 1970-01-01T00:00:00Z; every value has its date.
+  // Converts seconds since 1970-01-01T00:00:00Z. Every value has a date.
   static PlistDate fromSeconds(std::int64_t seconds) noexcept;
-  // The inverse, for parts in range and years of at most nine digits.
+  // Returns the seconds since 1970-01-01T00:00:00Z. The fields must be valid, and the year must have at most
+  // nine digits.
   std::int64_t toSeconds() const noexcept;
-  // Whether the parts name a day and a time that exist; there are no leap seconds.
+  // Returns true if the fields name a day and a time that exist.
   bool isValid() const noexcept;
-  // Appends YYYY-MM-DD, `separator`, HH:MM:SS and `suffix`. The year takes four places, its sign included, or
-  // more.
+  // Appends YYYY-MM-DD, `separator`, HH:MM:SS and `suffix` to `text`. The year has at least four characters,
+  // its sign included.
   void appendTo(std::string& text, char separator, std::string_view suffix) const;
 };
 

@@ -1,4 +1,6 @@
-// The text form of values, which "%@" in log lines and the configuration writer show.
+// The text form of values, which "%@" in messages shows and which the configuration file gets for values that
+// its format does not know. The second use decides the form: the text is one word of the file, so everything
+// that could end a word is escaped.
 
 #include <algorithm>
 #include <charconv>
@@ -18,7 +20,7 @@ void AppendNumber(std::string& text, Number number) {
   text.append(digits, static_cast<std::size_t>(end - digits));
 }
 
-// Groups of four bytes between angle brackets.
+// Appends hexadecimal digits in groups of four bytes, between angle brackets.
 void AppendData(std::string& text, std::string_view bytes) {
   text += '<';
   for (std::size_t i = 0; i < bytes.size(); ++i) {
@@ -34,8 +36,8 @@ bool IsPlainWord(std::string_view text) {
   });
 }
 
-// A string inside a container's text. Whatever could end a word of a configuration file is escaped, byte by
-// byte, and so is the double quote: the text may come to stand between two of them.
+// Appends a string that is part of a container. Escapes every byte that could end a word of a configuration
+// file, and the double quote, because the writer may put the whole text between two of them.
 void AppendQuoted(std::string& text, std::string_view string) {
   if (IsPlainWord(string)) {
     text += string;
@@ -65,7 +67,7 @@ std::string Plist::description() const {
   return text;
 }
 
-// Only inside a container is a string anything but itself.
+// A string is quoted only inside a container.
 void Plist::appendDescriptionTo(std::string& text) const {
   isString() ? static_cast<void>(text += view()) : appendDescription(text, 0);
 }

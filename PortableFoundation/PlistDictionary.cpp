@@ -1,9 +1,9 @@
 // Dictionaries: entries in the order in which their keys were first stored, and the search for a key.
 //
 // A section of a configuration file has a dozen keys, so the usual dictionary is small. Up to 64 entries have
-// one tag byte each, made of the key's length and of its first and last characters. memchr() finds the tags
-// that agree, and their keys are compared; about one tag in 256 agrees by accident. An attacker who chooses
-// all keys with one tag makes a search compare 64 keys, and no more.
+// one tag byte each, which mixes the key's length with its first and last characters. A search calls memchr()
+// to find equal tags and compares their keys; one tag in 256 is equal by chance. An attacker who chooses keys
+// with equal tags makes a search compare 64 keys, and no more.
 //
 // A dictionary with room for more entries has an open-addressing hash table of places in `entries`. Its hash
 // is keyed with a secret of this process, so an attacker cannot choose keys that collide.
@@ -64,7 +64,8 @@ void Plist::DictionaryNode::reserve(std::size_t count) {
   slots_ = std::move(wider);
 }
 
-// Equal keys have equal tags. Keys that are no strings share one tag, because 1, 1.0 and true are one key.
+// Equal keys have equal tags. All keys that are not strings share one tag, because 1, 1.0 and true are one
+// key.
 inline std::uint8_t Plist::DictionaryNode::tagOf(const Plist& key) noexcept {
   if (!key.isString()) return 0;
   std::uint64_t first = WordAt(key.storage_);
@@ -212,7 +213,7 @@ Plist Plist::setObject_forKeyIfAbsent(Plist& value, Plist key) const {
   return {};
 }
 
-// Equal keys have equal hashes; equal numbers of all kinds convert to the same double.
+// Equal keys have equal hashes. Equal numbers of all kinds convert to the same double.
 std::uint64_t Plist::keyHash() const noexcept {
   if (isString() || kind_ == Kind::Data) {
     // Inline text is hashed with its padding and length byte: always 15 bytes.
@@ -222,7 +223,7 @@ std::uint64_t Plist::keyHash() const noexcept {
   double number = kind_ == Kind::Real ? payload<double>()
                   : isBeyondSigned()  ? static_cast<double>(payload<std::uint64_t>())
                                       : static_cast<double>(payload<std::int64_t>());
-  if (number == 0) number = 0;  // of either sign
+  if (number == 0) number = 0;  // minus zero as well
   if (std::isnan(number)) number = std::numeric_limits<double>::quiet_NaN();
   char bytes[sizeof number];
   std::memcpy(bytes, &number, sizeof number);

@@ -2,8 +2,8 @@
 // name says from the cursor on and leaves the cursor behind it. If the text is not what it should be, the
 // function records the problem and its place and returns false, and so does every caller up to ReadPlist().
 //
-// Containers are made once their size is known: the values of all open containers wait on one stack,
-// `pending_`, each behind its key if the container is a dictionary.
+// A container is made when its end tag has been read, because its size is known then. Until then its values
+// are on the stack `pending_`, which all open containers share; each value of a dictionary is behind its key.
 
 #include "PortableFoundation/PlistReader.h"
 
@@ -24,8 +24,9 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// An element's name as one number, so that names are told apart by one comparison. All have less than eight
-// letters; a longer name is no other's number, because it leaves the uppermost byte in use.
+// Packs an element's name into a number, so that one comparison tells names apart. The known names have at
+// most seven letters, so their highest byte is 0. A longer name cannot be mistaken for one of them, because
+// its last eight letters fill all bytes.
 constexpr std::uint64_t Packed(std::uint64_t name, char letter) noexcept {
   return name << 8 | static_cast<unsigned char>(letter);
 }
@@ -111,16 +112,14 @@ class PlistReader {
   const char* at_;
   const char* const end_;
   PlistFault fault_;
-  // The values, and before each the key in a dictionary, of all containers that are still open: a container
-  // is made when its size is known.
   std::vector<Plist> pending_;
-  std::string text_;   // of the element being read, where it does not stand in the message as one piece
-  std::string bytes_;  // of the data being read
+  std::string text_;   // the text of an element with references, comments or CDATA sections in it
+  std::string bytes_;  // the data of an element
 };
 
 // ---- Failures
 
-// The first failure is the cause of all others.
+// Keeps the first error; later ones only follow from it.
 bool PlistReader::fail(const char* problem) noexcept {
   if (fault_.problem != nullptr) return false;
   fault_.problem = at_ == end_ ? "unexpected end of the text" : problem;
@@ -128,7 +127,7 @@ bool PlistReader::fail(const char* problem) noexcept {
   return false;
 }
 
-// ---- White space, comments and what stands before the root
+// ---- White space, comments and the prolog
 
 inline bool PlistReader::take(char c) noexcept {
   if (!isAt(c)) return false;
@@ -142,7 +141,7 @@ inline bool PlistReader::take(std::string_view text) noexcept {
   return true;
 }
 
-// Whether there was any.
+// Returns true if there was any.
 bool PlistReader::skipSpace() noexcept {
   const char* const start = at_;
   while (at_ != end_ && IsPlistSpace(*at_)) ++at_;
@@ -159,14 +158,14 @@ bool PlistReader::skipPast(std::string_view end) noexcept {
   return true;
 }
 
-// A comment or a processing instruction.
+// Skips a comment or a processing instruction.
 bool PlistReader::skipMarkup() noexcept {
   if (take("<!--")) return skipPast("-->");
   if (take("<?")) return skipPast("?>");
   return fail("unexpected markup");
 }
 
-// What may stand between elements.
+// Skips white space, comments and processing instructions between elements.
 bool PlistReader::skipInterspace() noexcept {
   for (;;) {
     skipSpace();
@@ -175,7 +174,7 @@ bool PlistReader::skipInterspace() noexcept {
   }
 }
 
-// Only its end is looked for. An internal subset could define entities, and is refused as a whole.
+// Skips everything up to the end of the declaration. Rejects an internal subset, which could define entities.
 bool PlistReader::skipDocumentType() noexcept {
   char quote = 0;
   for (; at_ != end_; ++at_) {
@@ -239,7 +238,7 @@ bool PlistReader::readAttribute(std::string_view& name, std::string_view& value)
   return take(quote) || fail("unexpected \"<\" in an attribute");
 }
 
-// Up to the end of the start tag. Attributes mean nothing, but have to be some.
+// Reads attributes up to the end of a start tag. They have no meaning, but must be well-formed.
 bool PlistReader::readAttributes() noexcept {
   std::string_view name;
   std::string_view value;
@@ -269,7 +268,8 @@ bool PlistReader::readEndTag(Element element) noexcept {
 
 // ---- Text
 
-// All text up to the element's end tag, and the end tag. The view lives until the next call.
+// Reads the text of an element and its end tag. The view is valid until the next call. Most texts are one
+// piece of the message and are not copied.
 bool PlistReader::readText(Tag tag, std::string_view& text) {
   text = {};
   if (tag.isEmpty) return true;
@@ -284,7 +284,7 @@ bool PlistReader::readText(Tag tag, std::string_view& text) {
   return readEndTag(tag.element);
 }
 
-// What comes behind `start`.
+// Collects in text_ a text that begins with `start` and goes on with references, comments or CDATA sections.
 bool PlistReader::readPieces(std::string_view start) {
   constexpr std::string_view kSectionEnd = "]]>";
   text_ = start;
@@ -302,7 +302,7 @@ bool PlistReader::readPieces(std::string_view start) {
   return fault_.problem == nullptr;
 }
 
-// Text and references up to the next tag.
+// Collects characters and references up to the next "<".
 bool PlistReader::readRun() {
   for (;;) {
     const char* const stop = std::find_if(at_, end_, [](char c) { return c == '<' || c == '&'; });
@@ -359,7 +359,7 @@ bool PlistReader::readRoot() {
   return at_ == end_ || fail("unexpected text after </plist>");
 }
 
-// Puts the value behind the pending ones. `depth` is how many containers are open.
+// Reads a value and pushes it onto pending_. `depth` is the number of open containers.
 bool PlistReader::readValue(int depth) {
   Tag tag{};
   if (!readStartTag(tag)) return false;

@@ -25,7 +25,7 @@ bool Take(std::string_view& text, char c) noexcept {
   return true;
 }
 
-// Takes a sign off. Whether it was a minus.
+// Consumes an optional sign; returns true if it was '-'.
 bool TakeSign(std::string_view& text) noexcept {
   if (Take(text, '-')) return true;
   Take(text, '+');
@@ -39,7 +39,7 @@ std::string_view TakeDigits(std::string_view& text) noexcept {
   return digits;
 }
 
-// Takes exactly `count` digits off. Whether they were there.
+// Consumes exactly `count` digits; returns false if there are fewer.
 template <class Number>
 bool TakeNumber(std::string_view& text, std::size_t count, Number& number) noexcept {
   if (text.size() < count || !std::all_of(text.begin(), text.begin() + count, IsDigit)) return false;
@@ -48,14 +48,14 @@ bool TakeNumber(std::string_view& text, std::size_t count, Number& number) noexc
   return true;
 }
 
-// The parts of an unsigned decimal number: "12.50e+3".
+// An unsigned decimal number in parts: "12.50e+3" is 12, 50, false and 3.
 struct Decimal {
   std::string_view whole;
   std::string_view fraction;
   bool hasNegativeExponent = false;
   std::string_view exponent;
 
-  // Whether all of `text` is such a number.
+  // Splits `text`; returns false if it is not a decimal number as a whole.
   bool parse(std::string_view text) noexcept {
     whole = TakeDigits(text);
     if (Take(text, '.')) fraction = TakeDigits(text);
@@ -66,7 +66,8 @@ struct Decimal {
     return !exponent.empty() && text.empty();
   }
 
-  // Whether a number that is known to be far from 1 is above it.
+  // For a number outside the range of double: returns true if it is too large, and false if it is too small.
+  // Compares the place of the first digit that is not zero with the exponent, which may have any length.
   bool isLarge() const noexcept {
     constexpr auto kNone = std::string_view::npos;
     const std::size_t firstOfWhole = whole.find_first_not_of('0');
@@ -82,11 +83,11 @@ struct Decimal {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-// The value of `text`, which is taken apart in `decimal`; what is beyond a double's range is infinity, or
-// zero. False where there is no memory.
+// Converts `text`, whose parts are in `decimal`, to a double; numbers outside its range become infinity or
+// zero. Returns false if memory runs out.
 #ifdef __APPLE__
-// The C++ library there reads real numbers only from macOS 26 on. strtod_l() reads as C does when no locale
-// is given.
+// The C++ library there has std::from_chars() for real numbers only from macOS 26 on. strtod_l() uses the "C"
+// locale if it is given none.
 bool ReadMagnitude(std::string_view text, const Decimal&, double& magnitude) noexcept {
   const std::unique_ptr<char[]> terminated(new (std::nothrow) char[text.size() + 1]());
   if (!terminated) return false;

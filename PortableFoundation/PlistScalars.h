@@ -7,28 +7,36 @@
 
 namespace zekara {
 
-// The text that stands between the tags of a property list's scalars.
+// Converts between the scalars of property lists and their texts, which are between a start tag and an end
+// tag of the XML form.
 
-// Blank, TAB, LF and CR are the white space of property lists.
+// Returns true for blank, TAB, LF and CR, the white space of property lists.
 constexpr bool IsPlistSpace(char c) noexcept {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
+
+// Returns the part of `text` that remains without white space at its ends.
 std::string_view TrimPlistSpace(std::string_view text) noexcept;
-// Whether `text` is `word`, which is in small letters, in any letter case.
+
+// Returns true if `text` equals `word`, ignoring the case of ASCII letters. `word` must be in small letters.
 bool IsPlistWord(std::string_view text, std::string_view word) noexcept;
 
-// Each returns the value that `text` stands for, nil when it stands for none. The text is taken whole: white
-// space around it is the caller's to remove.
+// Each of the three functions below returns the value of `text`, or nil if `text` as a whole does not have
+// the form. White space counts as a foreign character, so the caller trims the text first.
 
-// A sign or none, then decimal digits, or hexadecimal ones after "0x". From -2^63 to 2^64-1.
+// An optional sign and decimal digits, or hexadecimal digits after "0x". The value is -2^63 to 2^64-1.
 Plist ParsePlistInteger(std::string_view text) noexcept;
-// A decimal number as in C, or "nan", "inf", "infinity" in any letter case, these two with a sign or none.
-// What is beyond a double's range is infinity, or zero.
+
+// A decimal number as C writes it, or "nan", "inf" and "infinity" in any letter case; all but "nan" may have
+// a sign. A number beyond the range of double becomes infinity or zero. Returns nil as well if memory runs
+// out, which can happen on macOS only.
 Plist ParsePlistReal(std::string_view text) noexcept;
-// YYYY-MM-DDThh:mm:ssZ, of a day and time that exist. The year has one to nine digits and may be negative.
+
+// YYYY-MM-DDThh:mm:ssZ, for a day and a time that exist. The year has one to nine digits and may be negative.
 Plist ParsePlistDate(std::string_view text) noexcept;
 
-// 17 significant digits, as "%.17g" gives; "0.0", "-0.0", "nan", "+infinity", "-infinity".
+// Appends the text of a real number: 17 significant digits, as "%.17g" formats them, or "0.0", "-0.0", "nan",
+// "+infinity" or "-infinity".
 void AppendPlistReal(std::string& text, double real);
 
 }  // namespace zekara

@@ -1,3 +1,7 @@
+// Writes a value by walking it. A write function that finds something that cannot be written records the
+// problem and returns false, and so does every caller up to WritePlist(). Dictionaries are sorted by key
+// through a stack of pointers that all open dictionaries share.
+
 #include "PortableFoundation/PlistWriter.h"
 
 #include <algorithm>
@@ -23,9 +27,9 @@ constexpr std::string_view kHead =
     "<plist version=\"1.0\">\n";
 constexpr std::string_view kTail = "</plist>\n";
 
-// The bytes of UTF-8 compare as UTF-16 code units do but for one case: surrogate pairs (lead bytes F0 to F4)
-// come before U+E000 to U+FFFF (lead bytes EE and EF). Two values that are no lead byte of any sequence, FE
-// and FF, put that right.
+// The platform sorts keys by their UTF-16 code units. UTF-8 bytes have the same order with one exception:
+// surrogate pairs (lead bytes F0 to F4) come before U+E000 to U+FFFF (lead bytes EE and EF). Comparing EE and
+// EF as FE and FF, which do not occur in UTF-8, makes the orders agree.
 unsigned char SortingByte(char c) noexcept {
   const auto byte = static_cast<unsigned char>(c);
   return byte == 0xEE || byte == 0xEF ? static_cast<unsigned char>(byte | 0x10) : byte;
@@ -37,15 +41,15 @@ bool SortsBefore(std::string_view left, std::string_view right) noexcept {
   return SortingByte(*l) < SortingByte(*r);
 }
 
-// Characters that are written as they are without a look at what follows: all of ASCII but NUL and the four
-// below.
+// Bytes that are copied without a closer look: ASCII without NUL and without the four characters that
+// ReferenceFor() knows.
 constexpr auto kIsPlain = [] {
   std::array<bool, 256> isPlain{};
   for (std::size_t c = 1; c < 128; ++c) isPlain[c] = c != '&' && c != '<' && c != '>' && c != '\r';
   return isPlain;
 }();
 
-// Empty for characters that need no reference.
+// Returns the reference for a character that must not be written as it is; an empty view for all others.
 std::string_view ReferenceFor(char c) noexcept {
   switch (c) {
     case '&':
@@ -55,7 +59,7 @@ std::string_view ReferenceFor(char c) noexcept {
     case '>':
       return "&gt;";
     case '\r':
-      return "&#13;";  // XML parsers make a line feed of a plain one
+      return "&#13;";  // XML parsers turn a plain carriage return into a line feed
     default:
       return {};
   }
@@ -99,7 +103,7 @@ class PlistWriter {
   std::string& bytes_;
   const char* problem_ = nullptr;
   std::vector<const Plist*> openContainers_;
-  // Of all dictionaries that are being written, the innermost last.
+  // The sorted entries of all open dictionaries, the innermost last.
   std::vector<const Plist::Entry*> sorted_;
 };
 
@@ -115,10 +119,11 @@ bool PlistWriter::writePropertyList(const Plist& plist) {
   return true;
 }
 
-// One line, or more for a container and data.
+// Writes one line, or several for containers and data.
 bool PlistWriter::writeValue(const Plist& value, int depth) {
-  // Memory that is not used is never touched; growing by less copies a large text more often.
-  constexpr std::size_t kMostValues = 64;  // are written in less
+  // Grows fourfold: unused pages cost nothing, and a large text is copied less often. Most values fit into
+  // the reserve.
+  constexpr std::size_t kMostValues = 64;
   if (bytes_.capacity() - bytes_.size() < kMostValues) bytes_.reserve(4 * bytes_.capacity());
   indent(depth);
   switch (value.kind()) {
@@ -258,7 +263,8 @@ bool PlistWriter::writeDate(const Plist& date) {
   return true;
 }
 
-// Lines become shorter as the indentation grows, down to twelve characters behind eight TABs.
+// The platform keeps lines within 76 columns and counts a TAB as eight, so lines of Base64 become shorter
+// with the depth, down to twelve characters behind eight TABs.
 void PlistWriter::writeData(std::string_view data, int depth) {
   const int tabs = std::min(depth, 8);
   const auto bytesPerLine = static_cast<std::size_t>(76 - 8 * tabs) / 4 * 3;

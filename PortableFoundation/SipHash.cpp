@@ -35,7 +35,7 @@ struct State {
 [[gnu::noinline]] std::array<std::uint64_t, 2> MakeKey() noexcept {
   std::array<std::uint64_t, 2> key = {};
   if (getentropy(key.data(), sizeof key) != 0) {
-    // Kernels before 3.17 only. The address of the stack is what is left that a caller does not know.
+    // Happens on kernels before 3.17 only. The address of the stack is random, too.
     key = {reinterpret_cast<std::uintptr_t>(&key), 0x9E3779B97F4A7C15U};
   }
   return key;

@@ -1,3 +1,7 @@
+// Validation follows the table of well-formed sequences in the Unicode standard: only the second byte has a
+// range that depends on the first. Text is mostly ASCII, so blocks of 32 bytes without anything else are
+// skipped.
+
 #include "PortableFoundation/Utf8.h"
 
 namespace zekara {
@@ -5,8 +9,8 @@ namespace {
 
 constexpr std::size_t kBlockSize = 32;
 
-// Neither NUL nor part of a longer sequence. One comparison a byte without a branch: compilers make vector
-// instructions of it.
+// Returns true if every byte of the block is ASCII and not NUL. There is one comparison for each byte and no
+// branch, so that compilers use vector instructions.
 bool IsPlainBlock(const char* block) noexcept {
   unsigned faults = 0;
   for (std::size_t i = 0; i < kBlockSize; ++i) faults |= static_cast<signed char>(block[i]) <= 0 ? 1U : 0U;
@@ -17,8 +21,8 @@ bool IsBetween(unsigned char byte, unsigned char first, unsigned char last) noex
   return byte >= first && byte <= last;
 }
 
-// The second byte alone tells overlong forms, surrogates and values beyond the last code point from good
-// ones.
+// Returns true if `byte` may follow `lead`. This rejects overlong forms (E0, F0), surrogates (ED) and values
+// beyond U+10FFFF (F4).
 bool IsSecondByte(unsigned char lead, unsigned char byte) noexcept {
   switch (lead) {
     case 0xE0:

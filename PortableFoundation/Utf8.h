@@ -6,15 +6,16 @@
 
 namespace zekara {
 
-// The length of the UTF-8 sequence that `text` begins with. 0 when it begins with none that is well-formed:
-// overlong forms, surrogates, values beyond U+10FFFF, cut sequences and empty text.
+// Returns the length, 1 to 4, of the well-formed UTF-8 sequence at the beginning of `text`. Returns 0 if
+// there is none: for an empty text, overlong forms, surrogates, values beyond U+10FFFF and truncated
+// sequences.
 std::size_t Utf8SequenceLength(std::string_view text) noexcept;
 
-// The offset of the first byte that cannot stand in a property list: a NUL, or a byte that begins no
-// well-formed UTF-8 sequence. text.size() when there is none.
+// Returns the offset of the first byte that a property list must not contain: a NUL, or a byte that does not
+// begin a well-formed UTF-8 sequence. Returns text.size() if there is none.
 std::size_t FindUnfitByte(std::string_view text) noexcept;
 
-// Appends one code point, which must be no surrogate and at most U+10FFFF.
+// Appends the UTF-8 form of a code point of at most U+10FFFF that is not a surrogate.
 void AppendUtf8(std::string& text, char32_t codePoint);
 
 }  // namespace zekara

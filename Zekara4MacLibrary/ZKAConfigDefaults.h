@@ -4,10 +4,10 @@
 
 namespace zekara {
 
-// The suite's settings where a section lacks them; each table ends with a row without a key. What the numbers
-// count, seconds or other, is the daemons' business.
-extern const SectionDefault g_daemon_defaults[];   // the scanning daemon's section
-extern const SectionDefault g_updated_defaults[];  // section "UpdateD"
-extern const SectionDefault g_filed_defaults[];    // section "MacOSWardex"
+// The defaults of the suite's settings, one table for each daemon. Each table ends with a row whose key is
+// null. The daemons define the units of the numbers.
+extern const SectionDefault g_daemon_defaults[];   // for the scanning daemon's section
+extern const SectionDefault g_updated_defaults[];  // for the section "UpdateD"
+extern const SectionDefault g_filed_defaults[];    // for the section "MacOSWardex"
 
 }  // namespace zekara

@@ -9,7 +9,7 @@
 namespace zekara {
 namespace {
 
-// Deliberate: nothing inside the quotes is escaped.
+// Deliberate: nothing between the quotes is escaped, not even a double quote.
 void AppendTerm(std::string& text, const Plist& value) {
   if (!value.isString()) {
     value.appendDescriptionTo(text);
@@ -22,8 +22,7 @@ void AppendTerm(std::string& text, const Plist& value) {
   }
 }
 
-// Deliberate: an empty list writes nothing, not even the line end, so that the next key follows on the same
-// line.
+// Deliberate: an empty list writes nothing, not even a line end, so the next key follows on the same line.
 void AppendList(std::string& text, const Plist& list) {
   std::string_view separator;
   for (const Plist& element : list.elements()) {
@@ -56,7 +55,8 @@ void AppendSections(std::string& text, const Plist& sections) {
 
 }  // namespace
 
-// The reference lives until the tree changes.
+// Returns the section's dictionary, and adds it first if it is missing. The reference is valid until the tree
+// changes. The remembered index is checked by its name, because the caller may change the tree as well.
 const Plist& ZKAIniData::sectionToChange(const Plist& name) {
   const std::span<const Plist::Entry> sections = plist_.entries();
   if (lastSection_ < sections.size() && sections[lastSection_].key == name)
@@ -83,7 +83,7 @@ void ZKAIniData::setObject_forKey_inSection(Plist object, const Plist& key, cons
   sectionToChange(section).setObject_forKey(std::move(object), key);
 }
 
-// Reserves room for lines of usual length at once: pages that stay unused cost nothing.
+// Reserves memory for lines of the usual length at once. Pages that stay unused cost nothing.
 std::string ZKAIniData::asIni() const {
   constexpr std::size_t kExpectedLine = 48;
   std::size_t lines = 0;

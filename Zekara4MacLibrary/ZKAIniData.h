@@ -9,43 +9,52 @@
 
 namespace zekara {
 
-// An INI configuration file in memory: sections of keys and values, in the order in which they first
-// appeared.
+// An INI configuration file in memory: a tree of sections, keys and values, in the order in which they first
+// appeared. docs/ini-format.md describes the text form.
 //
-// A section is a modifiable dictionary; a value is a string, a number, a list of these, or whatever a patch
-// brought. Sections and the tree itself are shared with the caller: changing them changes the document. Not
-// for use by several threads at once.
+//   const auto ini = ZKAIniParser::initWithData(bytes).parse();
+//   ini->applyPatch(patch);
+//   const std::string text = ini->asIni();
+//
+// A section is a modifiable dictionary. A value is a string, a number, a list of these, or any other value
+// that a patch brought. The document shares its tree and its sections with the caller: a change to either
+// changes the document. Comments and the formatting of the input are not kept.
+//
+// Errors: a nil section, key or value raises "NSInvalidArgumentException", and so does a section that is not
+// a dictionary or not modifiable. A missing section may have been added by then. For use by one thread at a
+// time.
 class ZKAIniData {
  public:
-  // The empty document.
+  // Returns an empty document.
   static std::shared_ptr<ZKAIniData> init() { return std::shared_ptr<ZKAIniData>(new ZKAIniData); }
 
-  // Adds a value: the first one under a key is stored as it is, the second one makes a list of both, later
-  // ones are appended. The section is made when it is missing. A nil section, key or value raises
-  // "NSInvalidArgumentException"; the section may have been made by then.
+  // Adds a value. Stores the first value of a key as it is, replaces the second by a list of both, and
+  // appends all further values to that list. Adds the section if it is missing.
   void addObject_forKey_inSection(Plist object, const Plist& key, const Plist& section);
-  // Stores a value, replacing an earlier value or list; otherwise the same.
+  // Stores a value and replaces an earlier value or list. Adds the section if it is missing.
   void setObject_forKey_inSection(Plist object, const Plist& key, const Plist& section);
 
-  // Returns the stored value itself, not a copy of a list; nil if the section or the key is missing.
+  // Returns the stored value; nil if the section or the key is missing. A list is the document's own, not a
+  // copy.
   Plist objectForKey_inSection(const Plist& key, const Plist& section) const {
     return plist_.objectForKey(section).objectForKey(key);
   }
-  // The section's live dictionary; nil when missing.
+  // Returns the document's own dictionary of a section; nil if the section is missing.
   Plist section(const Plist& section) const { return plist_.objectForKey(section); }
 
-  // PlistPatch() on this document.
+  // Applies PlistPatch() to this document and returns its result: the names of the sections that changed.
   ZKAChangedSections applyPatch(const Plist& patch) { return PlistPatch(plist_, patch); }
-  // PlistSupplementDefaults() on this document. The name is spelt so throughout the suite.
+  // Applies PlistSupplementDefaults() to this document. Deliberate: the suite spells the name so, and the
+  // order of the arguments differs from the function's.
   void supplimentDefaults_forSection(const SectionDefault* defaults, const Plist& section) {
     PlistSupplementDefaults(plist_, section, defaults);
   }
 
-  // The live section tree.
+  // Returns the document's own section tree.
   Plist asDictionary() const noexcept { return plist_; }
 
-  // The document as INI text in UTF-8, as docs/ini-format.md lays it down. Raises
-  // "NSInvalidArgumentException" when a section is no dictionary, or a value is nested too deeply for a text.
+  // Returns the document as INI text in UTF-8. Raises "NSInvalidArgumentException" if a section is not a
+  // dictionary or a value is nested too deeply.
   std::string asIni() const;
 
  private:
@@ -54,7 +63,8 @@ class ZKAIniData {
   const Plist& sectionToChange(const Plist& name);
 
   Plist plist_ = Plist::dictionary();
-  // The entry of the section that was changed last. Most changes are to the same section as the one before.
+  // The index in plist_ of the section that was changed last. Most changes go to the same section as the one
+  // before, so this saves a search.
   std::size_t lastSection_ = 0;
 };
 

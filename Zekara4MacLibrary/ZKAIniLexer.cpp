@@ -1,3 +1,7 @@
+// Each byte has a set of classes in one table: the parts of the format that may contain it. Reading a part
+// means skipping bytes of its class. The zero byte has no class; the standard library guarantees one behind
+// the text, so the loops need no test for the end.
+
 #include "Zekara4MacLibrary/ZKAIniLexer.h"
 
 #include <algorithm>
@@ -11,23 +15,23 @@
 namespace zekara {
 namespace {
 
-// What a character may be part of, by its byte. Deliberate: a zero byte and every byte of 0x80 and above are
-// part of nothing, and end the input as its true end does.
-enum Part : std::uint8_t { Blanks = 1, LineEnds = 2, Word = 4, QuotedString = 8, Comment = 16 };
+// The classes of a byte. Deliberate: a zero byte and every byte of 0x80 and above have none, and end the
+// input as its true end does.
+enum CharacterClass : std::uint8_t { Blanks = 1, LineEnds = 2, Word = 4, QuotedString = 8, Comment = 16 };
 
-constexpr auto kPartsOf = [] {
-  std::array<std::uint8_t, 256> parts = {};
-  const auto of = [&parts](char c) -> std::uint8_t& { return parts[static_cast<unsigned char>(c)]; };
-  for (std::size_t c = 1; c < 0x80; ++c) parts[c] = Word | QuotedString | Comment;
+constexpr auto kClassesOf = [] {
+  std::array<std::uint8_t, 256> classes = {};
+  const auto of = [&classes](char c) -> std::uint8_t& { return classes[static_cast<unsigned char>(c)]; };
+  for (std::size_t c = 1; c < 0x80; ++c) classes[c] = Word | QuotedString | Comment;
   for (const char c : {'[', ']', '=', ',', ';', '#'}) of(c) = QuotedString | Comment;
   for (const char c : {'\r', '\n'}) of(c) = QuotedString | LineEnds;
   for (const char c : {' ', '\t'}) of(c) |= Blanks;
   of('"') = Word | Comment;
-  return parts;
+  return classes;
 }();
 
-bool IsPartOf(std::uint8_t part, char c) {
-  return (kPartsOf[static_cast<unsigned char>(c)] & part) != 0;
+bool HasClass(char c, std::uint8_t wanted) {
+  return (kClassesOf[static_cast<unsigned char>(c)] & wanted) != 0;
 }
 
 std::string WithoutLastByte(std::string data) {
@@ -39,13 +43,12 @@ std::string WithoutLastByte(std::string data) {
 
 ZKAIniLexer::ZKAIniLexer(std::string data) : data_(WithoutLastByte(std::move(data))) {}
 
-// Takes characters as getc() does, up to the first one that is no such part, which stays. The zero byte
-// behind the input is none.
-inline void ZKAIniLexer::skip(std::uint8_t part) noexcept {
+// Consumes characters up to the first one that does not have the class.
+inline void ZKAIniLexer::skip(std::uint8_t wanted) noexcept {
   if (cpos_ >= data_.view().size()) return;
   const char* const start = data_.view().data();
   const char* at = start + cpos_;
-  while (IsPartOf(part, *at)) ++at;
+  while (HasClass(*at, wanted)) ++at;
   cpos_ = static_cast<std::size_t>(at - start);
 }
 
@@ -70,7 +73,7 @@ std::int32_t ZKAIniLexer::nextToken() {
         return finish(ZKAIniTokenEndOfLine);
       case ';':
       case '#':
-        // Deliberate: the comment takes the line ends that close it along; no token remains of it.
+        // Deliberate: a comment includes the line ends that close it and does not become a token.
         skip(Comment);
         skip(LineEnds);
         break;
@@ -85,8 +88,8 @@ std::int32_t ZKAIniLexer::nextToken() {
   }
 }
 
-// Deliberate: there are no escapes, an end character closes the string as a quote does, and the line ends
-// that directly follow belong to it.
+// The opening quote has been consumed. Deliberate: there are no escapes, a byte that ends the input closes
+// the string as a quote does, and the line ends directly behind it belong to the string.
 void ZKAIniLexer::readQuotedString() noexcept {
   textStart_ = cpos_;
   skip(QuotedString);
@@ -95,8 +98,7 @@ void ZKAIniLexer::readQuotedString() noexcept {
   skip(LineEnds);
 }
 
-// The word's first character has been taken. Deliberate: the line ends that directly follow belong to the
-// word.
+// The first character has been consumed. Deliberate: the line ends directly behind the word belong to it.
 void ZKAIniLexer::readWord() noexcept {
   textStart_ = cpos_ - 1;
   skip(Word);
@@ -107,8 +109,8 @@ void ZKAIniLexer::readWord() noexcept {
 inline std::string_view ZKAIniLexer::trimmedText() const noexcept {
   const char* start = data_.view().data() + textStart_;
   const char* end = data_.view().data() + textEnd_;
-  while (start != end && IsPartOf(Blanks, *start)) ++start;
-  while (end != start && IsPartOf(Blanks, end[-1])) --end;
+  while (start != end && HasClass(*start, Blanks)) ++start;
+  while (end != start && HasClass(end[-1], Blanks)) --end;
   return {start, static_cast<std::size_t>(end - start)};
 }
 

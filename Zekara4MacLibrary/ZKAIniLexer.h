@@ -10,7 +10,7 @@
 
 namespace zekara {
 
-// What nextToken() finds. The numbers are part of the interface.
+// The kinds of tokens. The numbers are part of the interface.
 enum ZKAIniToken : std::int32_t {
   ZKAIniTokenNone = 0,  // before the first nextToken(); never returned
   ZKAIniTokenOpenBracket = 1,
@@ -22,36 +22,45 @@ enum ZKAIniToken : std::int32_t {
   ZKAIniTokenEnd = 7,
 };
 
-// Cuts the bytes of an INI configuration file into tokens; docs/ini-format.md gives the rules. Never fails:
-// every byte sequence gives tokens up to ZKAIniTokenEnd. A lexer is read once, from start to end.
+// Splits the bytes of an INI configuration file into tokens; docs/ini-format.md gives the rules.
+//
+//   ZKAIniLexer lexer = ZKAIniLexer::initWithData(bytes);
+//   while (lexer.nextToken() != ZKAIniTokenEnd) Use(lexer.token(), lexer.string());
+//
+// A lexer never fails: every sequence of bytes has tokens up to ZKAIniTokenEnd. It reads its input once and
+// cannot be reset. It can be moved; the moved-from lexer may only be destroyed or assigned to. For use by one
+// thread at a time.
 class ZKAIniLexer {
  public:
-  // The lexer keeps `data` for its lifetime.
+  // Takes `data` over. Strings of more than 14 bytes that name() and value() return share this text, so the
+  // text lives as long as the last of them.
   static ZKAIniLexer initWithData(std::string data) { return ZKAIniLexer(std::move(data)); }
 
-  // The next token, which token() returns again. A zero byte, or one of 0x80 and above, ends the input and is
-  // consumed; the true end of the input is returned again and again.
+  // Reads the next token and returns its kind, which token() returns again until the next call. A zero byte
+  // and every byte of 0x80 and above end the input; such a byte is consumed, and a further call would read on
+  // behind it. At the true end of the input, every further call returns ZKAIniTokenEnd again.
   std::int32_t nextToken();
   std::int32_t token() const noexcept { return token_; }
 
-  // The current token's text without the blanks and tabs at its ends; it is ASCII. The view lives until the
-  // next nextToken().
+  // Returns the text of the current token without blanks and TABs at its ends; it is ASCII. Returns an empty
+  // view for a token that is not a string. The view is valid until the lexer is destroyed.
   std::string_view string() const noexcept;
-  // The same as a name, which is a string whatever it looks like.
+  // Returns the same text as a string, for names.
   Plist name() const;
-  // The same as a value: a run of decimal digits is an integer, clamped to 2147483647; anything else, the
-  // empty text included, stays a string. Quotes make no difference.
+  // Returns the same text as a value: a run of decimal digits is an integer, clamped to 2147483647, and every
+  // other text, the empty one included, is a string. Quotes make no difference.
   Plist value() const;
 
-  // How many bytes of the input precede the current token; 0 before the first nextToken().
+  // Returns the number of bytes before the current token; 0 before the first nextToken().
   std::size_t offset() const noexcept { return offset_; }
-  // The line that the byte at `offset` is on. Lines are counted from 1 and end with LF.
+  // Returns the line that contains the byte at `offset`. Lines are counted from 1 and end with LF. Counts
+  // from the start of the input at each call.
   std::size_t lineAt(std::size_t offset) const noexcept;
 
-  // The next character, a byte taken as a signed 8-bit number, or 0 at the end.
+  // Consumes and returns the next character, a byte as a signed 8-bit number; returns 0 at the end. The
+  // position grows at the end, too, and each ungetc() takes one step back.
   //
-  // Deliberate: the last byte of the input is never returned, so that an input of L bytes gives L - 1
-  // characters. The position grows at the end too, and each ungetc() takes one step back.
+  // Deliberate: the last byte of the input is never returned, so an input of L bytes has L - 1 characters.
   std::int32_t getc() noexcept {
     const std::size_t at = cpos_++;
     return at < data_.view().size() ? static_cast<signed char>(data_.view()[at]) : 0;
@@ -62,16 +71,16 @@ class ZKAIniLexer {
   explicit ZKAIniLexer(std::string data);
 
   std::int32_t finish(std::int32_t token) noexcept { return token_ = token; }
-  void skip(std::uint8_t part) noexcept;
+  void skip(std::uint8_t wanted) noexcept;
   void readQuotedString() noexcept;
   void readWord() noexcept;
   std::string_view trimmedText() const noexcept;
 
-  Plist::SharedText data_;  // but the last byte
+  Plist::SharedText data_;  // without the last byte
   std::size_t cpos_ = 0;    // how many characters getc() has taken
   std::int32_t token_ = ZKAIniTokenNone;
   std::size_t offset_ = 0;
-  // The current token's text is a part of data_.
+  // The range in data_ of the current token's text, untrimmed.
   std::size_t textStart_ = 0;
   std::size_t textEnd_ = 0;
 };

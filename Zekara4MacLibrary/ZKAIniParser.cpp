@@ -43,8 +43,8 @@ std::shared_ptr<ZKAIniData> ZKAIniParser::parse() {
   return ini_;
 }
 
-// Deliberate: the name is taken before the bracket is checked, and the current key stays, so that a "," after
-// the header adds to that key in the new section.
+// Deliberate: the section changes even if "]" turns out to be missing, and the current key survives the
+// header, so that a "," after it adds a value to that key in the new section.
 void ZKAIniParser::parseSection() {
   Require(lexer_.nextToken() == ZKAIniTokenString);
   section_ = lexer_.name();

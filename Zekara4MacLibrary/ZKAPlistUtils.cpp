@@ -7,7 +7,7 @@
 namespace zekara {
 namespace {
 
-// Nil for a type that is none.
+// Returns the value of a row; nil if its type is unknown.
 Plist DefaultValue(const SectionDefault& row) {
   const auto* text = static_cast<const char*>(row.value);
   switch (row.type) {
@@ -28,7 +28,7 @@ Plist DefaultValue(const SectionDefault& row) {
   }
 }
 
-// Calls change(key, value) for each boolean row under which the section holds a value.
+// Calls change(key, value) for each boolean row of the table; the value is nil if the section lacks the key.
 template <class Change>
 void ForEachBoolean(const Plist& section, const SectionDefault* defaults, Change change) {
   if (section.isNil()) return;
@@ -52,7 +52,7 @@ void SectionDefault::RaiseOpenList() {
 
 void PlistSupplementDefaults(const Plist& tree, const Plist& section, const SectionDefault* defaults) {
   if (tree.objectForKey(section).isNil()) tree.setObject_forKey(Plist::dictionary(), section);
-  const Plist& target = tree.objectForKey(section);
+  const Plist target = tree.objectForKey(section);
   for (const SectionDefault* row = defaults; row->key != nullptr; ++row) {
     if (target.objectForKey(row->key).isNil()) target.setObject_forKey(DefaultValue(*row), row->key);
   }
@@ -71,7 +71,7 @@ Plist PlistDeepCopy(const Plist& tree) {
 Plist PlistDiff(const Plist& old, const Plist& new_) {
   Plist diff = Plist::dictionary();
   for (const auto& [name, section] : new_.entries()) {
-    const Plist& oldSection = old.objectForKey(name);
+    const Plist oldSection = old.objectForKey(name);
     if (oldSection.isNil()) {
       diff.setObject_forKey(section, name);
       continue;
@@ -88,7 +88,7 @@ Plist PlistDiff(const Plist& old, const Plist& new_) {
 ZKAChangedSections PlistPatch(const Plist& tree, const Plist& patch) {
   ZKAChangedSections changed;
   for (const auto& [name, patchSection] : patch.entries()) {
-    const Plist& section = tree.objectForKey(name);
+    const Plist section = tree.objectForKey(name);
     if (section.isNil()) {
       tree.setObject_forKey(patchSection.mutableCopy(), name);
       changed.emplace(name.string());

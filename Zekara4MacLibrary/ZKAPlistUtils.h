@@ -10,7 +10,7 @@
 
 namespace zekara {
 
-// What kind of value a row of a defaults table holds. The numbers are part of the interface.
+// The type of a row in a section-defaults table. The numbers are part of the interface.
 enum DefaultType : std::uint32_t {
   DefaultTypeString = 0,  // text, stored as a string
   DefaultTypeNumber = 1,  // decimal text, stored as the 32-bit integer that atoi() makes of it
@@ -60,32 +60,37 @@ struct SectionDefault {
 // The names of the sections that a patch altered.
 using ZKAChangedSections = std::set<std::string, std::less<>>;
 
-// The functions below work on section trees: a dictionary of sections, each a dictionary of values. Values
-// are compared, shared and replaced whole, never looked into. An entry that should be a section and is no
-// dictionary raises "NSInvalidArgumentException" once its keys are needed, as does a change to what cannot be
-// changed; nothing is rolled back. Not for use by several threads on one tree.
+// The functions below work on section trees: a dictionary of sections, each of which is a dictionary of
+// values. They compare, share and replace values as a whole and never look into them.
+//
+// Errors: all of them raise "NSInvalidArgumentException" when they need the keys of a section that is not a
+// dictionary, and when they change something unmodifiable. Changes that were made before stay. Not for use by
+// several threads on one tree.
 
-// Fills the keys that the section lacks from the table, and makes the section when `tree` lacks it. Values
-// that are there stay, whatever they are. A row with an unknown type raises "NSInvalidArgumentException".
+// Adds every key of the table that the section lacks, with its default. Adds the section first if `tree`
+// lacks it. Leaves existing values alone, whatever they are. A row with an unknown type raises
+// "NSInvalidArgumentException".
 void PlistSupplementDefaults(const Plist& tree, const Plist& section, const SectionDefault* defaults);
 
-// A new tree: dictionaries and sections are new and modifiable, values are unmodifiable copies.
+// Returns a copy of a tree. Its dictionary and its sections are new and modifiable; its values are
+// unmodifiable copies.
 Plist PlistDeepCopy(const Plist& tree);
 
-// What must be set in `old` to make it agree with everything that `new_` holds: a new tree which shares
-// values, and sections that `old` lacks, with `new_`. What only `old` has leaves no trace.
+// Returns the tree that makes `old` agree with everything in `new_` when it is applied as a patch. Its
+// dictionaries are new. It shares values with `new_`, and sections that `old` lacks as a whole. Keys and
+// sections that only `old` has leave no trace in it.
 Plist PlistDiff(const Plist& old, const Plist& new_);
 
-// Adds the keys and values of `patch` to `tree`; returns the names of the sections that were added or in
-// which a value changed. Values are shared with `patch`, sections are not. A nil patch changes nothing.
+// Stores the keys and values of `patch` in `tree`. Returns the names of the sections that were added or in
+// which a value changed. Shares values with `patch`, but not sections. A nil patch changes nothing.
 ZKAChangedSections PlistPatch(const Plist& tree, const Plist& patch);
 
-// The two below convert the values of one section, in place, whose keys the table types DefaultTypeBoolean. A
-// nil section is left alone.
+// The two functions below convert, in place, the values of one section under the keys that the table types as
+// DefaultTypeBoolean. They do nothing if the section is nil.
 
-// Strings become booleans: "Yes", exactly, is true, every other string false. Other values stay.
+// Converts strings to booleans: "Yes" exactly becomes true, every other string false. Other values stay.
 void SectionBooleansToNumbers(const Plist& section, const SectionDefault* defaults);
-// Numbers and booleans become "Yes" (not zero) or "No". Other values stay.
+// Converts numbers and booleans to "Yes" if they are not zero, and to "No" otherwise. Other values stay.
 void SectionBooleansToStrings(const Plist& section, const SectionDefault* defaults);
 
 // Replaces the section's value under each of `keys`, an array or a set of names, by what the dictionary

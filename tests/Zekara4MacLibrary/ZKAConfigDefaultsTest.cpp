@@ -20,7 +20,7 @@ static_assert(DefaultTypeString == 0 && DefaultTypeNumber == 1 && DefaultTypeBoo
 struct Row {
   std::string key;
   std::uint32_t type;
-  std::vector<std::string> texts;  // one, but for a list
+  std::vector<std::string> texts;  // one text; several for a list
 
   bool operator==(const Row&) const = default;
 };
