@@ -39,6 +39,7 @@ std::string OldText() {
   std::string text = "; what the file held before\n[Old]\nshort = No\nlist = a, b, \"c d\"\nnumber = 1\n";
   for (int i = 0; i < 40; ++i)
     text += "key" + std::to_string(i) + " = \"some value with blanks\" ; comment\n";
+  for (int i = 0; i < 10; ++i) text += "[Section " + std::to_string(i) + "]\nlist = a, b, c\n";
   return text;
 }
 
