@@ -17,6 +17,8 @@
 #include <sys/prctl.h>
 #endif
 
+extern char** environ;  // the headers of macOS do not declare it
+
 namespace zekara::test {
 namespace {
 

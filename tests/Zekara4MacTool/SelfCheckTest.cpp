@@ -1,7 +1,6 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -12,6 +11,10 @@
 #include "Zekara4MacTool/SelfCheck.h"
 #include "tests/support/Faults.h"
 #include "tests/support/PrivateRoot.h"
+
+#ifdef __linux__
+#include <sys/sysmacros.h>
+#endif
 
 namespace zekara::test {
 namespace {
@@ -34,6 +37,14 @@ bool Fail(std::initializer_list<int> calls) {
   return MakeSystemCallsFail(calls, EPERM);
 }
 #endif
+
+timespec ChangeTimeOf(const struct stat& status) {
+#ifdef __APPLE__
+  return status.st_ctimespec;
+#else
+  return status.st_ctim;
+#endif
+}
 
 // Returns the details of the error that the self-check throws, or nil if it returns.
 Plist Outcome(const std::string& path) {
@@ -92,8 +103,8 @@ TEST_F(SelfCheckAsRoot, CorrectFileIsLoggedAndNotChanged) {
     EXPECT_THAT(log.messages(), ElementsAre("Self-check passed"));
   });
   const struct stat after = StatusOf(path_);
-  EXPECT_EQ(after.st_ctim.tv_sec, before.st_ctim.tv_sec);
-  EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
+  EXPECT_EQ(ChangeTimeOf(after).tv_sec, ChangeTimeOf(before).tv_sec);
+  EXPECT_EQ(ChangeTimeOf(after).tv_nsec, ChangeTimeOf(before).tv_nsec);
 }
 #endif
 
@@ -295,7 +306,7 @@ TEST_F(SelfCheckPrivileged, ForeignFileFailsAtTheOwnerChangeAndIsNotTouched) {
     const struct stat after = StatusOf(directory_ / name);
     EXPECT_EQ(after.st_uid, kOtherUser);
     EXPECT_EQ(after.st_mode, before.st_mode);
-    EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
+    EXPECT_EQ(ChangeTimeOf(after).tv_nsec, ChangeTimeOf(before).tv_nsec);
   }
   EXPECT_EQ(run(directory_ / "missing").status, 10);
   // A device of the test's own, because a broken self-check would change the machine's /dev/null.
