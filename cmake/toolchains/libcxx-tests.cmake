@@ -1,5 +1,5 @@
 # Where the tests' packages come from when they are built for the C++ library of macOS: Debian's are built for another one.
-# Given to CMake as CMAKE_PROJECT_TOP_LEVEL_INCLUDES by scripts/test-libcxx.
+# Given to CMake as CMAKE_PROJECT_TOP_LEVEL_INCLUDES by scripts/test-libcxx and scripts/test-macos.
 
 macro(zekara_provide method package)
   if("${package}" STREQUAL "GTest")
@@ -25,11 +25,17 @@ cmake_language(SET_DEPENDENCY_PROVIDER zekara_provide SUPPORTED_METHODS FIND_PAC
 # The target libcxx_tests: the unit tests of the trees, without those that link what Debian has for its own C library only. The file
 # libcxx_tests.txt in the build directory lists the programs.
 set(ZEKARA_LEFT_OUT PlistPeerTest)  # libplist, expat
+# For macOS, the programs that scripts/test-macos passes; add a program once it compiles and passes there.
+set(ZEKARA_MACOS_TESTS AlphanumericTest IntValueTest NSExceptionTest NSFileManagerTest NSPropertyListSerializationTest PlistTest
+    PlistDateTest SipHashTest ZKAConfigTest ZKAIniDataTest)
 function(zekara_collect_tests)
   add_custom_target(libcxx_tests)
   foreach(tree IN ITEMS PortableFoundation Zekara4MacLibrary Zekara4MacTool)
     get_property(targets DIRECTORY "${CMAKE_SOURCE_DIR}/tests/${tree}" PROPERTY BUILDSYSTEM_TARGETS)
     foreach(target IN LISTS targets)
+      if(APPLE AND NOT target IN_LIST ZEKARA_MACOS_TESTS)
+        continue()
+      endif()
       get_target_property(type ${target} TYPE)
       if(type STREQUAL "EXECUTABLE" AND NOT target IN_LIST ZEKARA_LEFT_OUT)
         add_dependencies(libcxx_tests ${target})

@@ -238,6 +238,47 @@ static int d_pipe(int ends[2]) {
   return CHECKED(int, pipe(ends));
 }
 
+// Only the unit tests call these.
+static int d_access(const char* path, int mode) {
+  return CHECKED(int, access(path, mode));  // the modes have the same numbers
+}
+
+static int d_link(const char* from, const char* to) {
+  return CHECKED(int, link(from, to));
+}
+
+static int d_symlink(const char* target, const char* path) {
+  return CHECKED(int, symlink(target, path));
+}
+
+static ssize_t d_readlink(const char* path, char* target, size_t size) {
+  return CHECKED(ssize_t, readlink(path, target, size));
+}
+
+static int d_rename(const char* from, const char* to) {
+  return CHECKED(int, rename(from, to));
+}
+
+static int d_truncate(const char* path, off_t size) {
+  return CHECKED(int, truncate(path, size));
+}
+
+static int d_mkfifo(const char* path, uint16_t mode) {
+  return CHECKED(int, mkfifo(path, mode));
+}
+
+static char* d_mkdtemp(char* pattern) {
+  char* path = mkdtemp(pattern);
+  if (path == NULL) Checked(-1);
+  return path;
+}
+
+static char* d_realpath(const char* path, char* resolved) {
+  char* found = realpath(path, resolved);
+  if (found == NULL) Checked(-1);
+  return found;
+}
+
 const struct StandIn kFileStandIns[] = {
     OWN(open), OWN(openat), OWN(close), OWN(read), OWN(write), OWN(lseek), OWN(ftruncate), OWN(fsync), OWN(flock), OWN(fcntl),
     INODE64(stat), INODE64(lstat), INODE64(fstat), INODE64(fstatat), OWN(unlinkat), OWN(unlink), OWN(chown), OWN(fchown),
@@ -245,5 +286,7 @@ const struct StandIn kFileStandIns[] = {
     INODE64(opendir), INODE64(fdopendir), INODE64(readdir), OWN(closedir),
     // Only the unit tests call these.
     SAME(getcwd), SAME(chdir), SAME(mkdir), SAME(remove), SAME(rmdir), SAME(dup), SAME(dup2),
+    OWN(access), OWN(link), OWN(symlink), OWN(readlink), OWN(rename), OWN(truncate), OWN(mkfifo), OWN(mkdtemp),
+    {"_realpath$DARWIN_EXTSN", d_realpath},
     {NULL, NULL},
 };

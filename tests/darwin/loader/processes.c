@@ -329,7 +329,7 @@ const struct StandIn kProcessStandIns[] = {
     OWN(posix_spawn), OWN(posix_spawn_file_actions_init), OWN(posix_spawn_file_actions_destroy),
     OWN(posix_spawn_file_actions_adddup2), OWN(waitpid),
     OWN(gettimeofday), OWN(clock_gettime), SAME(localtime_r), SAME(gmtime_r), SAME(time), SAME(nanosleep),
-    SAME(fork), OWN(execv), OWN(ptrace), SAME(setenv), SAME(unsetenv),
+    SAME(fork), OWN(execv), OWN(ptrace), SAME(setenv), SAME(unsetenv), SAME(system),
     // Only the unit tests call these.
     {"__NSGetArgc", d_NSGetArgc}, {"__NSGetArgv", d_NSGetArgv}, OWN(task_threads), {"_mach_task_self_", &g_mach_task_self},
     {NULL, NULL},

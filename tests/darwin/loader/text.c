@@ -230,7 +230,7 @@ const struct StandIn kTextStandIns[] = {
     {"___snprintf_chk", d_snprintf_chk}, {"___stack_chk_guard", &g_stack_guard}, {"___stack_chk_fail", d_stack_chk_fail},
     SAME(strlen), SAME(strcmp), SAME(strncmp), SAME(strchr), SAME(strrchr), SAME(strcasecmp), SAME(strnlen), SAME(strstr),
     SAME(strdup), OWN(snprintf), OWN(vsnprintf), OWN(strtod_l), SAME(strtod), SAME(strtof), SAME(strtol), SAME(strtoul),
-    SAME(strtoll), SAME(strtoull), SAME(atoi), SAME(trunc), SAME(getentropy),
+    SAME(strtoll), SAME(strtoull), SAME(atoi), SAME(trunc), SAME(ceilf), SAME(nextafter), SAME(getentropy),
     {"___error", d___error}, OWN(strerror), OWN(strerror_r), OWN(perror),
     {"___stderrp", (void*)&stderr}, {"___stdoutp", (void*)&stdout}, OWN(puts), OWN(fprintf), OWN(vfprintf), SAME(fputc),
     OWN(fputs), OWN(fwrite), OWN(fflush),
