@@ -39,7 +39,8 @@ std::string Header(const Plist& section) {
 
 Plist WithOrigin(const Settings& settings, const Plist& section) {
   Plist described = Plist::dictionary();
-  for (const auto& [key, value] : settings.tree().objectForKey(section).entries()) {
+  const Plist values = settings.tree().objectForKey(section);
+  for (const auto& [key, value] : values.entries()) {
     described.setObject_forKey(
         Plist::dictionary({{"value", value}, {"default", settings.isDefault(section, key)}}), key);
   }
@@ -49,7 +50,8 @@ Plist WithOrigin(const Settings& settings, const Plist& section) {
 std::string SectionText(const Settings& settings, const Plist& section) {
   constexpr std::size_t kColumn = 40;
   std::string text = Header(section);
-  for (const auto& [key, value] : settings.tree().objectForKey(section).entries()) {
+  const Plist values = settings.tree().objectForKey(section);
+  for (const auto& [key, value] : values.entries()) {
     std::string line = Printable(SettingLine(key, value));
     if (settings.isDefault(section, key)) {
       line.resize(std::max(line.size() + 2, kColumn), ' ');

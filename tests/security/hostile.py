@@ -239,7 +239,7 @@ class HeldBack:
     """
 
     def __init__(self, call, path=None, name=tool.TOOL, options=(), **popen):
-        seconds = 100 * tool.PATIENCE
+        seconds = 10 * tool.PATIENCE
         watched = [] if path is None else ["-P", path]
         command = [
             "strace", "-o", "/dev/null", *watched, "-e", f"trace={call}", "-e", "signal=none",

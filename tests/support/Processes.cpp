@@ -57,6 +57,9 @@ State StateOf(pid_t process) {
 
 volatile sig_atomic_t g_has_been_interrupted = 0;
 
+// Far beyond what a child needs on a busy machine; only one that hangs lives so long.
+constexpr unsigned kLifetimeSeconds = 600;
+
 // Every signal but SIGALRM, which ends a child that hangs.
 sigset_t HarmlessSignals() {
   sigset_t all;
@@ -73,7 +76,7 @@ pid_t StartChild(const std::function<int()>& body) {
   if (child < 0) std::abort();  // kill() takes -1 for every process
   if (child > 0) return child;
   signal(SIGALRM, SIG_DFL);
-  alarm(kPatienceSeconds);
+  alarm(kLifetimeSeconds);
   int status = 99;
   try {
     status = body();

@@ -21,7 +21,7 @@ MARKER = b"</plist>"
 # The file that it was copied from, once install_tool() has been called.
 original = None
 # Far beyond what a loaded machine needs; only a tool that hangs gets here.
-PATIENCE = 60.0
+PATIENCE = 240.0
 # Written by the tool after every reply: the serialiser ends its text with a line feed.
 _MESSAGE_END = MARKER + b"\n"
 _LOG_LINE = re.compile(r"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}) (\S+)\[(\d+):(\d+)\] (.*)", re.DOTALL)
