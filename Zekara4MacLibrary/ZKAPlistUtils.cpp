@@ -46,7 +46,7 @@ void Translate(const Plist& section, const Plist& key, const Plist& translation)
 
 }  // namespace
 
-void SectionDefault::RaiseOpenList() {
+void SectionDefault::raiseOpenList() {
   throw NSException(NSInvalidArgumentException, "a list of defaults does not end with a null pointer");
 }
 

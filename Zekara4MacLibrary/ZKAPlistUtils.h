@@ -47,14 +47,14 @@ struct SectionDefault {
   // raises "NSInvalidArgumentException".
   template <std::size_t count>
   static constexpr SectionDefault list(const char* key, const char* const (&texts)[count]) {
-    if (texts[count - 1] != nullptr) RaiseOpenList();
+    if (texts[count - 1] != nullptr) raiseOpenList();
     return {key, DefaultTypeList, texts};
   }
 
  private:
   constexpr SectionDefault(const char* keyOfRow, DefaultType typeOfRow, const void* valueOfRow) noexcept
       : key(keyOfRow), type(typeOfRow), value(valueOfRow) {}
-  [[noreturn]] static void RaiseOpenList();
+  [[noreturn]] static void raiseOpenList();
 };
 
 // The names of the sections that a patch altered.
