@@ -145,7 +145,7 @@ TEST(OpenLockedFile, FailureToLockGivesNoDescriptor) {
 }
 #endif
 
-TEST(OpenLockedFile, WhatIsNoRegularFileIsRefusedWithoutBeingWaitedFor) {
+TEST(OpenLockedFile, WhatIsNotARegularFileIsRefusedWithoutBeingWaitedFor) {
   const TemporaryDirectory directory;
   ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
   ASSERT_EQ(symlink("fifo", (directory / "link").c_str()), 0);

@@ -244,7 +244,7 @@ TEST(NSDirectoryEnumerator, SecondRemovalOfTheSameEntryFails) {
   EXPECT_FALSE(entries.removeLastObject());
 }
 
-TEST(NSDirectoryEnumerator, EntryThatSomebodyElseHasRemovedIsNotRemoved) {
+TEST(NSDirectoryEnumerator, EntryThatIsGoneMeanwhileIsNotRemoved) {
   const TemporaryDirectory directory;
   WriteFile(directory / "file", "");
   NSDirectoryEnumerator entries = NSDirectoryEnumerator::enumeratorAtPath(directory.path());

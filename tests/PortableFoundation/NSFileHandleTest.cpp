@@ -191,7 +191,7 @@ TEST(NSFileHandle, FailureToFlushRaises) {
   }
 }
 
-TEST(NSFileHandle, FlushThatTheFileSystemDoesNotKnowIsNoFailure) {
+TEST(NSFileHandle, FlushThatTheFileSystemDoesNotKnowIsNotAFailure) {
   for (const int error : {EINVAL, ENOSYS, EOPNOTSUPP, ENOTSUP, EROFS}) {
     RunInChild([&] {
       const TemporaryDirectory directory;

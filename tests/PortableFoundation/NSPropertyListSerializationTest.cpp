@@ -399,7 +399,7 @@ TEST(Reading, RealBeyondADoubleIsInfinityOrZeroOfItsSign) {
   }
 }
 
-TEST(Reading, TextThatIsNoNumberIsRefused) {
+TEST(Reading, TextThatIsNotANumberIsRefused) {
   for (const char* text :
        {"",    ".",   "+",  "-",       "e5",   ".e5",  "1e",   "1e+",  "1e5.", "1.2.3", "++1",
         "+-1", "0x1", "1f", "infinit", "nan1", "+nan", "-nan", "inf1", "1_0",  "1,5",   "\xD9\xA1"}) {

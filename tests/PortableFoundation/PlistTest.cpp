@@ -534,7 +534,7 @@ TEST(PlistDictionary, FindsEveryKeyAndNoOther) {
   }
 }
 
-TEST(PlistDictionary, KeyThatIsNoStringMayFollowManyAscendingOnes) {
+TEST(PlistDictionary, KeyThatIsNotAStringMayFollowManyAscendingOnes) {
   const Plist dictionary = Plist::dictionaryWithCapacity(50);
   for (int i = 100; i < 150; ++i) dictionary.setObject_forKey(i, std::to_string(i));
   dictionary.setObject_forKey("x", 5);

@@ -49,7 +49,7 @@ TEST(ZKAConfig, LetterCaseOfAnActionWordIsIgnored) {
   for (const ActionCase& one : cases) EXPECT_EQ(string2action(one.word), one.code) << one.word;
 }
 
-TEST(ZKAConfig, AnyOtherTextIsNoAction) {
+TEST(ZKAConfig, AnyOtherTextIsNotAnAction) {
   for (const char* word : {"", " ", "Report ", " Cure", "Cur", "Cures", "Yes", "1", "32", "Move", "Cure\n"}) {
     EXPECT_EQ(string2action(word), 0) << '"' << word << '"';
   }

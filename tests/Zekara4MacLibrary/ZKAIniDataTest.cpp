@@ -255,7 +255,7 @@ TEST(ZKAIniData, OrderIsThatInWhichNamesFirstAppeared) {
             "[Z]\nz = 1\na = 1\nm = 1\n\n[A]\nz = 1, 1\na = 1, 1\nm = 1, 1\n\n[M]\nz = 1\na = 1\nm = 1\n\n");
 }
 
-TEST(ZKAIniData, SectionThatIsNoDictionaryCannotBeWritten) {
+TEST(ZKAIniData, SectionThatIsNotADictionaryCannotBeWritten) {
   for (const Plist& section : {Plist("text"), Plist(""), Plist::array(), Plist(5), Plist::data("")}) {
     const auto document = ZKAIniData::init();
     document->asDictionary().setObject_forKey(section, "A");

@@ -168,7 +168,7 @@ TEST(PlistSupplementDefaults, TreeOrSectionThatCannotBeChangedRaisesAtTheFirstWr
   PlistSupplementDefaults(Tree({{"A", section}}).copy(), "A", kNoRows);
 }
 
-TEST(PlistSupplementDefaults, SectionThatIsNoDictionaryRaises) {
+TEST(PlistSupplementDefaults, SectionThatIsNotADictionaryRaises) {
   ExpectInvalidArgument([] { PlistSupplementDefaults(Tree({{"A", "text"}}), "A", kTable); });
 }
 
@@ -202,7 +202,7 @@ TEST(PlistDeepCopy, ArraysAreCopiedUnmodifiableAndTheirElementsShared) {
   EXPECT_EQ(copied.count(), 1U);
 }
 
-TEST(PlistDeepCopy, SectionThatIsNoDictionaryRaises) {
+TEST(PlistDeepCopy, SectionThatIsNotADictionaryRaises) {
   ExpectInvalidArgument([] { PlistDeepCopy(Tree({{"A", Plist::array()}})); });
 }
 
@@ -269,7 +269,7 @@ TEST(PlistDiff, NeitherTreeIsChangedAndValuesAreShared) {
   EXPECT_EQ(old, Tree({{"A", Section({{"k", "v"}})}}));
 }
 
-TEST(PlistDiff, EntryThatIsNoDictionaryRaisesOnlyWhereItsKeysAreNeeded) {
+TEST(PlistDiff, EntryThatIsNotADictionaryRaisesOnlyWhereItsKeysAreNeeded) {
   EXPECT_EQ(PlistDiff(Tree(), Tree({{"A", "text"}})), Tree({{"A", "text"}}));
   ExpectInvalidArgument([] { PlistDiff(Tree({{"A", Section()}}), Tree({{"A", "text"}})); });
   ExpectInvalidArgument([] { PlistDiff(Tree({{"A", "text"}}), Tree({{"A", Section({{"k", 1}})}})); });
@@ -343,7 +343,7 @@ TEST(PlistPatch, TreeOrSectionThatCannotBeChangedRaisesAtTheFirstWrite) {
   ExpectInvalidArgument([&] { PlistPatch(tree, Tree({{"A", Section({{"k", 2}})}})); });
 }
 
-TEST(PlistPatch, EntryThatIsNoDictionaryRaisesWhereTheTreeHasTheSectionAndNothingIsRolledBack) {
+TEST(PlistPatch, EntryThatIsNotADictionaryRaisesWhereTheTreeHasTheSectionAndNothingIsRolledBack) {
   const Plist tree = Tree({{"A", Section({{"k", 1}})}, {"B", Section()}});
   ExpectInvalidArgument([&] {
     PlistPatch(tree, Tree({{"A", Section({{"k", 2}})}, {"B", "text"}, {"C", Section()}}));
@@ -368,7 +368,7 @@ TEST(PlistPatch, EntryWithoutAModifiableCopyRaisesWhereTheTreeLacksTheSection) {
   }
 }
 
-TEST(PlistPatch, PatchThatIsNoDictionaryRaises) {
+TEST(PlistPatch, PatchThatIsNotADictionaryRaises) {
   for (const Plist& patch : {Plist("text"), Plist::array(), Plist(1)}) {
     ExpectInvalidArgument([&] { PlistPatch(Tree(), patch); });
   }

@@ -213,7 +213,7 @@ TEST_F(ZKASendSignalPidFile, LinkThatLeadsNowhereOrInACircleHoldsNoNumber) {
   expectFailureAt(directory / "circle");
 }
 
-TEST_F(ZKASendSignalPidFile, WhatIsNoRegularFileHoldsNoNumberAndNothingHangs) {
+TEST_F(ZKASendSignalPidFile, WhatIsNotARegularFileHoldsNoNumberAndNothingHangs) {
   MakeFifo(directory / "fifo");
   MakeSocket(directory / "socket");
   for (const std::string& path :

@@ -194,7 +194,7 @@ TEST_F(IniFileTools, FileWithoutPermissionIsCannotOpenAndUnchanged) {
   EXPECT_EQ(text(), "[A]\nb = 1\n");
 }
 
-TEST_F(IniFileTools, WhatIsNoRegularFileIsCannotOpenAtOnce) {
+TEST_F(IniFileTools, WhatIsNotARegularFileIsCannotOpenAtOnce) {
   ASSERT_EQ(mkfifo((directory_ / "fifo").c_str(), 0666), 0);
   ASSERT_EQ(mkdir((directory_ / "directory").c_str(), 0755), 0);
   ASSERT_EQ(symlink("fifo", (directory_ / "linkToFifo").c_str()), 0);
@@ -357,7 +357,7 @@ TEST_F(PatchIniFileFault, FailureToFlushIsPassedOnAndLeavesTheNewFile) {
   EXPECT_EQ(text(), kNew);
 }
 
-TEST_F(PatchIniFileFault, FileSystemThatCannotFlushIsNoFailure) {
+TEST_F(PatchIniFileFault, FileSystemThatCannotFlushIsNotAFailure) {
   RunInChild([&] {
     ASSERT_TRUE(MakeSystemCallsFail({SYS_fsync, SYS_fdatasync}, EINVAL));
     EXPECT_EQ(failure(Patch("A", "b", 2)), "");

@@ -51,7 +51,7 @@ TEST_F(ReadingTheConfiguration, AMissingFileHoldsNothing) {
   EXPECT_EQ(configuration.tree, Plist::dictionary());
 }
 
-TEST_F(ReadingTheConfiguration, WhatIsNoRegularFileIsRefusedWithoutWaitingForIt) {
+TEST_F(ReadingTheConfiguration, WhatIsNotARegularFileIsRefusedWithoutWaitingForIt) {
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   expectFailure(path_, "not a regular file");
   expectFailure(directory_.path(), "not a regular file");
@@ -65,7 +65,7 @@ TEST_F(ReadingTheConfiguration, AnExclusivelyLockedFileIsRefusedAfterTheLimitAnd
   EXPECT_TRUE(ReadConfiguration(path_, std::nullopt).exists);
 }
 
-TEST_F(ReadingTheConfiguration, ASharedLockIsNoObstacleAndNoneIsLeftBehind) {
+TEST_F(ReadingTheConfiguration, ASharedLockIsNotAnObstacleAndNoneIsLeftBehind) {
   WriteFile(path_, "[A]\nx = 1\n\n");
   Descriptor locked = OpenAt(AT_FDCWD, path_.c_str(), O_RDONLY);
   ASSERT_EQ(flock(locked.get(), LOCK_SH), 0);

@@ -63,7 +63,7 @@ std::string MessageFor(const std::string& json) {
   return "nothing was raised";
 }
 
-TEST(PlistFromJson, RefusesWhatIsNoJsonWithItsPlace) {
+TEST(PlistFromJson, RefusesWhatIsNotJsonWithItsPlace) {
   EXPECT_THAT(MessageFor("{\n  \"a\": 1,\n  b\n}"),
               testing::StartsWith("site.json is not JSON: parse error at line 3"));
   EXPECT_THAT(MessageFor("{\"a\": \x1b}"), testing::Not(testing::HasSubstr("\x1b")));

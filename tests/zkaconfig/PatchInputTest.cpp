@@ -52,7 +52,7 @@ TEST(PatchFromWords, CommasAreTextWhereStringsAreKept) {
   EXPECT_EQ(FromWords({"A", "x=a,b", "x=c"}, true), Tree("A", "x", Plist::array({"a,b", "c"})));
 }
 
-TEST(PatchFromWords, WhatIsNoSectionWithSettingsIsAUsageFailure) {
+TEST(PatchFromWords, WhatIsNotASectionWithSettingsIsAUsageFailure) {
   ExpectFailure(ExitStatus::Usage, "no section", [] { FromWords({}); });
   ExpectFailure(ExitStatus::Usage, "the section of x=1 is missing", [] { FromWords({"x=1"}); });
   ExpectFailure(ExitStatus::Usage, "follows section A", [] { FromWords({"A"}); });
@@ -212,7 +212,7 @@ TEST(ReviewPatch, ASectionWithoutSettingsIsLeftOutWithARemark) {
   EXPECT_THAT(reviewed.warnings, ElementsAre(HasSubstr("left out")));
 }
 
-TEST(ReviewPatch, ASectionThatIsNoDictionaryIsNeverLetThrough) {
+TEST(ReviewPatch, ASectionThatIsNotADictionaryIsNeverLetThrough) {
   for (const Plist& value : {Plist("text"), Plist(1), Plist::array({"a"})}) {
     ExpectFailure(ExitStatus::Usage, "section X is not a dictionary", [&] {
       Reviewed(Plist::dictionary({{"X", value}}));

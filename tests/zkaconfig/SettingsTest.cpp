@@ -65,7 +65,7 @@ TEST_F(SettingsInForce, TypedBooleansAreTrueForExactlyYesAndForNumbersButZero) {
   EXPECT_FALSE(at(settings_, "MacOSWardex", "SkipArchives").boolValue());
 }
 
-TEST_F(SettingsInForce, EncodedActionsAreNumbersAndWhatIsNoActionStays) {
+TEST_F(SettingsInForce, EncodedActionsAreNumbersAndWhatIsNotAnActionStays) {
   file_.objectForKey("MacOSWardex").setObject_forKey("Frown", "InfectedFiles");
   file_.objectForKey("MacOSWardex").setObject_forKey(Plist::array({"Cure", "Report"}), "ActionAdware");
   Settings settings(file_, known_, true);

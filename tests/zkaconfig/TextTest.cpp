@@ -39,7 +39,7 @@ TEST(Described, TellsTheKindAndTheValue) {
   EXPECT_EQ(Described(Plist::dictionary()), "a dictionary");
 }
 
-TEST(SettingLine, IsTheLineAsItStandsInTheFile) {
+TEST(SettingLine, IsTheLineAsItIsInTheFile) {
   EXPECT_EQ(SettingLine("Mode", "Auto"), "Mode = Auto");
   EXPECT_EQ(SettingLine("Path", "/dev"), "Path = \"/dev\"");
   EXPECT_EQ(SettingLine("List", Plist::array({"a b", 2})), "List = \"a b\", 2");

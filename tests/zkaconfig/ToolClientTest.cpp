@@ -64,7 +64,7 @@ TEST_F(AnsweringTool, AnErrorInTheReplyIsARefusalInTheToolsWords) {
                 ExitStatus::Refused, "has not made the change: no room", kPatience);
 }
 
-TEST_F(AnsweringTool, AReplyToSomethingElseIsNoAnswer) {
+TEST_F(AnsweringTool, AReplyToSomethingElseIsNotAnAnswer) {
   expectFailure(toolThatReplies("<key>tag</key><string>cmd</string>"), ExitStatus::NoAnswer, "something else",
                 kPatience);
   expectFailure(
