@@ -136,7 +136,7 @@ Plist::Entry& Plist::DictionaryNode::entryByHash(const Plist& key) {
 }
 
 void Plist::DictionaryNode::grow() {
-  constexpr std::size_t kFirstCapacity = 16;
+  constexpr std::size_t kFirstCapacity = 8;
   reserve(std::max(kFirstCapacity, 2 * entries.size()));
 }
 
