@@ -5,8 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "PortableFoundation/NSException.h"
@@ -34,7 +36,8 @@ int FlushToDisk(int descriptor) noexcept {
 // These say that the file, or its file system, has nothing that could be flushed. EIO and ENOSPC say that
 // what was written is lost.
 bool IsFlushUnsupported(int error) noexcept {
-  return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == ENOTSUP || error == EROFS;
+  constexpr int kUnsupported[] = {EINVAL, ENOSYS, EOPNOTSUPP, ENOTSUP, EROFS};
+  return std::ranges::find(kUnsupported, error) != std::end(kUnsupported);
 }
 
 }  // namespace
