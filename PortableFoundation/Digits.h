@@ -6,6 +6,8 @@
 
 namespace zekara {
 
+// Digits in ASCII, for every file that reads or writes them. The functions of <cctype> depend on the locale.
+
 // Returns true for the ASCII digits 0 to 9.
 constexpr bool IsDigit(char c) noexcept {
   return c >= '0' && c <= '9';
@@ -16,7 +18,7 @@ constexpr bool AreDigits(std::string_view text) noexcept {
   return !text.empty() && std::ranges::all_of(text, IsDigit);
 }
 
-// Appends the two hexadecimal digits of a byte, in small letters.
+// Appends the two hexadecimal digits of a byte to `text`, in small letters.
 inline void AppendHexadecimal(std::string& text, char byte) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   const auto value = static_cast<unsigned char>(byte);

@@ -13,9 +13,14 @@
 
 namespace zekara {
 
-// What the handles of Plist point to. Included by the source files of Plist only.
+// The nodes that handles of Plist point to. Only the source files of Plist include this header; other code
+// knows handles only.
+//
+// A node counts its references: one for each handle, and one for each SharedText of a TextNode.
+// Plist::retain() and Plist::release() change the count; release() deletes the node with its last reference.
 
-// The head of every node. A node is deleted when its last handle lets go of it: see Plist::release().
+// The head of every node. A new node has one reference, which belongs to the handle that is made for it.
+// `isMutable` is meaningful for containers only.
 struct Plist::Node {
   explicit Node(Kind kindOfNode) noexcept : kind(kindOfNode) {}
 
@@ -24,7 +29,8 @@ struct Plist::Node {
   bool isMutable = true;
 };
 
-// A string or data too long for its handle. The bytes follow the structure in the same allocation.
+// A string or data of more than 14 bytes. The bytes follow the structure in the same allocation, so nodes are
+// made by make() and deleted by free() only.
 struct Plist::StringNode : Node {
   // Allocates a node for `size` bytes and leaves the bytes uninitialised.
   static StringNode* make(Kind kind, std::size_t size) {
@@ -45,22 +51,26 @@ struct Plist::StringNode : Node {
   StringNode(Kind kindOfNode, std::size_t size) noexcept : Node(kindOfNode), length(size) {}
 };
 
-// The text that the strings of a SharedText are parts of. Its kind is Nil.
+// The text of a SharedText. The strings that share it hold a reference and a range of it. Its kind is Nil,
+// which no other node has.
 struct Plist::TextNode : Node {
   explicit TextNode(std::string bytes) noexcept : Node(Kind::Nil), text(std::move(bytes)) {}
 
   const std::string text;
 };
 
+// What arrays and dictionaries have in common.
 struct Plist::ContainerNode : Node {
   using Node::Node;
 
-  ContainerNode* nextToFree = nullptr;  // used by release() only
+  ContainerNode* nextToFree = nullptr;  // links the containers that release() has still to free
 };
 
+// The elements of an array.
 struct Plist::ArrayNode : ContainerNode {
   ArrayNode() noexcept : ContainerNode(Kind::Array) {}
 
+  // Raises "NSInvalidArgumentException" if the element is nil.
   void append(Plist element) {
     if (element.isNil()) throw NSException(NSInvalidArgumentException, "nothing was added to an array");
     if (elements.capacity() == 0) elements.reserve(kFirstCapacity);
@@ -73,20 +83,23 @@ struct Plist::ArrayNode : ContainerNode {
   static constexpr std::size_t kFirstCapacity = 4;
 };
 
-// The entries of a dictionary in the order in which their keys were first stored, and what finds them:
-// PlistDictionary.cpp explains how.
+// The entries of a dictionary in the order in which their keys were first stored, with the means to find a
+// key. PlistDictionary.cpp explains how. Entries are never removed.
 class Plist::DictionaryNode : public ContainerNode {
  public:
   DictionaryNode() noexcept : ContainerNode(Kind::Dictionary) {}
-  // A modifiable node with the same entries.
+  // Makes a modifiable node with the same entries.
   DictionaryNode(const DictionaryNode& other);
 
-  // Makes room for `count` entries in all.
+  // Reserves memory for `count` entries in all. Raises std::bad_alloc and changes nothing if there is not
+  // enough, or if the count does not fit into 32 bits.
   void reserve(std::size_t count);
-  // Returns the entry under `key`; null if there is none. The key is neither nil nor a container.
+  // Returns the entry under `key`; null if there is none. The key must be neither nil nor a container. The
+  // pointer is valid until an entry is added.
   Entry* find(const Plist& key);
-  // Returns the entry under `key`. If there was none, the entry is new and both its members are nil: the
-  // caller moves key and value in before it does anything else.
+  // Returns the entry under `key`, and adds it first if there is none. Both members of a new entry are nil;
+  // the caller must move key and value in before it does anything else. `key` must not be part of this
+  // dictionary's entries, which may be moved.
   Entry& entryFor(const Plist& key);
 
   std::vector<Entry> entries;
@@ -106,8 +119,8 @@ class Plist::DictionaryNode : public ContainerNode {
   Entry& entryByHash(const Plist& key);
   void grow();
 
-  std::uint8_t tags_[kMostTags] = {};
-  std::vector<Slot> slots_;  // empty, or a power of two, with room for more than entries.capacity()
+  std::uint8_t tags_[kMostTags] = {};  // of the entries, while there is no index
+  std::vector<Slot> slots_;            // empty, or a power of two, with room for more than entries.capacity()
 };
 
 inline std::string_view Plist::view() const noexcept {

@@ -11,7 +11,8 @@ namespace zekara {
 // it). An attacker who does not know the key cannot choose inputs that collide.
 std::uint64_t SipHash(const std::array<std::uint64_t, 2>& key, std::string_view bytes) noexcept;
 
-// Returns the random key of this process, which the first call makes. Any thread may call it.
+// Returns the random key of this process, which the first call makes. The key is the kernel's random bytes;
+// if the kernel has none to give, it is made of a random address. Any thread may call it.
 const std::array<std::uint64_t, 2>& ProcessHashKey() noexcept;
 
 }  // namespace zekara
