@@ -7,7 +7,7 @@
 
 namespace zekara {
 
-// A text that the strings made of its parts share, so that reading a large file copies few of its bytes.
+// A text that its parts, as strings, share instead of copying it. The lexer of configuration files uses it.
 //
 //   Plist::SharedText text(std::move(bytes));
 //   Plist name = text.string(text.view().substr(1, 20));
@@ -20,7 +20,7 @@ class Plist::SharedText {
   // Takes `text` over without copying it.
   explicit SharedText(std::string text);
 
-  // The whole text. A NUL byte follows it. The view lives as long as the text.
+  // Returns the whole text, which a NUL byte follows. The view is valid as long as the text lives.
   std::string_view view() const noexcept { return text_; }
 
   // Returns `part` as a string. `part` must lie within view(). Copies a part that fits into a handle, and one
