@@ -44,7 +44,9 @@ class Transaction {
 
   // Blocks every signal until the transaction ends. Called when the lock on the configuration file is
   // granted: until then the process may wait for long, and its caller may interrupt it.
-  void blockSignals() noexcept { signals_.emplace(); }
+  void blockSignals() noexcept {
+    if (!signals_) signals_.emplace();
+  }
 
  private:
   // Destroyed from the last to the first: the memory limits are the caller's again, then the IDs; then the
