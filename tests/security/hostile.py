@@ -49,9 +49,9 @@ def install_helpers():
         SHORT_COUNTS = sandbox.add_program(SHORT_COUNTS, sandbox.TOOL_DIRECTORY + "/SecurityShortCounts")
 
 
-def helper(name):
-    """The path of a helper program that the C++ tests build; None where it has not been built."""
-    path = os.path.join(_helpers, "..", "support", name)
+def example(name):
+    """The path of an example program in C++; None where it has not been built."""
+    path = os.path.join(_helpers, "..", "..", "examples", name)
     return os.path.realpath(path) if os.access(path, os.X_OK) else None
 
 

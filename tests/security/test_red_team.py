@@ -174,12 +174,12 @@ class Registrations(RedTeam):
             self.assertEqual(stream.read(), b"for root's eyes")
 
     def test_directories_that_are_moved_while_they_are_emptied_cost_nothing_outside(self):
-        program = self.program()
         front_end = sandbox.RUN_DIRECTORY + "/frontEnd"
         outside = sandbox.RUN_DIRECTORY + "/outside"
         os.makedirs(outside + "/a/b/c")
         with open(outside + "/canary", "wb") as file:
             file.write(b"alive")
+        daemon = self.start_daemon_example()
         mover = os.fork()
         if mover == 0:
             _move_around(front_end, outside)
@@ -187,19 +187,28 @@ class Registrations(RedTeam):
             for _ in range(hostile.scaled(40, 1000)):
                 with contextlib.suppress(OSError):  # what it makes is moved away meanwhile
                     os.makedirs(front_end + "/ag/a/b/c")
-                ended = sandbox.start([program, "0"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-                self.assertEqual(ended.wait(tool.PATIENCE), 0)
+                daemon.send_signal(signal.SIGHUP)
+                self.assertTrue(daemon.stdout.readline())
                 with open(outside + "/canary", "rb") as file:
                     self.assertEqual(file.read(), b"alive")
         finally:
             os.kill(mover, signal.SIGKILL)
             os.waitpid(mover, 0)
+        daemon.send_signal(signal.SIGTERM)
+        self.assertEqual(daemon.wait(tool.PATIENCE), 0)
 
-    def program(self):
-        source = hostile.helper("SendSignalToGUI")
+    def start_daemon_example(self):
+        """The example daemon, which signals the front ends, and removes what it cannot signal, at each SIGHUP."""
+        source = hostile.example("daemon")
         if source is None:
-            self.skipTest("the helper program SendSignalToGUI has not been built")
-        return sandbox.add_program(source, tool.TOOL + "-signals")
+            self.skipTest("the example daemon has not been built")
+        program = sandbox.add_program(source, tool.TOOL + "-daemon")
+        daemon = sandbox.start([program], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        self.addCleanup(daemon.stdout.close)
+        self.addCleanup(daemon.wait)
+        self.addCleanup(daemon.kill)
+        self.assertTrue(daemon.stdout.readline())
+        return daemon
 
 
 class Memory(RedTeam):
