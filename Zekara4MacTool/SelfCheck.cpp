@@ -35,14 +35,15 @@ enum class RepairResult { kComplete, kOwnerFailed, kModeFailed };
 
 // For root, changes the file by path. When set-user-ID, changes only the running executable, through one
 // descriptor, so that the caller cannot put another file in its place between the check and the changes.
-// chown clears the set-user-ID bit until chmod restores it, so signals are blocked and the caller's cannot
-// reach the process in between.
+// The caller can neither stop nor kill the process from before the look at the file to its last change: a
+// process that is stopped in between could arm a file that an installer has withdrawn meanwhile, and chown
+// clears the set-user-ID bit until chmod restores it.
 RepairResult RepairAttributes(const std::string& path) {
   const NSFileManager& manager = NSFileManager::defaultManager();
   const bool isPrivileged = ProcessIsPrivileged();
-  const Descriptor file = isPrivileged ? OpenRunningExecutableNamed(path.c_str()) : Descriptor();
   const AllSignalsBlocked blocked;
   const FullyRoot root;
+  const Descriptor file = isPrivileged ? OpenRunningExecutableNamed(path.c_str()) : Descriptor();
   const bool isOwned = isPrivileged ? manager.changeOwner_group_ofFile(0, 0, file)
                                     : manager.changeOwner_group_atPath(0, 0, path);
   if (!isOwned) return RepairResult::kOwnerFailed;

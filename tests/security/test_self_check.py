@@ -272,3 +272,23 @@ class InterruptedRepair(ToolTestCase):
         self.assertEqual(delivered, [])
         self.assertEqual(held.finish().log, REPAIRED)
         self.assertEqual(hostile.attributes(COPY), (0, 0, 0o4755))
+
+    def test_a_file_withdrawn_before_the_caller_can_no_longer_stop_the_repair_is_not_armed_again(self):
+        tool.copy_tool(COPY, mode=0o4711)
+        held = hostile.HeldBack("setreuid", name=COPY)
+        self.addCleanup(self._end, held.process)
+        hostile.wait_until(lambda: _has_roots_group(held), "the process is on its way to being fully root")
+        with open(COPY, "rb") as file:
+            os.unlink(COPY)
+            os.fchmod(file.fileno(), 0o600)
+            self.assertEqual(held.finish().log, hostile.refused(COPY))
+            self.assertEqual(stat.S_IMODE(os.fstat(file.fileno()).st_mode), 0o600)
+
+
+def _has_roots_group(held):
+    """Returns true once root's group is the real one of the tool that is held back; false while it is being started, too."""
+    try:
+        with open(f"/proc/{held.pid}/status", encoding="ascii") as status:
+            return any(line.split()[:2] == ["Gid:", "0"] for line in status)
+    except (AssertionError, OSError, ValueError):
+        return False
