@@ -6,15 +6,12 @@ The seed is fixed; ZKA_RANDOM_SEED sets another, ZKA_RANDOM_ROUNDS another numbe
 import datetime
 import os
 import random
-import time
 
 from support import ini_model, tool
 from support.case import ToolTestCase
 
 SEED = int(os.environ.get("ZKA_RANDOM_SEED", "20090213"))
-ROUNDS = int(os.environ.get("ZKA_RANDOM_ROUNDS", "3000"))
-# Where the machine is too slow for all rounds, fewer are made: seconds.
-LIMIT = 10.0 if "ZKA_RANDOM_ROUNDS" not in os.environ else float("inf")
+ROUNDS = int(os.environ.get("ZKA_RANDOM_ROUNDS", "1000"))
 
 NAMES = ("MacOSWardex", "UpdateD", "A", "a", "b c", "1", "x_y")
 KEYS = ("k", "K", "IsActive", "Interval", "7", "two words", "p/q")
@@ -124,7 +121,6 @@ def predict(content, changes):
 class RandomChanges(ToolTestCase):
     def test_the_tool_makes_of_every_file_and_change_what_the_model_makes_of_them(self):
         generator = Generator(SEED)
-        deadline = time.monotonic() + LIMIT
         succeeded = failed = 0
         for number in range(ROUNDS):
             content = generator.file()
@@ -141,7 +137,5 @@ class RandomChanges(ToolTestCase):
                 self.assert_config(expected)
             succeeded += expected_errors.count(None)
             failed += len(expected_errors) - expected_errors.count(None)
-            if time.monotonic() > deadline:
-                break
         self.assertGreater(succeeded, failed, "most of the random changes fail")
         self.assertGreater(10 * failed, succeeded, "hardly any of the random changes fails")
