@@ -37,7 +37,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-class Delegate : public ZKAXMLConnectionDelegating {
+class Delegate final : public ZKAXMLConnectionDelegating {
  public:
   void messageReceived_throughConnection(const Plist& message, ZKAXMLConnection& connection) override {
     messages.push_back(message);

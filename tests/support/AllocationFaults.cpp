@@ -37,7 +37,8 @@ long CountLiveBlocks() noexcept {
 
 }  // namespace zekara::test
 
-// The other forms of both operators call these.
+// In the C++ library the other forms of both operators call these. A sanitizer's forms do not, so each that
+// is used is here.
 void* operator new(std::size_t size) {
   void* const block = zekara::test::IsToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
   if (block == nullptr && std::get_new_handler() != nullptr) std::get_new_handler()();
@@ -52,5 +53,29 @@ void operator delete(void* block) noexcept {
 }
 
 void operator delete(void* block, std::size_t) noexcept {
+  operator delete(block);
+}
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return operator new(size, std::nothrow);
+}
+
+void operator delete[](void* block) noexcept {
+  operator delete(block);
+}
+
+void operator delete[](void* block, std::size_t) noexcept {
   operator delete(block);
 }
