@@ -4,6 +4,7 @@
 
 namespace zekara {
 
+// The target codes are the positions in this table, counted from 1.
 const char* target2string(std::int32_t target) noexcept {
   constexpr const char* kKeys[] = {"InfectedFiles", "SuspiciousFiles", "IncurableFiles", "ActionAdware",
                                    "ActionDialers", "ActionJokes",     "ActionRiskware", "ActionHacktools"};

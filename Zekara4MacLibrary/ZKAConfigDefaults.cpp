@@ -1,3 +1,6 @@
+// The settings that each daemon uses when the configuration file does not name them. Readers of the file add
+// them in memory, with PlistSupplementDefaults(); the privileged tool never writes them into the file.
+
 #include "Zekara4MacLibrary/ZKAConfigDefaults.h"
 
 namespace zekara {

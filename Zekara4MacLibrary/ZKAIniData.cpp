@@ -1,3 +1,7 @@
+// The document keeps the tree in the form in which callers ask for it, so reading needs no code here. Writing
+// walks the tree once and appends to one text. Only strings can need quotes: the text form of every other
+// value is one word of the format.
+
 #include "Zekara4MacLibrary/ZKAIniData.h"
 
 #include <span>
@@ -66,6 +70,8 @@ const Plist& ZKAIniData::sectionToChange(const Plist& name) {
   return plist_.entries()[lastSection_].value;
 }
 
+// A key's first value, the usual case, needs one search: setObject_forKeyIfAbsent() leaves `object` alone if
+// the key has a value already, which is then made a list or is one.
 void ZKAIniData::addObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {
   const Plist& target = sectionToChange(section);
   const Plist existing = target.setObject_forKeyIfAbsent(object, key);

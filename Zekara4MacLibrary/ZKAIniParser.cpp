@@ -1,3 +1,7 @@
+// A recursive-descent parser that never looks ahead. parse() takes the first token of each item and calls the
+// functions for that kind of item, which take the others. Each value goes into the document as soon as it has
+// been read, so after an error the document holds all values before the failing token.
+
 #include "Zekara4MacLibrary/ZKAIniParser.h"
 
 #include "PortableFoundation/NSException.h"
@@ -51,11 +55,13 @@ void ZKAIniParser::parseSection() {
   Require(lexer_.nextToken() == ZKAIniTokenCloseBracket);
 }
 
+// Names are taken by name(), which never makes a number of them: "[123]" is the section "123".
 void ZKAIniParser::parseKey() {
   key_ = lexer_.name();
   Require(lexer_.nextToken() == ZKAIniTokenEquals);
 }
 
+// A line end is the empty value, because value() of a token without text is the empty string.
 void ZKAIniParser::parseValue() {
   const std::int32_t token = lexer_.nextToken();
   Require(token == ZKAIniTokenString || token == ZKAIniTokenEndOfLine);

@@ -1,3 +1,8 @@
+// The functions on trees walk two levels, sections and their keys, and look each key up in the other tree. A
+// missing section or key is nil, for which every question has an answer, so few cases of absence need a
+// branch. Kinds are not checked here: the operations of Plist raise if a section is not a dictionary or is
+// unmodifiable.
+
 #include "Zekara4MacLibrary/ZKAPlistUtils.h"
 
 #include <cstdlib>
@@ -39,6 +44,7 @@ void ForEachBoolean(const Plist& section, const SectionDefault* defaults, Change
   }
 }
 
+// The translation of an unknown value is nil, which setObject_forKey() rejects.
 void Translate(const Plist& section, const Plist& key, const Plist& translation) {
   const Plist value = section.objectForKey(key);
   if (!value.isNil()) section.setObject_forKey(translation.objectForKey(value), key);
@@ -50,6 +56,7 @@ void SectionDefault::raiseOpenList() {
   throw NSException(NSInvalidArgumentException, "a list of defaults does not end with a null pointer");
 }
 
+// A row of an unknown type has nil as its default, which setObject_forKey() rejects.
 void PlistSupplementDefaults(const Plist& tree, const Plist& section, const SectionDefault* defaults) {
   if (tree.objectForKey(section).isNil()) tree.setObject_forKey(Plist::dictionary(), section);
   const Plist target = tree.objectForKey(section);
@@ -68,6 +75,7 @@ Plist PlistDeepCopy(const Plist& tree) {
   return result;
 }
 
+// Deliberate: a removal is not a difference, because a patch cannot express one.
 Plist PlistDiff(const Plist& old, const Plist& new_) {
   Plist diff = Plist::dictionary();
   for (const auto& [name, section] : new_.entries()) {
@@ -85,6 +93,9 @@ Plist PlistDiff(const Plist& old, const Plist& new_) {
   return diff;
 }
 
+// A section that the tree lacks enters it as a copy, so that later changes do not reach the patch. It counts
+// as changed even if it is empty. An equal value does not count, so that a request which repeats the current
+// settings notifies no daemon.
 ZKAChangedSections PlistPatch(const Plist& tree, const Plist& patch) {
   ZKAChangedSections changed;
   for (const auto& [name, patchSection] : patch.entries()) {

@@ -113,6 +113,8 @@ void ZKAXMLConnection::processChunk(std::string_view block) {
   assembly_.erase(0, start);
 }
 
+// A message that cannot be parsed is logged and dropped, and the connection goes on: the marker shows where
+// the next message begins.
 void ZKAXMLConnection::processMessage(std::string_view bytes) {
   std::string error;
   const Plist message = NSPropertyListSerialization::propertyListFromData(bytes, error);

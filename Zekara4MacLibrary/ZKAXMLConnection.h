@@ -42,14 +42,12 @@ class ZKAXMLConnectionDelegating {
 //   }
 //
 // A connection stops in one of four ways:
-// - The input ends, cannot be read, or is closed by NSFileHandle::closeFile(): connectionClosed() is called.
-// A partial
-//   message is discarded.
-// - An NSException is raised while it handles input: logged, and connectionClosed() is called.
+// - The input ends, cannot be read, or is closed by NSFileHandle::closeFile(): the connection discards a
+//   partial message and calls connectionClosed().
+// - An NSException is raised while it handles input: the connection logs it and calls connectionClosed().
 // - close() is called: the delegate is never called again.
 // - Its last owner releases it. If that happens inside a delegate operation, the connection lives until the
-// operation
-//   returns and delivers nothing more, neither the messages that arrived in the same block nor
+//   operation returns. It delivers nothing more, neither the messages that arrived in the same block nor
 //   connectionClosed().
 //
 // Received bytes that were not delivered are lost with the connection. Making a connection ignores SIGPIPE
