@@ -20,6 +20,7 @@ constexpr auto kAsciiAlphanumerics = [] {
   return table;
 }();
 
+// The lead byte of a sequence of n bytes has n + 1 marker bits, which the mask removes.
 // Returns the code point of a well-formed sequence of two to four bytes.
 char32_t DecodeSequence(std::string_view sequence) noexcept {
   char32_t codePoint = static_cast<unsigned char>(sequence[0]) & (0x7FU >> sequence.size());

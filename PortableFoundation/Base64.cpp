@@ -1,5 +1,6 @@
 // Four digits of six bits each make three bytes. The decoder looks every byte of the text up in one table,
-// which gives the digit's value or says that the byte is white space, padding or foreign.
+// which gives the digit's value or says that the byte is white space, padding or foreign. Bytes are appended
+// group by group, because white space may be between any two digits.
 
 #include "PortableFoundation/Base64.h"
 

@@ -1,3 +1,7 @@
+// A state machine that takes one byte at a time, so a number may be split between two pieces anywhere. It
+// differs from strtol(): a NUL is white space, white space may follow the sign, and nothing depends on the
+// locale.
+
 #include "PortableFoundation/IntValue.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Reading has two steps: Decode() makes UTF-8 of the bytes and checks all of it once, so that the parser
+// need not; ReadPlist() then parses the text. An offset is made a line number only when something is wrong.
+
 #include "PortableFoundation/NSPropertyListSerialization.h"
 
 #include <algorithm>
@@ -42,6 +45,7 @@ PlistFault Decode(std::string_view& text, std::string& converted) {
   return {text[unfit] == '\0' ? "NUL character" : "byte that is not UTF-8", unfit};
 }
 
+// `text` is the text that the offset refers to. A conversion does not change the number of its lines.
 std::string Sentence(const PlistFault& fault, std::string_view text) {
   const std::string_view before = text.substr(0, fault.offset);
   const auto line = 1 + std::count(before.begin(), before.end(), '\n');

@@ -14,6 +14,7 @@ namespace zekara {
 
 // ---- Making values
 
+// Short text needs no node. The rest of storage_ is zero already, as comparing handles requires.
 Plist::Plist(Kind kind, std::string_view bytes) {
   const std::size_t size = bytes.size();
   if (size <= kInlineCapacity) {
@@ -39,6 +40,7 @@ Plist Plist::array(std::initializer_list<Plist> elements) {
   return array;
 }
 
+// Reserves exactly what is needed, because an unmodifiable array never grows.
 Plist Plist::frozenArray(std::span<Plist> elements) {
   Plist array = Plist::array();
   auto& node = *static_cast<ArrayNode*>(array.node());
@@ -73,6 +75,8 @@ Plist Plist::SharedText::string(std::string_view part) const {
 
 // ---- Counting references
 
+// Relaxed order suffices: a thread that copies a handle owns a reference, so the node cannot be freed
+// meanwhile.
 void Plist::retain(Node* node) noexcept {
   node->references.fetch_add(1, std::memory_order_relaxed);
 }
@@ -151,6 +155,8 @@ std::int64_t Plist::secondsSince1970() const {
   return payload<std::int64_t>();
 }
 
+// Compares with the limits first, because converting a real number outside the range of the type is
+// undefined.
 std::int64_t Plist::longLongValue() const {
   constexpr auto kHighest = std::numeric_limits<std::int64_t>::max();
   if (isNil()) return 0;
@@ -205,6 +211,8 @@ Plist Plist::copy() const {
   return copy;
 }
 
+// Strings and data are values here, so each is its own copy. The platform has modifiable copies of them, so
+// asking for one does not raise.
 Plist Plist::mutableCopy() const {
   if (isArray()) {
     Plist copy = array();
@@ -277,6 +285,8 @@ bool Plist::areEqualNumbers(const Plist& left, const Plist& right) noexcept {
   return real >= -0x1p63 && real < 0x1p63 && static_cast<std::int64_t>(real) == right.payload<std::int64_t>();
 }
 
+// `depth` is the number of containers around the values. Two dictionaries of one size are equal if one has
+// all entries of the other: a key that is missing gives nil, which no stored value equals.
 bool Plist::isEqual(const Plist& left, const Plist& right, int depth) {
   if (left.isNumber() && right.isNumber()) return areEqualNumbers(left, right);
   if (left.kind_ != right.kind_) return false;

@@ -13,6 +13,7 @@
 namespace zekara {
 namespace {
 
+// Without a format, to_chars() gives a real number the shortest text that reads back as the same number.
 template <class Number>
 void AppendNumber(std::string& text, Number number) {
   char digits[32];
@@ -72,6 +73,8 @@ void Plist::appendDescriptionTo(std::string& text) const {
   isString() ? static_cast<void>(text += view()) : appendDescription(text, 0);
 }
 
+// `depth` is the number of containers around the value. Blanks separate elements and entries, because a
+// comma would end the word. A boolean is stored as 1 or 0 and needs no case of its own.
 void Plist::appendDescription(std::string& text, int depth) const {
   if (isContainer() && depth >= kMaximumPlistDepth) {
     throw NSException(NSInvalidArgumentException, "a value too deeply nested was asked for its text");

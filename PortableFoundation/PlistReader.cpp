@@ -191,6 +191,7 @@ bool PlistReader::skipDocumentType() noexcept {
   return fail("");
 }
 
+// Skips what may precede the root element. An XML declaration is a processing instruction here.
 bool PlistReader::skipProlog() noexcept {
   for (;;) {
     skipSpace();
@@ -204,6 +205,8 @@ bool PlistReader::skipProlog() noexcept {
   }
 }
 
+// Ends when no white space and attribute follow, as before "?>". The fault that this may record does not
+// matter, because the caller uses this reader for nothing else.
 std::string_view PlistReader::declaredEncoding() {
   std::string_view name;
   std::string_view value;
@@ -216,6 +219,8 @@ std::string_view PlistReader::declaredEncoding() {
 
 // ---- Tags
 
+// An unknown name gives a number that is not an Element and that every caller rejects. A character other
+// than a small letter ends the name and is left to the caller to reject.
 Element PlistReader::takeName() noexcept {
   std::uint64_t name = 0;
   for (; at_ != end_ && *at_ >= 'a' && *at_ <= 'z'; ++at_) name = Packed(name, *at_);
@@ -258,6 +263,7 @@ bool PlistReader::readStartTag(Tag& tag) noexcept {
   return take('>') || fail("unexpected character in a tag");
 }
 
+// An end tag may have white space behind its name but no attributes.
 bool PlistReader::readEndTag(Element element) noexcept {
   if (!atEndTag()) return fail("unexpected element or text where an end tag belongs");
   at_ += 2;
@@ -314,6 +320,7 @@ bool PlistReader::readRun() {
   }
 }
 
+// Knows the five entities of XML and no others, so a text cannot grow by being read.
 bool PlistReader::readReference() {
   constexpr std::pair<std::string_view, char> kEntities[] = {
       {"&lt;", '<'}, {"&gt;", '>'}, {"&amp;", '&'}, {"&quot;", '"'}, {"&apos;", '\''}};
@@ -325,6 +332,8 @@ bool PlistReader::readReference() {
   return take("&#") ? readCharacterReference() : fail("unknown reference");
 }
 
+// Appends the character of a reference whose "&#" has been consumed. At most eight digits are read, so the
+// number fits into 32 bits in either base.
 bool PlistReader::readCharacterReference() {
   constexpr std::ptrdiff_t kMostDigits = 8;
   const int base = take('x') ? 16 : 10;
@@ -399,6 +408,7 @@ bool PlistReader::readString(Tag tag) {
   return true;
 }
 
+// "<true> </true>" is a boolean as well.
 bool PlistReader::readBoolean(Tag tag) {
   std::string_view text;
   if (!readText(tag, text)) return false;
@@ -424,6 +434,9 @@ bool PlistReader::readScalar(Tag tag, Plist (*parse)(std::string_view) noexcept,
   return true;
 }
 
+// The values from `first` on belong to this container; those below belong to the containers around it. The
+// depth is checked before the recursion, so the stack that a message can use is bounded. A key that is given
+// twice keeps its last value, as on the platform.
 bool PlistReader::readContainer(Tag tag, int depth) {
   if (depth == kMaximumPlistDepth) return fail("containers nested too deeply");
   const bool isArray = tag.element == Element::Array;

@@ -1,3 +1,8 @@
+// The functions here check the form of reals and dates themselves before the standard library converts their
+// digits, because from_chars() and strtod_l() accept other forms as well: "nan(1)", hexadecimal reals and
+// leading white space. Nothing depends on the locale. Functions that begin with Take remove what they have
+// read from the front of a view.
+
 #include "PortableFoundation/PlistScalars.h"
 
 #ifdef __APPLE__
@@ -117,6 +122,8 @@ bool IsPlistWord(std::string_view text, std::string_view word) noexcept {
   });
 }
 
+// The magnitude is an unsigned number, so that values up to 2^64-1 fit and from_chars() rejects a second
+// sign.
 Plist ParsePlistInteger(std::string_view text) noexcept {
   const bool isNegative = TakeSign(text);
   const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
@@ -140,6 +147,7 @@ Plist ParsePlistReal(std::string_view text) noexcept {
   return ReadMagnitude(text, decimal, magnitude) ? Plist(sign * magnitude) : Plist();
 }
 
+// The first "-" behind the sign ends the year, whose length varies; all other fields have two digits.
 Plist ParsePlistDate(std::string_view text) noexcept {
   PlistDate date{};
   const bool isNegative = Take(text, '-');

@@ -1,6 +1,9 @@
 // Writes a value by walking it. A write function that finds something that cannot be written records the
 // problem and returns false, and so does every caller up to WritePlist(). Dictionaries are sorted by key
 // through a stack of pointers that all open dictionaries share.
+//
+// A container that holds itself needs no check of its own: its nesting reaches the limit, and only then are
+// the open containers compared, so that the problem can be named.
 
 #include "PortableFoundation/PlistWriter.h"
 
@@ -35,6 +38,7 @@ unsigned char SortingByte(char c) noexcept {
   return byte == 0xEE || byte == 0xEF ? static_cast<unsigned char>(byte | 0x10) : byte;
 }
 
+// The first bytes that differ decide. A text that is the beginning of another one comes before it.
 bool SortsBefore(std::string_view left, std::string_view right) noexcept {
   const auto [l, r] = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
   if (l == left.end() || r == right.end()) return r != right.end();
@@ -187,6 +191,8 @@ bool PlistWriter::writeElements(const Plist& array, int depth) {
                              [&](const Plist& element) { return writeValue(element, depth); });
 }
 
+// Sorts only if two neighbours are in the wrong order: the entries of a value that was read from a property
+// list are usually sorted already. Keys are checked first, because only strings can be compared here.
 bool PlistWriter::writeEntries(const Plist& dictionary, int depth) {
   const auto entries = dictionary.entries();
   for (const Plist::Entry& entry : entries) {
@@ -200,6 +206,8 @@ bool PlistWriter::writeEntries(const Plist& dictionary, int depth) {
   return std::ranges::all_of(entries, [&](const Plist::Entry& entry) { return writeEntry(entry, depth); });
 }
 
+// Entries of inner dictionaries are pushed behind those of this one while it is being written, and are
+// removed again afterwards. The vector may move meanwhile, so its elements are found by index.
 bool PlistWriter::writeSortedEntries(std::span<const Plist::Entry> entries, int depth) {
   const std::size_t first = sorted_.size();
   for (const Plist::Entry& entry : entries) sorted_.push_back(&entry);
@@ -222,6 +230,8 @@ bool PlistWriter::writeEntry(const Plist::Entry& entry, int depth) {
   return writeValue(entry.value, depth);
 }
 
+// Copies the bytes between two references in one piece. This is also where keys and strings are checked,
+// because a program can store any bytes in a Plist.
 bool PlistWriter::writeText(std::string_view text) {
   std::size_t written = 0;
   for (std::size_t at = 0; at < text.size();) {

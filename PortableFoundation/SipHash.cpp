@@ -1,3 +1,8 @@
+// The hash absorbs its input in words of eight bytes. The last word holds the remaining bytes and, in its
+// highest byte, the low eight bits of the length. Words are read in the byte order of the machine, which
+// Plist.h requires to be little-endian, as the algorithm does. The constants in the initial state come from
+// its authors.
+
 #include "PortableFoundation/SipHash.h"
 
 #include <sys/random.h>
