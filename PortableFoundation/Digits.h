@@ -13,7 +13,8 @@ constexpr bool IsDigit(char c) noexcept {
   return c >= '0' && c <= '9';
 }
 
-// Returns true if `text` consists of decimal digits and is not empty.
+// Returns true if `text` consists of decimal digits and is not empty. There may be more digits than fit into
+// any integer type.
 constexpr bool AreDigits(std::string_view text) noexcept {
   return !text.empty() && std::ranges::all_of(text, IsDigit);
 }

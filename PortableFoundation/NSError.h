@@ -11,6 +11,11 @@ namespace zekara {
 // A failure that only a program's outermost guard handles: a domain, a code within the domain, and a
 // dictionary of details (or nil). It is thrown as an object of its own; a handler for NSException does not
 // catch it.
+//
+//   throw NSError("xx", 123, Plist::dictionary({{"NSFileOwnerAccountID", 0}}));
+//
+// The function that throws documents domain, code and details. References that the functions below return
+// are valid as long as the error lives. A copy of an error shares its dictionary.
 class NSError : public std::exception {
  public:
   NSError(std::string domain, int code, Plist userInfo)
@@ -19,6 +24,7 @@ class NSError : public std::exception {
   const std::string& domain() const noexcept { return domain_; }
   int code() const noexcept { return code_; }
   const Plist& userInfo() const noexcept { return userInfo_; }
+  // Returns the domain, because a handler that knows only std::exception cannot ask for more.
   const char* what() const noexcept override { return domain_.c_str(); }
 
  private:

@@ -30,6 +30,7 @@ inline constexpr int kMaximumPlistDepth = 512;
 // copy() and mutableCopy() make a new object that shares the elements of the old one.
 //
 // Nil: every question has an answer for nil, namely nil, 0, false, an empty string or an empty range.
+// Changing nil raises, because there is no object to change.
 //
 // Errors: asking any other value for something that its kind does not have, storing nil, and changing an
 // unmodifiable object raise NSException "NSInvalidArgumentException". Its reason is a sentence that names the
@@ -46,14 +47,17 @@ inline constexpr int kMaximumPlistDepth = 512;
 // that changes an object must have excluded all readers of the object.
 class Plist {
  public:
+  // Strings and data hold bytes, integers -2^63 to 2^64-1, reals a double, and dates whole seconds. A
+  // boolean is a number as well.
   enum class Kind : std::uint8_t { Nil, String, Integer, Real, Boolean, Data, Date, Array, Dictionary };
   struct Entry;      // a key and its value
   class SharedText;  // makes strings that share one text: see SharedText.h
 
   // Nil.
   Plist() noexcept = default;
-  // Conversions are implicit so that a literal tree reads like the tree. Texts are copied. `char` is excluded
-  // because a character is neither a number nor a string.
+  // Conversions are implicit so that a literal tree reads like the tree. Texts are copied; one of more than
+  // 14 bytes allocates memory. A `const char*` must not be null. Every integer type but bool makes an
+  // integer. `char` is excluded because a character is neither a number nor a string.
   // NOLINTBEGIN(google-explicit-constructor)
   Plist(std::string_view text) : Plist(Kind::String, text) {}
   Plist(const char* text) : Plist(std::string_view(text)) {}
@@ -83,6 +87,7 @@ class Plist {
   static Plist frozenArray(std::span<Plist> elements);
   static Plist frozenDictionary(std::span<Plist> keysAndValues);
 
+  // Copying a handle takes constant time and allocates nothing. Moving it leaves `other` nil.
   Plist(const Plist& other) noexcept { shareFrom(other); }
   Plist(Plist&& other) noexcept { takeFrom(other); }
   Plist& operator=(const Plist& other) noexcept { return *this = Plist(other); }
@@ -130,7 +135,9 @@ class Plist {
   // the range of their type, and return 0 for NaN.
   std::int64_t longLongValue() const;
   std::uint64_t unsignedLongLongValue() const;
+  // Rounds an integer that a double cannot represent, which is beyond 2^53, to the nearest one that it can.
   double doubleValue() const;
+  // Returns true for every number but zero, NaN included.
   bool boolValue() const;
   // Returns true for an integer of 2^63 or more, which unsignedLongLongValue() returns and longLongValue()
   // clamps.
@@ -147,11 +154,14 @@ class Plist {
   // Returns the entries of a dictionary, in order. The range is valid until the dictionary changes or is
   // freed.
   std::span<const Entry> entries() const;
-  // Returns the value under `key`; nil if there is none. A search compares about one key. Keys that an
-  // attacker chose can raise that to 64, and no further: beyond 64 entries, dictionaries use a hash that is
-  // keyed with a secret of this process.
+  // Returns the value under `key`; nil if there is none. Keys are compared by ==, so 1, 1.0 and true are the
+  // same key. A container is returned as the dictionary's own object, not as a copy.
+  //
+  // A search compares about one key. Keys that an attacker chose can raise that to 64, and no further:
+  // beyond 64 entries, dictionaries use a hash that is keyed with a secret of this process.
   Plist objectForKey(const Plist& key) const;
-  // Returns the index of `key` among the entries; count() if there is none.
+  // Returns the index of `key` among the entries; count() if there is none. An index stays valid, because
+  // entries are neither removed nor reordered.
   std::size_t placeOfKey(const Plist& key) const;
   // Stores `value` under `key`. Replaces an earlier value and keeps its place in the order. A key may be any
   // value but nil and containers; only a dictionary whose keys are strings can be written as a property list.
@@ -166,7 +176,8 @@ class Plist {
   // Returns a modifiable copy of a container, which shares the elements of the original, and strings and data
   // themselves. Raises for numbers, booleans and dates, as the platform does.
   Plist mutableCopy() const;
-  // Makes an array or a dictionary unmodifiable from now on, but not the containers in it.
+  // Makes an array or a dictionary unmodifiable from now on, but not the containers in it. Does nothing to
+  // other values. Cannot be undone: mutableCopy() makes a modifiable object.
   void freeze() const;
 
   // Compares by kind and content. Numbers are equal if their mathematical values are equal, across all kinds
@@ -236,22 +247,27 @@ class Plist {
 
   bool isContainer() const noexcept { return kind_ == Kind::Array || kind_ == Kind::Dictionary; }
   bool holdsNode() const noexcept { return length_ >= kHoldsPart; }
+  // Returns the number or pointer at the start of the storage.
   template <class T>
   T payload() const noexcept {
     T value;
     std::memcpy(&value, storage_, sizeof value);
     return value;
   }
+  // Meaningful only if holdsNode().
   Node* node() const noexcept { return payload<Node*>(); }
+  // Meaningful only if `length_` is kHoldsPart.
   Extent extent() const noexcept {
     Extent part = {};
     std::memcpy(&part.offset, storage_ + sizeof(Node*), sizeof part.offset);
     std::memcpy(&part.length, storage_ + sizeof(Node*) + sizeof part.offset, sizeof part.length);
     return part;
   }
+  // Compares bit for bit. Handles that are the same are equal; handles that differ may be equal, too.
   bool isSameHandle(const Plist& other) const noexcept {
     return std::memcmp(static_cast<const void*>(this), static_cast<const void*>(&other), sizeof other) == 0;
   }
+  // The next two overwrite this handle and do not release what it held.
   void shareFrom(const Plist& other) noexcept {
     std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);
     if (holdsNode()) retain(node());
@@ -262,17 +278,26 @@ class Plist {
     other.length_ = 0;
     other.kind_ = Kind::Nil;
   }
+  // Returns the bytes of a string or of data, wherever they are.
   std::string_view view() const noexcept;
   bool hasSameText(const Plist& other) const noexcept;
+  // Returns the hash of a key, which depends on this process's secret. Equal keys have equal hashes.
   std::uint64_t keyHash() const noexcept;
+  // Raises "NSInvalidArgumentException"; the reason names this value's kind and what it was asked for.
   [[noreturn]] void raise(const char* asked) const;
+  // Return the node of a container. All raise if this is not such a container, and the first two also if it
+  // is unmodifiable.
   ArrayNode& arrayToChange() const;
   DictionaryNode& dictionaryToChange() const;
   DictionaryNode& dictionaryAskedFor(const char* asked) const;
   void appendDescription(std::string& text, int depth) const;
 
+  // Add and give up one reference. release() deletes what loses its last reference by that, in memory and
+  // stack that do not depend on the depth of nesting.
   static void retain(Node* node) noexcept;
   static void release(Node* node) noexcept;
+  // Compares two values that are inside `depth` containers. Raises instead of looking into containers at the
+  // limit.
   static bool isEqual(const Plist& left, const Plist& right, int depth);
   static bool areEqualNumbers(const Plist& left, const Plist& right) noexcept;
 

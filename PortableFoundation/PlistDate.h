@@ -6,8 +6,11 @@
 
 namespace zekara {
 
-// A point in time as calendar fields: UTC, proleptic Gregorian calendar, astronomical year numbers (year 0 is
-// 1 BC). Leap seconds do not exist.
+// A point in time as calendar fields: UTC, proleptic Gregorian calendar, astronomical year numbers (year 0
+// is 1 BC). Leap seconds do not exist. Property lists and the text form of dates are made from these fields:
+//
+//   std::string text;
+//   PlistDate::fromSeconds(0).appendTo(text, 'T', "Z");  // 1970-01-01T00:00:00Z
 struct PlistDate {
   std::int64_t year;
   int month;  // 1 to 12
@@ -24,7 +27,7 @@ struct PlistDate {
   // Returns true if the fields name a day and a time that exist.
   bool isValid() const noexcept;
   // Appends YYYY-MM-DD, `separator`, HH:MM:SS and `suffix` to `text`. The year has at least four characters,
-  // its sign included.
+  // its sign included: "0009", "-009". The fields must be valid.
   void appendTo(std::string& text, char separator, std::string_view suffix) const;
 };
 

@@ -18,9 +18,11 @@ namespace zekara {
 //
 // A node counts its references: one for each handle, and one for each SharedText of a TextNode.
 // Plist::retain() and Plist::release() change the count; release() deletes the node with its last reference.
+// The count is atomic, so that handles of one node may be copied and destroyed on several threads.
 
 // The head of every node. A new node has one reference, which belongs to the handle that is made for it.
-// `isMutable` is meaningful for containers only.
+// `isMutable` is meaningful for containers only. There is no virtual destructor: release() knows the type of
+// a node by its kind.
 struct Plist::Node {
   explicit Node(Kind kindOfNode) noexcept : kind(kindOfNode) {}
 
@@ -32,7 +34,8 @@ struct Plist::Node {
 // A string or data of more than 14 bytes. The bytes follow the structure in the same allocation, so nodes are
 // made by make() and deleted by free() only.
 struct Plist::StringNode : Node {
-  // Allocates a node for `size` bytes and leaves the bytes uninitialised.
+  // Allocates a node for `size` bytes and leaves the bytes uninitialised. The caller owns its one reference.
+  // Raises std::bad_alloc.
   static StringNode* make(Kind kind, std::size_t size) {
     void* memory = ::operator new(sizeof(StringNode) + size);
     return new (memory) StringNode(kind, size);
@@ -42,6 +45,7 @@ struct Plist::StringNode : Node {
     ::operator delete(node);
   }
 
+  // The first of `length` bytes. No NUL follows them.
   char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
   const char* bytes() const noexcept { return reinterpret_cast<const char*>(this + 1); }
 
@@ -52,7 +56,7 @@ struct Plist::StringNode : Node {
 };
 
 // The text of a SharedText. The strings that share it hold a reference and a range of it. Its kind is Nil,
-// which no other node has.
+// which no other node has. The text never changes, so views of it are valid as long as the node lives.
 struct Plist::TextNode : Node {
   explicit TextNode(std::string bytes) noexcept : Node(Kind::Nil), text(std::move(bytes)) {}
 
@@ -70,7 +74,8 @@ struct Plist::ContainerNode : Node {
 struct Plist::ArrayNode : ContainerNode {
   ArrayNode() noexcept : ContainerNode(Kind::Array) {}
 
-  // Raises "NSInvalidArgumentException" if the element is nil.
+  // Raises "NSInvalidArgumentException" if the element is nil, and std::bad_alloc if memory runs out. The
+  // array then stays as it was.
   void append(Plist element) {
     if (element.isNil()) throw NSException(NSInvalidArgumentException, "nothing was added to an array");
     if (elements.capacity() == 0) elements.reserve(kFirstCapacity);
@@ -80,6 +85,7 @@ struct Plist::ArrayNode : ContainerNode {
   std::vector<Plist> elements;
 
  private:
+  // A vector by itself would begin with one element and allocate again for the second and the third.
   static constexpr std::size_t kFirstCapacity = 4;
 };
 
@@ -91,8 +97,9 @@ class Plist::DictionaryNode : public ContainerNode {
   // Makes a modifiable node with the same entries.
   DictionaryNode(const DictionaryNode& other);
 
-  // Reserves memory for `count` entries in all. Raises std::bad_alloc and changes nothing if there is not
-  // enough, or if the count does not fit into 32 bits.
+  // Reserves memory for `count` entries in all, which must not be fewer than the dictionary has. Builds a
+  // wider index if `count` is above kMostTags; a dictionary never loses its index. Raises std::bad_alloc and
+  // changes nothing if there is not enough memory, or if the count does not fit into 32 bits.
   void reserve(std::size_t count);
   // Returns the entry under `key`; null if there is none. The key must be neither nil nor a container. The
   // pointer is valid until an entry is added.
@@ -105,24 +112,35 @@ class Plist::DictionaryNode : public ContainerNode {
   std::vector<Entry> entries;
 
  private:
+  // The number of entries up to which a dictionary works without an index.
   static constexpr std::size_t kMostTags = 64;
+  // One place of the index. With the hash in it, a search compares few keys that differ, and growing
+  // computes no hash again.
   struct Slot {
     std::uint32_t hash;
     std::uint32_t place;  // counted from 1; 0 marks a free slot
   };
 
   bool isIndexed() const noexcept { return !slots_.empty(); }
+  // Equal keys have equal tags and equal hashes, across all kinds of numbers.
   static std::uint8_t tagOf(const Plist& key) noexcept;
   static std::uint32_t hashOf(const Plist& key) noexcept;
+  // find() without an index. `tag` must be that of the key.
   Entry* findByTag(const Plist& key, std::uint8_t tag);
+  // Returns the slot of the key, or the free slot where it belongs. Needs an index, which always has a free
+  // slot, so the search ends.
   Slot& slotFor(const Plist& key, std::uint32_t hash);
+  // entryFor() with an index.
   Entry& entryByHash(const Plist& key);
+  // Reserves memory for twice as many entries, which may build the index. Moves the entries.
   void grow();
 
   std::uint8_t tags_[kMostTags] = {};  // of the entries, while there is no index
   std::vector<Slot> slots_;            // empty, or a power of two, with room for more than entries.capacity()
 };
 
+// Defined here, because Plist.h only declares the nodes. It is inline, because every use of a text goes
+// through it.
 inline std::string_view Plist::view() const noexcept {
   if (!holdsNode()) return {storage_, length_};
   if (length_ == kHoldsPart) {

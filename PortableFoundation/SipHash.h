@@ -12,7 +12,9 @@ namespace zekara {
 std::uint64_t SipHash(const std::array<std::uint64_t, 2>& key, std::string_view bytes) noexcept;
 
 // Returns the random key of this process, which the first call makes. The key is the kernel's random bytes;
-// if the kernel has none to give, it is made of a random address. Any thread may call it.
+// if the kernel has none to give, it is made of a random address. Any thread may call it. On Linux, the
+// first call blocks until the kernel has gathered enough randomness, which it has soon after the system's
+// start.
 const std::array<std::uint64_t, 2>& ProcessHashKey() noexcept;
 
 }  // namespace zekara

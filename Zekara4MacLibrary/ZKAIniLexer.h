@@ -71,7 +71,9 @@ class ZKAIniLexer {
   explicit ZKAIniLexer(std::string data);
 
   std::int32_t finish(std::int32_t token) noexcept { return token_ = token; }
+  // Consumes all characters up to the first one that has none of the classes `wanted`.
   void skip(std::uint8_t wanted) noexcept;
+  // Read the rest of a string whose first character has been consumed, and set the range of its text.
   void readQuotedString() noexcept;
   void readWord() noexcept;
   std::string_view trimmedText() const noexcept;
