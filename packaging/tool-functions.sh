@@ -157,9 +157,11 @@ zekara_copy_to_new_file() {
 
 # Removes file $1 and takes all rights from it, so that a process that has a set-user-id file open cannot start it later. A running
 # instance repairs its mode as long as its file has a name, so the name goes first. If an open file cannot be changed without its
-# name, the mode goes first, and once more afterwards where that is possible.
+# name, the mode goes first, and once more afterwards where that is possible. In a container, a file of the image must have been
+# changed once before its name goes: an overlay file system refuses the first change of a file that has no name.
 zekara_withdraw() {
   if zekara_is_regular_file "$1"; then
+    touch -c "$1"
     exec 9<"$1"
     if [ "$zekara_system" = Linux ] && [ -e /dev/fd/9 ]; then
       rm -f "$1"

@@ -6,6 +6,7 @@ import os
 from installation import (BUILD, CONFIGURATION, DIRECTORY, LIST, ORDINARY_ID, PREFIX, REPOSITORY, TOOL, InstallationTest, OpenTool,
                           files_below)
 from private_root import ORDINARY
+from support import sandbox
 
 UNINSTALL = REPOSITORY + "/packaging/uninstall"
 
@@ -107,6 +108,28 @@ class TheRemoval(CMakeTest):
         held = OpenTool(self.root.path, TOOL)
         self.succeed_inside(UNINSTALL)
         self.assertEqual(held.start(), errno.EACCES)
+
+    def test_installation_in_a_containers_image_can_be_removed_in_the_container(self):
+        self.show_processes()
+        for directory in (DIRECTORY, PREFIX):
+            self.cover_with_a_layer(directory)
+        held = OpenTool(self.root.path, TOOL)
+        self.succeed_inside(UNINSTALL)
+        self.assertEqual(self.installed(PREFIX, "/Library"), [CONFIGURATION])
+        self.assertEqual(held.start(), errno.EACCES)
+
+    def cover_with_a_layer(self, directory):
+        """Mounts an overlay on a directory, whose files become those of the lower layer, as an image's are in a container."""
+        layers = self.at("/tmp/layers" + directory)
+        os.makedirs(layers)
+        sandbox.mount("tmpfs", layers, "tmpfs")
+        for name in ("upper", "work"):
+            os.mkdir(f"{layers}/{name}")
+        options = f"lowerdir={self.at(directory)},upperdir={layers}/upper,workdir={layers}/work"
+        try:
+            sandbox.mount("overlay", self.at(directory), "overlay", 0, options)
+        except OSError as error:
+            self.skipTest(f"no overlay can be mounted here: {error.strerror}")
 
     def test_purge_takes_the_configuration_too(self):
         self.succeed_inside(UNINSTALL, "--purge")
