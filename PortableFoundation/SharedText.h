@@ -14,7 +14,7 @@ namespace zekara {
 //
 // The text lives as long as this object, a copy of it, or a string that shares it: a program that keeps one
 // value of a large file for long should keep a copy, Plist(value.string()). The strings are values like all
-// others. Threads: as with Plist.
+// others. A moved-from object may only be destroyed or assigned to. Threads: as with Plist.
 class Plist::SharedText {
  public:
   // Takes `text` over without copying it.
