@@ -128,6 +128,7 @@ Subject ZekaraFramingInOneBlock() {
             return [&input, handle, expected = CountMessages(input)] {
               CountingDelegate delegate;
               const auto connection = ZKAXMLConnection::initWithFileHandle_delegate(handle, &delegate);
+              const auto self = connection;  // a connection without another owner delivers one message only
               ProcessAsOneBlock(*connection, input);
               Expect(delegate.messages == expected, "framing in one block");
             };
