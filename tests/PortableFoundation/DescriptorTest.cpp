@@ -76,12 +76,12 @@ TEST(OpenAt, FailureLeavesErrnoAndNoDescriptor) {
 TEST(OpenAt, InterruptedOpeningStartsAgain) {
   const TemporaryDirectory directory;
   ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
-  const InterruptingSignal interrupting;
+  AllowInterruption();
   const pid_t child = StartChild([&] {
     const bool isOpen = OpenAt(AT_FDCWD, (directory / "fifo").c_str(), O_RDONLY).isOpen();
-    return isOpen && InterruptingSignal::hasArrived() ? 0 : 1;
+    return isOpen && HasBeenInterrupted() ? 0 : 1;
   });
-  InterruptingSignal::sendTo(child);
+  Interrupt(child);
   const Descriptor writer(open((directory / "fifo").c_str(), O_WRONLY | O_CLOEXEC));
   EXPECT_EQ(WaitForChild(child), 0);
 }
@@ -119,14 +119,14 @@ TEST(OpenLockedFile, HeldLockIsWaitedForThroughInterruptions) {
     Descriptor holder(open((directory / "file").c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(flock(holder.get(), kind), 0);
     const int holderNumber = holder.get();
-    const InterruptingSignal interrupting;
+    AllowInterruption();
     const pid_t child = StartChild([&] {
       close(holderNumber);
       const Descriptor file = OpenLockedFile((directory / "file").c_str(), 0444);
-      if (!file.isOpen() || !InterruptingSignal::hasArrived()) return 1;
+      if (!file.isOpen() || !HasBeenInterrupted()) return 1;
       return ReadToEnd(file.get()) == "released" ? 0 : 2;
     });
-    InterruptingSignal::sendTo(child);
+    Interrupt(child);
     WriteFile(directory / "file", "released");
     flock(holder.get(), LOCK_UN);
     EXPECT_EQ(WaitForChild(child), 0);
@@ -233,13 +233,13 @@ class Blocking : public testing::TestWithParam<int> {};
 TEST_P(Blocking, ReadWaitsThroughInterruptions) {
   Pipe pipe;
   fcntl(pipe.output.get(), F_SETFL, GetParam());
-  const InterruptingSignal interrupting;
+  AllowInterruption();
   const pid_t child = StartChild([&] {
     char block[8] = {};
     const bool isRead = ReadSome(pipe.output.get(), block, sizeof block) == 1 && block[0] == 'x';
-    return isRead && InterruptingSignal::hasArrived() ? 0 : 1;
+    return isRead && HasBeenInterrupted() ? 0 : 1;
   });
-  InterruptingSignal::sendTo(child);
+  Interrupt(child);
   ASSERT_EQ(write(pipe.input.get(), "x", 1), 1);
   EXPECT_EQ(WaitForChild(child), 0);
 }
@@ -249,11 +249,11 @@ TEST_P(Blocking, WriteIsWholeThroughFullPipesAndInterruptions) {
   fcntl(pipe.input.get(), F_SETFL, GetParam());
   std::string bytes(700'001, '\0');
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7 + i / 253);
-  const InterruptingSignal interrupting;
+  AllowInterruption();
   const pid_t child = StartChild([&] {
     pipe.output.reset();
     const bool isWritten = WriteAll(pipe.input.get(), bytes) == 0;
-    return isWritten && InterruptingSignal::hasArrived() ? 0 : 1;
+    return isWritten && HasBeenInterrupted() ? 0 : 1;
   });
   pipe.input.reset();
   std::string received;

@@ -285,15 +285,14 @@ class NSRunLoopInterrupted : public testing::TestWithParam<int> {};
 TEST_P(NSRunLoopInterrupted, SignalsDoNotEndTheWait) {
   Input input;
   Input idle;
-  const InterruptingSignal interrupting;
+  AllowInterruption();
   const pid_t child = StartChild([&] {
     input.arm();
     if (GetParam() > 1) idle.arm();
     const bool isDone = Loop().runBeforeDate(GetParam() == 1 ? NSRunLoop::kDistantFuture : Late());
-    return isDone && input.blocks == std::vector<std::string>{"x"} && InterruptingSignal::hasArrived() ? 0
-                                                                                                       : 1;
+    return isDone && input.blocks == std::vector<std::string>{"x"} && HasBeenInterrupted() ? 0 : 1;
   });
-  InterruptingSignal::sendTo(child);
+  Interrupt(child);
   input.put("x");
   EXPECT_EQ(WaitForChild(child), 0);
 }

@@ -228,7 +228,7 @@ TEST_P(ZKAIniParserGolden, DocumentIsReadAndWrittenBackAsRecorded) {
   const std::string bytes = ReadFile(path + ".ini");
   EXPECT_EQ(DumpParse(bytes), ReadFile(path + ".tree"));
   EXPECT_EQ(LiteralParse(bytes), ReadFile(path + ".tree"));
-  if (!Exists(path + ".written")) return;  // a document that cannot be read is not written
+  if (!std::filesystem::exists(path + ".written")) return;  // a document that cannot be read is not written
   EXPECT_EQ(ZKAIniParser::initWithData(bytes).parse()->asIni(), ReadFile(path + ".written"));
 }
 

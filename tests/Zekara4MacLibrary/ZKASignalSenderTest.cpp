@@ -5,10 +5,10 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -37,6 +37,13 @@ std::string Complaint(int signal, const std::string& path) {
   return "Can't signal " + std::to_string(signal) + " to " + path;
 }
 
+// Returns the ID of a process that has ended.
+pid_t ExitedProcess() {
+  const pid_t pid = StartChild([] { return 0; });
+  WaitForChild(pid);
+  return pid;
+}
+
 void MakeSocket(const std::string& path) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
@@ -44,6 +51,11 @@ void MakeSocket(const std::string& path) {
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
   const Descriptor socketFile(socket(AF_UNIX, SOCK_STREAM, 0));
   ASSERT_EQ(bind(socketFile.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << path;
+}
+
+// Returns true if the path names anything, a dangling link included.
+bool IsThere(const std::string& path) {
+  return std::filesystem::exists(std::filesystem::symlink_status(path));
 }
 
 class ZKASendSignalPidFile : public testing::Test {
@@ -54,7 +66,7 @@ class ZKASendSignalPidFile : public testing::Test {
     const std::string path = directory / "pid";
     WriteFile(path, content);
     expectFailureAt(path);
-    EXPECT_TRUE(Exists(path)) << "the file that is named is never removed";
+    EXPECT_TRUE(IsThere(path)) << "the file that is named is never removed";
   }
   void expectFailureAt(const std::string& path) {
     const CapturedLog capture;
@@ -65,15 +77,10 @@ class ZKASendSignalPidFile : public testing::Test {
   void expectFailureAsAnotherUser(const std::string& path) {
     ASSERT_EQ(chmod(directory.path().c_str(), 0755), 0);
     const CapturedLog capture;
-    const pid_t other = fork();
-    if (other == 0) {
-      if (setgid(65534) != 0 || setuid(65534) != 0) _exit(2);
-      _exit(ZKASendSignal(path, kHarmless) ? 1 : 0);
-    }
-    int status = 0;
-    waitpid(other, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    RunInChild([&] {
+      ASSERT_TRUE(BecomeOtherUser());
+      EXPECT_FALSE(ZKASendSignal(path, kHarmless));
+    });
     EXPECT_THAT(capture.messages(), ElementsAre(Complaint(kHarmless, path)));
   }
   // Sends to a pid file with this content, and expects the child to receive the signal.
@@ -201,20 +208,20 @@ TEST_F(ZKASendSignalPidFile, FileThatMayNotBeReadHoldsNoNumber) {
 TEST_F(ZKASendSignalPidFile, LinkIsFollowed) {
   StandIn child;
   WriteFile(directory / "target", child.pidText());
-  MakeLink("target", directory / "link");
+  std::filesystem::create_symlink("target", directory / "link");
   EXPECT_TRUE(ZKASendSignal(directory / "link", SIGTERM));
   EXPECT_EQ(child.signals(), std::set{SIGTERM});
 }
 
 TEST_F(ZKASendSignalPidFile, LinkThatLeadsNowhereOrInACircleHoldsNoNumber) {
-  MakeLink("missing", directory / "dangling");
-  MakeLink("circle", directory / "circle");
+  std::filesystem::create_symlink("missing", directory / "dangling");
+  std::filesystem::create_symlink("circle", directory / "circle");
   expectFailureAt(directory / "dangling");
   expectFailureAt(directory / "circle");
 }
 
 TEST_F(ZKASendSignalPidFile, WhatIsNotARegularFileHoldsNoNumberAndNothingHangs) {
-  MakeFifo(directory / "fifo");
+  ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
   MakeSocket(directory / "socket");
   for (const std::string& path :
        {directory / "fifo", directory / "socket", directory.path(), "/dev/zero"s, "/dev/null"s}) {
@@ -223,7 +230,7 @@ TEST_F(ZKASendSignalPidFile, WhatIsNotARegularFileHoldsNoNumberAndNothingHangs) 
 }
 
 TEST_F(ZKASendSignalPidFile, FifoWithAWriterIsNotReadEither) {
-  MakeFifo(directory / "fifo");
+  ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
   const Descriptor both(open((directory / "fifo").c_str(), O_RDWR | O_CLOEXEC));
   const std::string text = std::to_string(getpid()) + "\n";
   ASSERT_EQ(WriteAll(both.get(), text), 0);
@@ -249,12 +256,12 @@ class ZKASendSignalFrontEnds : public PrivateRoot {
  protected:
   static void inside(const std::function<void()>& body) {
     PrivateRoot::inside([&] {
-      MakeDirectory("/var/outside");
+      std::filesystem::create_directory("/var/outside");
       body();
     });
   }
 
-  void makeFrontEnd() { MakeDirectory(frontEnd); }
+  void makeFrontEnd() { std::filesystem::create_directory(frontEnd); }
   std::string entry(const std::string& name) const { return frontEnd + "/" + name; }
   std::string registerProcess(const std::string& name, pid_t pid) {
     WriteFile(entry(name), std::to_string(pid) + "\n");
@@ -285,7 +292,7 @@ TEST_F(ZKASendSignalFrontEnds, EmptyDirectoryGivesZero) {
     makeFrontEnd();
     EXPECT_EQ(send(SIGHUP), 0);
     EXPECT_THAT(messages, IsEmpty());
-    EXPECT_TRUE(Exists(frontEnd));
+    EXPECT_TRUE(IsThere(frontEnd));
   });
 }
 
@@ -295,7 +302,7 @@ TEST_F(ZKASendSignalFrontEnds, FileOrLinkInPlaceOfTheDirectoryGivesZero) {
     EXPECT_EQ(send(kHarmless), 0);
     unlink(frontEnd.c_str());
     WriteFile("/var/outside/ag1", std::to_string(getpid()));
-    MakeLink("/var/outside", frontEnd);
+    std::filesystem::create_symlink("/var/outside", frontEnd);
     EXPECT_EQ(send(kHarmless), 0);
     EXPECT_THAT(messages, IsEmpty());
   });
@@ -311,9 +318,9 @@ TEST_F(ZKASendSignalFrontEnds, LiveProcessIsSignalledStaleOneRemovedAndAnyOtherE
     EXPECT_EQ(send(SIGHUP), 1);
     EXPECT_EQ(live.signals(), std::set{SIGHUP});
     EXPECT_THAT(messages, ElementsAre(Complaint(SIGHUP, entry("cc2"))));
-    EXPECT_TRUE(Exists(entry("ag1")));
-    EXPECT_FALSE(Exists(entry("cc2")));
-    EXPECT_TRUE(Exists(entry("xy3")));
+    EXPECT_TRUE(IsThere(entry("ag1")));
+    EXPECT_FALSE(IsThere(entry("cc2")));
+    EXPECT_TRUE(IsThere(entry("xy3")));
   });
 }
 
@@ -339,7 +346,7 @@ TEST_F(ZKASendSignalFrontEnds, PrefixIsMatchedLiterally) {
     }
     EXPECT_EQ(send(SIGHUP), 0);
     EXPECT_THAT(messages, IsEmpty());
-    EXPECT_TRUE(Exists(entry("Agent.pid")));
+    EXPECT_TRUE(IsThere(entry("Agent.pid")));
     for (const char* name : {"ag", "cc"}) registerProcess(name, getpid());
     EXPECT_EQ(send(kHarmless), 2);
   });
@@ -348,13 +355,13 @@ TEST_F(ZKASendSignalFrontEnds, PrefixIsMatchedLiterally) {
 TEST_F(ZKASendSignalFrontEnds, EntryBelowAnotherDirectoryIsLeftAlone) {
   inside([&] {
     makeFrontEnd();
-    MakeDirectory(entry("sub"));
+    std::filesystem::create_directory(entry("sub"));
     registerProcess("sub/agent.pid", ExitedProcess());
-    MakeDirectory(entry("sub/cc"));
+    std::filesystem::create_directory(entry("sub/cc"));
     EXPECT_EQ(send(SIGHUP), 0);
     EXPECT_THAT(messages, IsEmpty());
-    EXPECT_TRUE(Exists(entry("sub/agent.pid")));
-    EXPECT_TRUE(Exists(entry("sub/cc")));
+    EXPECT_TRUE(IsThere(entry("sub/agent.pid")));
+    EXPECT_TRUE(IsThere(entry("sub/cc")));
   });
 }
 
@@ -362,13 +369,13 @@ TEST_F(ZKASendSignalFrontEnds, DirectoryThatCountsAsARegistrationIsRemovedWithIt
   inside([&] {
     makeFrontEnd();
     StandIn unreached;
-    MakeDirectory(entry("agents"));
-    MakeDirectory(entry("agents/deeper"));
+    std::filesystem::create_directory(entry("agents"));
+    std::filesystem::create_directory(entry("agents/deeper"));
     registerProcess("agents/agent.pid", unreached.pid());
     registerProcess("agents/deeper/cc", unreached.pid());
     EXPECT_EQ(send(SIGHUP), 0);
     EXPECT_THAT(messages, ElementsAre(Complaint(SIGHUP, entry("agents"))));
-    EXPECT_FALSE(Exists(entry("agents")));
+    EXPECT_FALSE(IsThere(entry("agents")));
     EXPECT_THAT(unreached.signals(), IsEmpty()) << "what lay below the removed directory is not visited";
   });
 }
@@ -381,10 +388,10 @@ TEST_F(ZKASendSignalFrontEnds, EveryKindOfFailureRemovesTheRegistration) {
     WriteFile(entry("ag-negative"), "-1");
     WriteFile(entry("cc-text"), "no number");
     WriteFile(entry("cc-beyond-ascii"), std::to_string(getpid()) + "\xC3\xA4");
-    MakeFifo(entry("ag-fifo"));
+    ASSERT_EQ(mkfifo(entry("ag-fifo").c_str(), 0600), 0);
     MakeSocket(entry("cc-socket"));
-    MakeLink("missing", entry("ag-dangling"));
-    MakeLink("ag-circle", entry("ag-circle"));
+    std::filesystem::create_symlink("missing", entry("ag-dangling"));
+    std::filesystem::create_symlink("ag-circle", entry("ag-circle"));
     EXPECT_EQ(send(kHarmless), 0);
     EXPECT_EQ(messages.size(), 9U);
     EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
@@ -396,10 +403,10 @@ TEST_F(ZKASendSignalFrontEnds, LinkToAPidFileOutsideIsReadAndStays) {
     makeFrontEnd();
     StandIn live;
     WriteFile("/var/outside/pid", live.pidText());
-    MakeLink("/var/outside/pid", entry("ag-link"));
+    std::filesystem::create_symlink("/var/outside/pid", entry("ag-link"));
     EXPECT_EQ(send(SIGHUP), 1);
     EXPECT_EQ(live.signals(), std::set{SIGHUP});
-    EXPECT_TRUE(Exists(entry("ag-link")));
+    EXPECT_TRUE(IsThere(entry("ag-link")));
   });
 }
 
@@ -407,14 +414,14 @@ TEST_F(ZKASendSignalFrontEnds, RemovedLinkLeavesItsTargetAlone) {
   inside([&] {
     makeFrontEnd();
     WriteFile("/var/outside/pid", std::to_string(ExitedProcess()));
-    MakeDirectory("/var/outside/directory");
+    std::filesystem::create_directory("/var/outside/directory");
     WriteFile("/var/outside/directory/ag-file", std::to_string(getpid()));
-    MakeLink("/var/outside/pid", entry("ag-file"));
-    MakeLink("/var/outside/directory", entry("ag-directory"));
+    std::filesystem::create_symlink("/var/outside/pid", entry("ag-file"));
+    std::filesystem::create_symlink("/var/outside/directory", entry("ag-directory"));
     EXPECT_EQ(send(kHarmless), 0);
     EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
-    EXPECT_TRUE(Exists("/var/outside/pid"));
-    EXPECT_TRUE(Exists("/var/outside/directory/ag-file"));
+    EXPECT_TRUE(IsThere("/var/outside/pid"));
+    EXPECT_TRUE(IsThere("/var/outside/directory/ag-file"));
   });
 }
 
@@ -422,12 +429,12 @@ TEST_F(ZKASendSignalFrontEnds, LinksInARemovedDirectoryAreNotFollowed) {
   inside([&] {
     makeFrontEnd();
     WriteFile("/var/outside/kept", "kept");
-    MakeDirectory(entry("agents"));
-    MakeLink("/var/outside", entry("agents/absolute"));
-    MakeLink("../../../../outside", entry("agents/relative"));
-    MakeLink(".", entry("agents/itself"));
+    std::filesystem::create_directory(entry("agents"));
+    std::filesystem::create_symlink("/var/outside", entry("agents/absolute"));
+    std::filesystem::create_symlink("../../../../outside", entry("agents/relative"));
+    std::filesystem::create_symlink(".", entry("agents/itself"));
     EXPECT_EQ(send(SIGHUP), 0);
-    EXPECT_FALSE(Exists(entry("agents")));
+    EXPECT_FALSE(IsThere(entry("agents")));
     EXPECT_EQ(ReadFile("/var/outside/kept"), "kept");
   });
 }
@@ -450,10 +457,10 @@ TEST_F(ZKASendSignalFrontEnds, DirectoriesOfOddNamesAreRemoved) {
   inside([&] {
     makeFrontEnd();
     std::string path = entry("ag\n");
-    MakeDirectory(path);
+    std::filesystem::create_directory(path);
     for (const std::string& name : {"\xFF"s, "..."s, " "s, std::string(255, 'y')}) {
       path += "/" + name;
-      MakeDirectory(path);
+      std::filesystem::create_directory(path);
     }
     EXPECT_EQ(send(SIGHUP), 0);
     EXPECT_EQ(rmdir(frontEnd.c_str()), 0) << "something was left in it";
@@ -524,7 +531,7 @@ TEST_F(ZKASendSignalFrontEnds, SameProcessRegisteredTwiceIsSignalledTwice) {
 #ifdef __linux__
 // Mounts a file system, which keeps the directory above it from being removed.
 void MountIn(const std::string& path) {
-  MakeDirectory(path);
+  std::filesystem::create_directory(path);
   ASSERT_EQ(mount("tmpfs", path.c_str(), "tmpfs", 0, "mode=0755"), 0) << path;
 }
 
@@ -533,36 +540,36 @@ void MakeReadOnly(const std::string& path) {
 }
 
 TEST_F(ZKASendSignalFrontEnds, DirectoryThatCannotBeRemovedIsEmptiedAsFarAsCanBe) {
-  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no mount of the test's own";
+  if (!canMount()) GTEST_SKIP() << "the system allows no mount of the test's own";
   inside([&] {
     makeFrontEnd();
-    MakeDirectory(entry("agents"));
+    std::filesystem::create_directory(entry("agents"));
     WriteFile(entry("agents/file"), "");
     MountIn(entry("agents/mount"));
     WriteFile(entry("agents/mount/file"), "");
     EXPECT_EQ(send(SIGHUP), 0);
-    EXPECT_TRUE(Exists(entry("agents/mount")));
-    EXPECT_FALSE(Exists(entry("agents/file")));
-    EXPECT_FALSE(Exists(entry("agents/mount/file")));
+    EXPECT_TRUE(IsThere(entry("agents/mount")));
+    EXPECT_FALSE(IsThere(entry("agents/file")));
+    EXPECT_FALSE(IsThere(entry("agents/mount/file")));
     EXPECT_THAT(messages,
                 ElementsAre(Complaint(SIGHUP, entry("agents")), Complaint(SIGHUP, entry("agents/mount"))));
   });
 }
 
 TEST_F(ZKASendSignalFrontEnds, ContentsOfADirectoryThatCannotBeRemovedAreTriedAsRegistrations) {
-  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no mount of the test's own";
+  if (!canMount()) GTEST_SKIP() << "the system allows no mount of the test's own";
   inside([&] {
     makeFrontEnd();
     StandIn live;
-    MakeDirectory(entry("agents"));
+    std::filesystem::create_directory(entry("agents"));
     MountIn(entry("agents/mount"));
     registerProcess("agents/mount/any-name", live.pid());
     registerProcess("agents/mount/stale", ExitedProcess());
     MakeReadOnly(entry("agents/mount"));
     EXPECT_EQ(send(SIGHUP), 1);
     EXPECT_EQ(live.signals(), std::set{SIGHUP});
-    EXPECT_TRUE(Exists(entry("agents/mount/any-name")));
-    EXPECT_TRUE(Exists(entry("agents/mount/stale"))) << "on a file system that cannot be changed";
+    EXPECT_TRUE(IsThere(entry("agents/mount/any-name")));
+    EXPECT_TRUE(IsThere(entry("agents/mount/stale"))) << "on a file system that cannot be changed";
     EXPECT_THAT(messages, testing::UnorderedElementsAre(Complaint(SIGHUP, entry("agents")),
                                                         Complaint(SIGHUP, entry("agents/mount")),
                                                         Complaint(SIGHUP, entry("agents/mount/stale"))));
@@ -570,14 +577,14 @@ TEST_F(ZKASendSignalFrontEnds, ContentsOfADirectoryThatCannotBeRemovedAreTriedAs
 }
 
 TEST_F(ZKASendSignalFrontEnds, RemovalThatFailsIsNotLogged) {
-  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no mount of the test's own";
+  if (!canMount()) GTEST_SKIP() << "the system allows no mount of the test's own";
   inside([&] {
     MountIn(frontEnd);
     registerProcess("ag1", getpid());
     registerProcess("cc2", ExitedProcess());
     MakeReadOnly(frontEnd);
     EXPECT_EQ(send(kHarmless), 1);
-    EXPECT_TRUE(Exists(entry("cc2")));
+    EXPECT_TRUE(IsThere(entry("cc2")));
     EXPECT_THAT(messages, ElementsAre(Complaint(kHarmless, entry("cc2"))));
   });
 }

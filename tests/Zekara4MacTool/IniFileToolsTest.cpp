@@ -314,7 +314,7 @@ TEST_F(PatchIniFileFault, FailureToLockIsCannotOpenAndLeavesTheFile) {
 
 TEST_F(PatchIniFileFault, FailureToReadIsPassedOnAndLeavesTheFile) {
   RunInChild([&] {
-    ASSERT_TRUE(MakeSystemCallsFail({SYS_read, SYS_pread64}, EIO, FailingCalls::kAboveStandardError));
+    ASSERT_TRUE(MakeSystemCallsFail({SYS_read, SYS_pread64}, EIO));
     EXPECT_EQ(failure(Patch("A", "b", 2)),
               std::string("NSFileHandleOperationException: cannot read: ") + std::strerror(EIO));
   });
@@ -332,7 +332,7 @@ TEST_F(PatchIniFileFault, FailureToTruncateIsPassedOnAndLeavesTheFile) {
 
 TEST_F(PatchIniFileFault, FailureToSeekIsPassedOnAndLeavesTheFile) {
   RunInChild([&] {
-    ASSERT_TRUE(MakeSystemCallsFail({SYS_lseek}, EIO, FailingCalls::kAboveStandardError));
+    ASSERT_TRUE(MakeSystemCallsFail({SYS_lseek}, EIO));
     EXPECT_EQ(failure(Patch("A", "b", 2)),
               std::string("NSFileHandleOperationException: cannot seek: ") + std::strerror(EIO));
   });
@@ -341,7 +341,7 @@ TEST_F(PatchIniFileFault, FailureToSeekIsPassedOnAndLeavesTheFile) {
 
 TEST_F(PatchIniFileFault, FailureToWriteIsPassedOnAndLeavesTheFileEmpty) {
   RunInChild([&] {
-    ASSERT_TRUE(MakeSystemCallsFail({SYS_write, SYS_pwrite64}, ENOSPC, FailingCalls::kAboveStandardError));
+    ASSERT_TRUE(MakeSystemCallsFail({SYS_write, SYS_pwrite64}, ENOSPC));
     EXPECT_EQ(failure(Patch("A", "b", 2)),
               "NSFileHandleOperationException: cannot write: No space left on device");
   });
@@ -381,8 +381,8 @@ TEST_F(PatchIniFileFault, TextBeyondTheSizeLimitOfFilesIsRefusedBeforeTheTruncat
 
 #ifdef __linux__
 TEST_F(PatchIniFileFault, FullFileSystemLeavesABeginningOfTheNewText) {
-  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no file system of the test's own";
-  RunInPrivateRoot([&] {
+  if (!PrivateRoot::canMount()) GTEST_SKIP() << "the system allows no file system of the test's own";
+  PrivateRoot::inside([&] {
     ASSERT_EQ(mount("tmpfs", "/Library", "tmpfs", 0, "size=8192"), 0);
     const std::string path = "/Library/zekara32.ini";
     WriteFile(path, kOld);
@@ -430,13 +430,13 @@ class PatchIniFileLock : public PatchIniFileFault, public testing::WithParamInte
 
 TEST_P(PatchIniFileLock, LockOfAnotherProcessIsWaitedForThroughInterruptions) {
   LockHolder holder(path_, GetParam());
-  const InterruptingSignal interrupting;
+  AllowInterruption();
   const pid_t patcher = StartChild([&] {
     close(holder.endDescriptor());
     const std::string raised = failure(Patch("A", "b", 2));
-    return raised.empty() && InterruptingSignal::hasArrived() ? 0 : 1;
+    return raised.empty() && HasBeenInterrupted() ? 0 : 1;
   });
-  InterruptingSignal::sendTo(patcher);
+  Interrupt(patcher);
   EXPECT_EQ(text(), kOld);
   WriteFile(path_, "[A]\nb = 1\nc = added\n");
   holder.release();

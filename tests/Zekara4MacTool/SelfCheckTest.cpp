@@ -212,8 +212,8 @@ TEST_F(SelfCheckAsRoot, UserWithoutRightsFailsForAFileOfTheirOwnToo) {
 
 #ifdef __linux__
 TEST_F(SelfCheckAsRoot, ReadOnlyFileSystemFailsAtTheOwnerChange) {
-  if (!CanMountInPrivateRoot()) GTEST_SKIP() << "the system allows no mount of the test's own";
-  RunInPrivateRoot([] {
+  if (!PrivateRoot::canMount()) GTEST_SKIP() << "the system allows no mount of the test's own";
+  PrivateRoot::inside([] {
     WriteFile("/Library/tool", "");
     ASSERT_EQ(chmod("/Library/tool", 0755), 0);
     ASSERT_EQ(mount("/Library", "/Library", nullptr, MS_BIND, nullptr), 0);

@@ -4,9 +4,9 @@
 
 #ifdef __linux__
 #include <sys/syscall.h>
-#endif
 
 #include <initializer_list>
+#endif
 
 namespace zekara::test {
 
@@ -21,11 +21,9 @@ long CountLiveBlocks() noexcept;
 
 #ifdef __linux__
 // Makes system calls, given by their numbers (SYS_...), fail with `error` in this process and its children
-// from now on: all of them, or those whose first argument is a descriptor above standard error. Returns false
-// if the kernel refuses the filter.
-enum class FailingCalls { kAll, kAboveStandardError };
-bool MakeSystemCallsFail(std::initializer_list<int> calls, int error,
-                         FailingCalls which = FailingCalls::kAll);
+// from now on, except for the three standard descriptors (0 to 2 as the first argument). Returns false if the
+// kernel refuses the filter.
+bool MakeSystemCallsFail(std::initializer_list<int> calls, int error);
 #endif
 
 }  // namespace zekara::test

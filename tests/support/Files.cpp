@@ -46,18 +46,6 @@ void WriteFile(const std::string& path, std::string_view text) {
   ASSERT_TRUE(file.flush().good()) << path << " cannot be written";
 }
 
-void MakeDirectory(const std::string& path) {
-  ASSERT_EQ(mkdir(path.c_str(), 0755), 0) << path << ": " << std::strerror(errno);
-}
-
-void MakeFifo(const std::string& path) {
-  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0) << path << ": " << std::strerror(errno);
-}
-
-void MakeLink(const std::string& target, const std::string& path) {
-  ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0) << path << ": " << std::strerror(errno);
-}
-
 struct stat StatusOf(const std::string& path) {
   struct stat status = {};
   EXPECT_EQ(lstat(path.c_str(), &status), 0) << path << ": " << std::strerror(errno);
@@ -66,11 +54,6 @@ struct stat StatusOf(const std::string& path) {
 
 mode_t ModeOf(const std::string& path) {
   return StatusOf(path).st_mode & 07777U;
-}
-
-bool Exists(const std::string& path) {
-  struct stat status = {};
-  return lstat(path.c_str(), &status) == 0;
 }
 
 Pipe::Pipe() {

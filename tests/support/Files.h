@@ -34,14 +34,8 @@ class TemporaryDirectory {
 // These fail the running test if they cannot do what they say.
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, std::string_view text);  // creates or overwrites the file
-void MakeDirectory(const std::string& path);
-void MakeFifo(const std::string& path);
-void MakeLink(const std::string& target, const std::string& path);
-struct stat StatusOf(const std::string& path);  // of a link itself, not of its target
-mode_t ModeOf(const std::string& path);         // the twelve permission bits
-
-// Returns true if the path names anything, a dangling link included.
-bool Exists(const std::string& path);
+struct stat StatusOf(const std::string& path);                   // of a link itself, not of its target
+mode_t ModeOf(const std::string& path);                          // the twelve permission bits
 
 // A pipe. Both ends are closed when a program is started.
 struct Pipe {

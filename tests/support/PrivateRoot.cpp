@@ -59,15 +59,11 @@ Kind KindThatCanBeHad() {
 
 }  // namespace
 
-bool CanHavePrivateRoot() {
-  return KindThatCanBeHad() != Kind::kNone;
-}
-
-bool CanMountInPrivateRoot() {
+bool PrivateRoot::canMount() {
   return KindThatCanBeHad() == Kind::kMount;
 }
 
-void RunInPrivateRoot(const std::function<void()>& body) {
+void PrivateRoot::inside(const std::function<void()>& body) {
   const TemporaryDirectory root;
   chmod(root.path().c_str(), 0755);  // users without rights enter it too
   RunInChild([&] {
@@ -77,7 +73,7 @@ void RunInPrivateRoot(const std::function<void()>& body) {
 }
 
 void PrivateRoot::SetUp() {
-  if (!CanHavePrivateRoot()) GTEST_SKIP() << "the system allows neither namespaces nor chroot()";
+  if (KindThatCanBeHad() == Kind::kNone) GTEST_SKIP() << "the system allows neither namespaces nor chroot()";
 }
 
 }  // namespace zekara::test

@@ -11,20 +11,17 @@
 
 namespace zekara::test {
 
-bool CanHavePrivateRoot();
-// Returns true if the private root is in a mount namespace, so that a test can mount file systems there.
-bool CanMountInPrivateRoot();
-
-// Runs `body` like RunInChild(), with the umask 022 and in a root directory that holds "/tmp", "/Library/
-// Application Support/Zekara" and "/var/zekara/run", all empty, and nothing else. Only if
-// CanHavePrivateRoot().
-void RunInPrivateRoot(const std::function<void()>& body);
-
 // Tests each of which calls inside() with what it does. They are skipped where a private root cannot be had.
 class PrivateRoot : public testing::Test {
+ public:
+  // Runs `body` like RunInChild(), with the umask 022 and in a root directory that holds "/tmp", "/Library/
+  // Application Support/Zekara" and "/var/zekara/run", all empty, and nothing else.
+  static void inside(const std::function<void()>& body);
+  // Returns true if the private root is in a mount namespace, so that a test can mount file systems there.
+  static bool canMount();
+
  protected:
   void SetUp() override;
-  static void inside(const std::function<void()>& body) { RunInPrivateRoot(body); }
 };
 
 }  // namespace zekara::test

@@ -29,44 +29,29 @@ namespace {
   _exit(status);
 }
 
-enum class State { kRunning, kAsleep, kGone };
-
+// Returns false if the process sleeps in a system call, or has ended.
 #ifdef __APPLE__
-State StateOf(pid_t process) {
+bool IsRunning(pid_t process) {
   std::uint64_t thread = 0;
   proc_threadinfo info = {};
-  if (proc_pidinfo(process, PROC_PIDLISTTHREADS, 0, &thread, sizeof thread) <= 0 ||
-      proc_pidinfo(process, PROC_PIDTHREADINFO, thread, &info, sizeof info) <= 0) {
-    return State::kGone;
-  }
-  return info.pth_run_state == TH_STATE_WAITING ? State::kAsleep : State::kRunning;
+  return proc_pidinfo(process, PROC_PIDLISTTHREADS, 0, &thread, sizeof thread) > 0 &&
+         proc_pidinfo(process, PROC_PIDTHREADINFO, thread, &info, sizeof info) > 0 &&
+         info.pth_run_state != TH_STATE_WAITING;
 }
 #else
 // Opened before any test changes its root directory.
 const Descriptor g_proc(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 
 // The state follows the program's name, which is between parentheses and may hold any character.
-State StateOf(pid_t process) {
+bool IsRunning(pid_t process) {
   const Descriptor file = OpenAt(g_proc.get(), (std::to_string(process) + "/stat").c_str(), O_RDONLY);
   const std::string status = ReadToEnd(file.get());
   const std::size_t end = status.rfind(')');
-  if (end == std::string::npos || status[end + 2] == 'Z') return State::kGone;
-  return status[end + 2] == 'S' ? State::kAsleep : State::kRunning;
+  return end != std::string::npos && status[end + 2] != 'S' && status[end + 2] != 'Z';
 }
 #endif
 
 volatile sig_atomic_t g_has_been_interrupted = 0;
-
-// Far beyond what a child needs on a busy machine; only one that hangs lives so long.
-constexpr unsigned kLifetimeSeconds = 600;
-
-// Every signal but SIGALRM, which ends a child that hangs.
-sigset_t HarmlessSignals() {
-  sigset_t all;
-  sigfillset(&all);
-  sigdelset(&all, SIGALRM);
-  return all;
-}
 
 }  // namespace
 
@@ -76,7 +61,7 @@ pid_t StartChild(const std::function<int()>& body) {
   if (child < 0) std::abort();  // kill() takes -1 for every process
   if (child > 0) return child;
   signal(SIGALRM, SIG_DFL);
-  alarm(kLifetimeSeconds);
+  alarm(kPatienceSeconds);
   int status = 99;
   try {
     status = body();
@@ -101,13 +86,7 @@ void RunInChild(const std::function<void()>& body) {
 }
 
 void WaitUntilAsleep(pid_t process) {
-  while (StateOf(process) == State::kRunning) usleep(1000);
-}
-
-pid_t ExitedProcess() {
-  const pid_t pid = StartChild([] { return 0; });
-  WaitForChild(pid);
-  return pid;
+  while (IsRunning(process)) usleep(1000);
 }
 
 bool BorrowRootsRights() {
@@ -124,21 +103,17 @@ bool MayRaisePriority() {
   return WaitForChild(child) == 0;
 }
 
-InterruptingSignal::InterruptingSignal() {
+void AllowInterruption() {
   struct sigaction action = {};
   action.sa_handler = [](int) { g_has_been_interrupted = 1; };  // without SA_RESTART
-  sigaction(SIGUSR1, &action, &previous_);
+  sigaction(SIGUSR1, &action, nullptr);
 }
 
-InterruptingSignal::~InterruptingSignal() {
-  sigaction(SIGUSR1, &previous_, nullptr);
-}
-
-bool InterruptingSignal::hasArrived() {
+bool HasBeenInterrupted() {
   return g_has_been_interrupted != 0;
 }
 
-void InterruptingSignal::sendTo(pid_t process) {
+void Interrupt(pid_t process) {
   for (int i = 0; i < 20; ++i) {
     WaitUntilAsleep(process);
     kill(process, SIGUSR1);
@@ -147,8 +122,10 @@ void InterruptingSignal::sendTo(pid_t process) {
 }
 
 StandIn::StandIn(const char* pidFile) {
-  const sigset_t harmless = HarmlessSignals();
+  sigset_t harmless;
   sigset_t previous;
+  sigfillset(&harmless);
+  sigdelset(&harmless, SIGALRM);                       // it ends a child that hangs
   pthread_sigmask(SIG_SETMASK, &harmless, &previous);  // first, because a signal may come at once
   pid_ = StartChild([this] {
     char byte = 0;

@@ -14,8 +14,8 @@
 
 namespace zekara::test {
 
-// A child that has not ended by then is killed.
-inline constexpr unsigned kPatienceSeconds = 120;
+// Far beyond what a child needs on a busy machine. A child that still lives then hangs, and is killed.
+inline constexpr unsigned kPatienceSeconds = 600;
 
 // Starts a child that runs `body` and exits with the status that it returns, or with 99 if it throws.
 pid_t StartChild(const std::function<int()>& body);
@@ -30,9 +30,6 @@ void RunInChild(const std::function<void()>& body);
 
 // Waits until the process sleeps in a system call, or has ended.
 void WaitUntilAsleep(pid_t process);
-
-// Returns the ID of a process that has ended.
-pid_t ExitedProcess();
 
 // The user and group that tests take for one without rights.
 inline constexpr uid_t kOtherUser = 65534;
@@ -51,23 +48,13 @@ bool BecomeOtherUser();
 // Returns true if a process like this one may raise its priority after lowering it.
 bool MayRaisePriority();
 
-// While this object exists, SIGUSR1 interrupts the system calls of this process and of the children that
-// start meanwhile, and has no other effect.
-class InterruptingSignal {
- public:
-  InterruptingSignal();
-  InterruptingSignal(const InterruptingSignal&) = delete;
-  InterruptingSignal& operator=(const InterruptingSignal&) = delete;
-  ~InterruptingSignal();
-
-  // Returns true if this process has been interrupted.
-  static bool hasArrived();
-  // Interrupts the process twenty times, each time while it sleeps in a system call.
-  static void sendTo(pid_t process);
-
- private:
-  struct sigaction previous_ = {};
-};
+// From now on, SIGUSR1 interrupts the system calls of this process and of the children that it starts, and
+// has no other effect.
+void AllowInterruption();
+// Interrupts such a process twenty times, each time while it sleeps in a system call.
+void Interrupt(pid_t process);
+// Returns true if this process has been interrupted.
+bool HasBeenInterrupted();
 
 // A child that stands in for a daemon: it remembers the signals that it receives, and none but SIGALRM
 // affects it. The destructor kills it.

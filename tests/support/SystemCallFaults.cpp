@@ -10,22 +10,18 @@
 
 namespace zekara::test {
 
-// One comparison after the other; the number is loaded anew for each, because a look at the argument replaces
-// it.
-bool MakeSystemCallsFail(std::initializer_list<int> calls, int error, FailingCalls which) {
-  std::vector<sock_filter> program;
-  const sock_filter returnError = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error));
-  const auto firstArgument = static_cast<unsigned>(offsetof(seccomp_data, args));
+// The filter allows a call whose first argument is a standard descriptor. It compares the number of every
+// other call with the given ones.
+bool MakeSystemCallsFail(std::initializer_list<int> calls, int error) {
+  std::vector<sock_filter> program = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
+      BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, STDERR_FILENO, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+  };
   for (const int call : calls) {
-    program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)));
-    if (which == FailingCalls::kAll) {
-      program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1));
-    } else {
-      program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 3));
-      program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, firstArgument));
-      program.push_back(BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, STDERR_FILENO, 0, 1));
-    }
-    program.push_back(returnError);
+    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)));
   }
   program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
   const sock_fprog filter = {.len = static_cast<unsigned short>(program.size()), .filter = program.data()};
