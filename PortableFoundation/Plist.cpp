@@ -231,26 +231,9 @@ void Plist::freeze() const {
 }
 
 const char* Plist::kindName() const noexcept {
-  switch (kind_) {
-    case Kind::Nil:
-      return "nothing";
-    case Kind::String:
-      return "a string";
-    case Kind::Integer:
-    case Kind::Real:
-      return "a number";
-    case Kind::Boolean:
-      return "a boolean";
-    case Kind::Data:
-      return "data";
-    case Kind::Date:
-      return "a date";
-    case Kind::Array:
-      return "an array";
-    case Kind::Dictionary:
-      return "a dictionary";
-  }
-  return "nothing";
+  constexpr const char* kNames[] = {"nothing", "a string", "a number", "a number",    "a boolean",
+                                    "data",    "a date",   "an array", "a dictionary"};  // in Kind's order
+  return kNames[static_cast<std::size_t>(kind_)];
 }
 
 void Plist::raise(const char* asked) const {

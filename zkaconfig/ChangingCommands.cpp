@@ -128,10 +128,9 @@ void AddReset(const Current& current, const std::string& section, const std::str
               const Plist& patch) {
   const SectionDefault* row = current.known.rowOf(section, key);
   if (row == nullptr) {
-    const auto meant = ClosestName(key, KeysOf(current.known.defaultsOf(section)));
     throw Failure(ExitStatus::Usage,
                   Printable(key) + " in section " + Printable(section) + " has no default" +
-                      (meant ? "; did you mean " + *meant + "?" : ""),
+                      Suggestion(key, KeysOf(current.known.defaultsOf(section))),
                   "The tool can remove nothing from the file; \"zkaconfig set\" writes another value.");
   }
   if (!current.file.objectForKey(section).objectForKey(key).isNil())
@@ -183,10 +182,9 @@ ExitStatus RunReset(const Arguments& arguments) {
   const Current current(arguments);
   const std::string& section = arguments.operands[0];
   if (current.known.sectionNamed(section) == nullptr) {
-    const auto meant = ClosestName(section, current.known.sectionNames());
     throw Failure(ExitStatus::Usage,
                   "the suite has no defaults for section " + Printable(section) +
-                      (meant ? "; did you mean " + *meant + "?" : ""),
+                      Suggestion(section, current.known.sectionNames()),
                   "--daemon-section names the section of the scanning daemon.");
   }
   std::vector<std::string> keys(arguments.operands.begin() + 1, arguments.operands.end());

@@ -66,13 +66,8 @@ std::vector<std::string> NamesOf(const Plist& dictionary) {
   return names;
 }
 
-std::string Suggestion(const std::string& name, const Plist& dictionary) {
-  const auto meant = ClosestName(name, NamesOf(dictionary));
-  return meant ? "; did you mean " + Printable(*meant) + "?" : "";
-}
-
 ExitStatus RemarkUnsetSection(const Plist& sections, const std::string& section) {
-  Remark("there is no section " + Printable(section) + Suggestion(section, sections));
+  Remark("there is no section " + Printable(section) + Suggestion(section, NamesOf(sections)));
   return ExitStatus::Differs;
 }
 

@@ -28,8 +28,6 @@ Plist ReadFile(const Arguments& arguments, bool mayBeMissing);
 
 // The keys of a dictionary.
 std::vector<std::string> NamesOf(const Plist& dictionary);
-// Returns "; did you mean X?" if a key X of the dictionary was probably meant, else an empty text.
-std::string Suggestion(const std::string& name, const Plist& dictionary);
 
 // Remarks that the section does not exist; returns the exit status for that.
 ExitStatus RemarkUnsetSection(const Plist& sections, const std::string& section);

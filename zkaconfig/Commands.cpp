@@ -152,8 +152,7 @@ constexpr std::string_view kRemovals[] = {"unset", "delete", "rm", "clear"};
   }
   std::vector<std::string> names;
   for (const Command& one : kCommands) names.emplace_back(one.name);
-  const auto meant = ClosestName(name, names);
-  throw Failure(ExitStatus::Usage, what + (meant ? "; did you mean " + *meant + "?" : ""),
+  throw Failure(ExitStatus::Usage, what + Suggestion(name, names),
                 "\"zkaconfig --help\" lists the commands.");
 }
 

@@ -8,6 +8,7 @@
 #include "Zekara4MacLibrary/ZKAConfig.h"
 #include "Zekara4MacLibrary/ZKAConfigDefaults.h"
 #include "zkaconfig/Failure.h"
+#include "zkaconfig/Text.h"
 
 namespace zekara {
 namespace {
@@ -145,6 +146,14 @@ bool IsActionKey(std::string_view section, std::string_view key) {
          std::ranges::any_of(keys.elements(), [&](const Plist& one) { return one.isEqualToString(key); });
 }
 
+void TranslateActions(const Plist& section, Plist (*translated)(const Plist& action)) {
+  const Plist keys = ActionKeys();
+  for (const Plist& key : keys.elements()) {
+    const Plist value = section.objectForKey(key);
+    if (value.isString() || value.isNumber()) section.setObject_forKey(translated(value), key);
+  }
+}
+
 std::vector<std::string> WordsFor(const KnownSections& known, std::string_view section,
                                   std::string_view key) {
   std::vector<std::string> words;
@@ -171,6 +180,11 @@ std::optional<std::string> ClosestName(std::string_view name, const std::vector<
   const auto closest = std::ranges::min_element(candidates, {}, distance);
   const bool isClose = closest != candidates.end() && distance(*closest) < std::min(kTooFar, name.size());
   return isClose ? std::optional(*closest) : std::nullopt;
+}
+
+std::string Suggestion(std::string_view name, const std::vector<std::string>& candidates) {
+  const auto meant = ClosestName(name, candidates);
+  return meant ? "; did you mean " + Printable(*meant) + "?" : "";
 }
 
 std::vector<std::string> KeysOf(const SectionDefault* defaults) {

@@ -63,6 +63,10 @@ std::span<const SettingWord> ActionWords() noexcept;
 Plist ActionKeys();
 bool IsActionKey(std::string_view section, std::string_view key);
 
+// Replaces each action in the file monitor's section, a string or a number, by what `translated` returns for
+// it. A nil section has none.
+void TranslateActions(const Plist& section, Plist (*translated)(const Plist& action));
+
 // The words that the key may hold; empty if it may hold anything.
 std::vector<std::string> WordsFor(const KnownSections& known, std::string_view section, std::string_view key);
 
@@ -72,6 +76,8 @@ Plist DefaultOf(const SectionDefault& row);
 // The candidate that `name` was most probably meant to be: it differs in letter case alone, or in at most two
 // letters. Nothing if there is none.
 std::optional<std::string> ClosestName(std::string_view name, const std::vector<std::string>& candidates);
+// Returns "; did you mean X?" with that candidate, printable; an empty text if there is none.
+std::string Suggestion(std::string_view name, const std::vector<std::string>& candidates);
 // The keys of a table of defaults; none for null.
 std::vector<std::string> KeysOf(const SectionDefault* defaults);
 

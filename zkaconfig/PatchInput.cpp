@@ -84,19 +84,6 @@ Plist ActionWord(const Plist& value) {
   return value;
 }
 
-void SpellActions(const Plist& section) {
-  const Plist translation = Plist::dictionary();
-  const Plist keys = Plist::array();
-  const Plist actionKeys = ActionKeys();
-  for (const Plist& key : actionKeys.elements()) {
-    const Plist& value = section.objectForKey(key);
-    if (!value.isString() && !value.isNumber()) continue;
-    translation.setObject_forKey(ActionWord(value), value);
-    keys.addObject(key);
-  }
-  SectionTranslate(section, keys, translation);
-}
-
 std::string Joined(const std::vector<std::string>& words) {
   std::string text;
   for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
@@ -172,7 +159,7 @@ class Review {
     for (const auto& [key, value] : given.entries())
       section.setObject_forKey(FileForm(value, keepsStrings_), key);
     if (const SectionDefault* defaults = known_.defaultsOf(name.string())) SpellBooleans(section, defaults);
-    if (name.isEqualToString(kFileMonitorSection)) SpellActions(section);
+    if (name.isEqualToString(kFileMonitorSection)) TranslateActions(section, ActionWord);
     for (const auto& [key, value] : section.entries()) check(value, key, name);
     noteSection(name, section);
     if (section.count() > 0) result_.patch.setObject_forKey(section, name);

@@ -48,7 +48,7 @@ Plist WordsAsPlist(const std::vector<std::string>& words) {
 }
 
 ExitStatus RemarkUnsetKey(const Plist& section, const std::string& name, const std::string& key) {
-  Remark(Printable(key) + " is unset in section " + Printable(name) + Suggestion(key, section));
+  Remark(Printable(key) + " is unset in section " + Printable(name) + Suggestion(key, NamesOf(section)));
   return ExitStatus::Differs;
 }
 
@@ -94,15 +94,12 @@ ExitStatus RunDescribe(const Arguments& arguments) {
   const std::string section = arguments.operands.empty() ? "" : arguments.operands[0];
   const std::string key = arguments.operands.size() < 2 ? "" : arguments.operands[1];
   if (!arguments.operands.empty() && known.sectionNamed(section) == nullptr) {
-    const auto meant = ClosestName(section, known.sectionNames());
-    Remark("the suite has no section " + Printable(section) +
-           (meant ? "; did you mean " + *meant + "?" : ""));
+    Remark("the suite has no section " + Printable(section) + Suggestion(section, known.sectionNames()));
     return ExitStatus::Differs;
   }
   if (arguments.operands.size() == 2 && known.rowOf(section, key) == nullptr) {
-    const auto meant = ClosestName(key, KeysOf(known.defaultsOf(section)));
     Remark("the suite has no setting " + Printable(key) + " in section " + Printable(section) +
-           (meant ? "; did you mean " + *meant + "?" : ""));
+           Suggestion(key, KeysOf(known.defaultsOf(section))));
     return ExitStatus::Differs;
   }
   PrintSettings(DescriptionReport(known, section, key, arguments.form), arguments.form);

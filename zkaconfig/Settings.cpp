@@ -37,17 +37,7 @@ void Settings::typeBooleans() {
 }
 
 void Settings::encodeActions() {
-  const Plist& section = tree_.objectForKey(kFileMonitorSection);
-  const Plist translation = Plist::dictionary();
-  const Plist keys = Plist::array();
-  const Plist actionKeys = ActionKeys();
-  for (const Plist& key : actionKeys.elements()) {
-    const Plist& value = section.objectForKey(key);
-    if (!value.isString()) continue;
-    translation.setObject_forKey(ActionCode(value), value);
-    keys.addObject(key);
-  }
-  SectionTranslate(section, keys, translation);
+  TranslateActions(tree_.objectForKey(kFileMonitorSection), ActionCode);
 }
 
 }  // namespace zekara
