@@ -30,6 +30,14 @@ void CloseDescriptorsOneByOne(int first) noexcept {
   for (int descriptor = first; descriptor < kHighest; ++descriptor) close(descriptor);
 }
 
+// An installer that withdraws a program removes its name and every right to execute it. The name alone does
+// not tell, because a user may have given the file another one: macOS lets users link files of other
+// accounts.
+bool IsWithdrawn(const struct stat& file) noexcept {
+  constexpr mode_t kExecutable = S_IXUSR | S_IXGRP | S_IXOTH;
+  return file.st_nlink == 0 || (file.st_mode & kExecutable) == 0;
+}
+
 }  // namespace
 
 #ifdef __APPLE__
@@ -114,7 +122,7 @@ Descriptor OpenRunningExecutableNamed(const char* path) noexcept {
   Descriptor running = OpenRunningExecutable();
   struct stat named = {};
   struct stat opened = {};
-  const bool isSame = running.isOpen() && Examine(running, opened) && opened.st_nlink > 0 &&
+  const bool isSame = running.isOpen() && Examine(running, opened) && !IsWithdrawn(opened) &&
                       Examine(path, named) && IsSameFile(named, opened);
   return isSame ? std::move(running) : Descriptor();
 }

@@ -21,9 +21,9 @@ bool ProcessIsPrivileged() noexcept;
 // Descriptor that holds none if the system does not tell which file that is.
 Descriptor OpenRunningExecutable() noexcept;
 
-// The same, if `path` names that very file, following links, and if the file still has a name. Otherwise the
-// Descriptor holds none. The path itself is never opened, because it may name a FIFO, or a device on which
-// opening acts.
+// The same, if `path` names that very file, following links, and if the file has not been withdrawn: it still
+// has a name, and some account may execute it. Otherwise the Descriptor holds none. The path itself is never
+// opened, because it may name a FIFO, or a device on which opening acts.
 Descriptor OpenRunningExecutableNamed(const char* path) noexcept;
 
 // Returns the largest size in bytes to which this process may extend a file.

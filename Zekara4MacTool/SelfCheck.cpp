@@ -15,6 +15,9 @@ namespace {
 constexpr NSFileAttributes kRequired = {
     .ownerAccountID = 0, .groupOwnerAccountID = 0, .posixPermissions = 04755};
 
+// The mode of a withdrawn file, as the installers set it: it is neither set-user-ID nor executable.
+constexpr mode_t kWithdrawnMode = 0600;
+
 Plist OwnerDetails(uid_t owner, gid_t group) {
   return Plist::dictionary({{"NSFileOwnerAccountID", owner}, {"NSFileGroupOwnerAccountID", group}});
 }
@@ -29,6 +32,18 @@ Plist Details(const std::optional<NSFileAttributes>& found) {
 
 [[noreturn]] void ThrowSelfCheckError(Plist userInfo) {
   throw NSError("xx", 123, std::move(userInfo));
+}
+
+// Sets the mode of the running executable. An installer removes the name of a file that it withdraws and then
+// takes all rights from it. If that has happened since the file was examined, the rights are taken away once
+// more: the file without a name must not stay armed.
+bool SetModeOfRunningExecutable(const Descriptor& file) {
+  const NSFileManager& manager = NSFileManager::defaultManager();
+  if (!manager.changePosixPermissions_ofFile(kRequired.posixPermissions, file)) return false;
+  struct stat changed = {};
+  if (Examine(file, changed) && changed.st_nlink > 0) return true;
+  manager.changePosixPermissions_ofFile(kWithdrawnMode, file);
+  return false;
 }
 
 enum class RepairResult { kComplete, kOwnerFailed, kModeFailed };
@@ -47,9 +62,8 @@ RepairResult RepairAttributes(const std::string& path) {
   const bool isOwned = isPrivileged ? manager.changeOwner_group_ofFile(0, 0, file)
                                     : manager.changeOwner_group_atPath(0, 0, path);
   if (!isOwned) return RepairResult::kOwnerFailed;
-  const mode_t mode = kRequired.posixPermissions;
-  const bool hasMode = isPrivileged ? manager.changePosixPermissions_ofFile(mode, file)
-                                    : manager.changePosixPermissions_atPath(mode, path);
+  const bool hasMode = isPrivileged ? SetModeOfRunningExecutable(file)
+                                    : manager.changePosixPermissions_atPath(kRequired.posixPermissions, path);
   return hasMode ? RepairResult::kComplete : RepairResult::kModeFailed;
 }
 

@@ -12,8 +12,10 @@ namespace zekara {
 // info is the IDs that were asked for if the owner change failed, and the attributes that were found (nil if
 // there were none) if the mode change failed.
 //
-// A process that runs with rights that its caller lacks repairs only the file that it is running, and only if
-// that file still has a name. For every other path the owner change fails, and the path is not opened.
+// A process that runs with rights that its caller lacks repairs only the file that it is running. For every
+// other path the owner change fails, and the path is not opened. It also fails if the running file has been
+// withdrawn (OpenRunningExecutableNamed). If the file loses its last name during the repair, the mode change
+// fails, and the file is left with mode 0600.
 bool SelfCheck(const std::string& path);
 
 }  // namespace zekara

@@ -284,6 +284,29 @@ class InterruptedRepair(ToolTestCase):
             self.assertEqual(held.finish().log, hostile.refused(COPY))
             self.assertEqual(stat.S_IMODE(os.fstat(file.fileno()).st_mode), 0o600)
 
+    def test_a_file_withdrawn_in_the_last_moment_of_the_repair_is_left_without_rights(self):
+        tool.copy_tool(COPY, mode=0o4711)
+        held = hostile.HeldBack("fchmod", name=COPY)
+        self.addCleanup(self._end, held.process)
+        hostile.wait_until(lambda: hostile.attributes(COPY)[2] == 0o711, "the owner is changed")
+        with open(COPY, "rb") as file:
+            os.unlink(COPY)
+            os.fchmod(file.fileno(), 0o600)
+            self.assertEqual(held.finish().log, [f"Can't change attributes on {COPY}", "Terminated with error"])
+            self.assertEqual(stat.S_IMODE(os.fstat(file.fileno()).st_mode), 0o600)
+
+    def test_a_withdrawn_file_that_has_another_name_is_not_armed_again(self):
+        other = sandbox.SCRATCH_DIRECTORY + "/other"
+        tool.copy_tool(COPY, mode=0o4711)
+        os.link(COPY, other)
+        held = hostile.HeldBack("setreuid", name=other)
+        self.addCleanup(self._end, held.process)
+        hostile.wait_until(lambda: _has_roots_group(held), "the process is on its way to being fully root")
+        os.unlink(COPY)
+        os.chmod(other, 0o600)
+        self.assertEqual(held.finish().log, hostile.refused(other))
+        self.assertEqual(hostile.attributes(other), (0, 0, 0o600))
+
 
 def _has_roots_group(held):
     """Returns true once root's group is the real one of the tool that is held back; false while it is being started, too."""
