@@ -7,7 +7,7 @@ function __zkaconfig_candidates
     set -l current (commandline -ct | string unescape)
     set -l lines ($words[1] __complete $words[2..-1] "$current" 2>/dev/null)
     if test "$lines" = ":files"
-        __fish_complete_path "$current"
+        complete -C "'' "(commandline -ct)  # __fish_complete_path wants an escaped name from fish 4 on, and a plain one before
     else if set -q lines[1]
         printf '%s\n' $lines
     end
