@@ -66,6 +66,8 @@ Descriptor OpenRegularFile(const char* path) noexcept {
   return isNamed && S_ISREG(opened.st_mode) ? std::move(file) : Descriptor();
 }
 
+// Examines the path again when the lock is granted: a program that replaced the file by a rename meanwhile
+// would otherwise leave this process with the lock on a file that has no name any more.
 Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept {
   constexpr int kAttempts = 16;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {

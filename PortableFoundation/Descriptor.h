@@ -9,7 +9,13 @@
 
 namespace zekara {
 
-// Owns an open file descriptor, or none (-1), and closes it when it is destroyed. Can be moved, not copied.
+// Owns an open file descriptor, or none (-1), and closes it when it is destroyed. Can be moved, not copied; a
+// moved-from object holds none.
+//
+//   const Descriptor file = OpenRegularFile(path);
+//   if (file.isOpen()) Use(file.get());
+//
+// As with the number itself, an object belongs to one thread at a time.
 class Descriptor {
  public:
   // Takes ownership of `descriptor`; a negative number means none.
@@ -59,7 +65,7 @@ Descriptor OpenRegularFile(const char* path) noexcept;
 // a Descriptor that holds none if the file cannot be opened or locked, or is not a regular file.
 Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept;
 
-// Calls fstat() or stat(). Returns true if that succeeds and `attributes` is filled in.
+// Calls fstat(), or stat(), which follows links. Returns true if that succeeds and `attributes` is filled in.
 bool Examine(const Descriptor& file, struct stat& attributes) noexcept;
 bool Examine(const char* path, struct stat& attributes) noexcept;
 

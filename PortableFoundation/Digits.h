@@ -6,20 +6,23 @@
 
 namespace zekara {
 
-// Digits in ASCII, for every file that reads or writes them. The functions of <cctype> depend on the locale.
+// Digits in ASCII, for every file that reads or writes them. The functions of <cctype> do not do: they depend
+// on the locale and are undefined for negative characters. Any thread may call these, and none of them keeps
+// what it is given.
 
-// Returns true for the ASCII digits 0 to 9.
+// Returns true for the ASCII digits 0 to 9, and false for the digits of other scripts.
 constexpr bool IsDigit(char c) noexcept {
   return c >= '0' && c <= '9';
 }
 
-// Returns true if `text` consists of decimal digits and is not empty. There may be more digits than fit into
-// any integer type.
+// Returns true if `text` consists of decimal digits and is not empty: neither a sign nor white space is
+// allowed. There may be more digits than fit into any integer type.
 constexpr bool AreDigits(std::string_view text) noexcept {
   return !text.empty() && std::ranges::all_of(text, IsDigit);
 }
 
-// Appends the two hexadecimal digits of a byte to `text`, in small letters.
+// Appends the two hexadecimal digits of a byte to `text`, in small letters and without a prefix: a line feed
+// becomes "0a". Raises std::bad_alloc only; `text` then ends as before, or with the first digit.
 inline void AppendHexadecimal(std::string& text, char byte) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   const auto value = static_cast<unsigned char>(byte);

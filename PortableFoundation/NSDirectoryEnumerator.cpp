@@ -49,6 +49,8 @@ NSDirectoryEnumerator NSDirectoryEnumerator::enumeratorAtPath(const std::string&
   return enumerator;
 }
 
+// All names of a directory are read at once, because entries that are removed or created while a directory is
+// being read may be skipped or seen twice.
 std::optional<NSDirectoryEnumerator::Level> NSDirectoryEnumerator::readLevel(
     const Descriptor& directory) const {
   struct stat attributes = {};
@@ -82,12 +84,14 @@ bool NSDirectoryEnumerator::ascend() {
   return true;
 }
 
+// The top directory stays, even if it has no names left, because the walk ends there.
 void NSDirectoryEnumerator::leaveFinishedDirectories() {
   while (levels_.size() > 1 && levels_.back().names.empty()) {
     if (!ascend()) return;
   }
 }
 
+// The entry that was returned last is entered only now, because the caller may have removed or skipped it.
 std::optional<std::string> NSDirectoryEnumerator::nextObject() {
   if (levels_.empty()) return {};
   if (!last_.empty()) descend(std::exchange(last_, {}).c_str());
@@ -105,6 +109,8 @@ void NSDirectoryEnumerator::skipDescendants() noexcept {
   last_.clear();
 }
 
+// A directory is emptied as a whole only once. Below one whose removal has failed, each entry is removed by
+// itself; otherwise every level would empty all levels below it again.
 bool NSDirectoryEnumerator::removeLastObject() {
   if (last_.empty()) return false;
   const std::size_t level = levels_.size();

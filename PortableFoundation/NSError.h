@@ -14,15 +14,18 @@ namespace zekara {
 //
 //   throw NSError("xx", 123, Plist::dictionary({{"NSFileOwnerAccountID", 0}}));
 //
-// The function that throws documents domain, code and details. References that the functions below return
-// are valid as long as the error lives. A copy of an error shares its dictionary.
+// The function that throws documents domain, code and details; no other code need understand them. The domain
+// is UTF-8 by convention and is not checked. References that the functions below return are valid as long as
+// the error lives. A copy of an error shares its dictionary.
 class NSError : public std::exception {
  public:
   NSError(std::string domain, int code, Plist userInfo)
       : domain_(std::move(domain)), code_(code), userInfo_(std::move(userInfo)) {}
 
+  // Returns the name of the part of the program that numbers the codes.
   const std::string& domain() const noexcept { return domain_; }
   int code() const noexcept { return code_; }
+  // Returns the details, a dictionary or nil.
   const Plist& userInfo() const noexcept { return userInfo_; }
   // Returns the domain, because a handler that knows only std::exception cannot ask for more.
   const char* what() const noexcept override { return domain_.c_str(); }

@@ -13,9 +13,14 @@
 
 #include "PortableFoundation/NSException.h"
 
+// Each operation is a few system calls, retried by the functions of Descriptor.h, and an exception with the
+// system's words if one fails. Background reads belong to the thread's run loop; the handle only
+// remembers the token of the one that it has armed, so that it can end or cancel that read and no other.
+
 namespace zekara {
 namespace {
 
+// Called directly after the failed call, while `error` is still the errno of that call.
 [[noreturn]] void RaiseSystemError(const char* what, int error) {
   throw NSException(NSFileHandleOperationException, std::string(what) + ": " + std::strerror(error));
 }
@@ -59,6 +64,7 @@ std::shared_ptr<NSFileHandle> NSFileHandle::fileHandleWithStandardOutput() {
   return initWithFileDescriptor_closeOnDealloc(STDOUT_FILENO, false);
 }
 
+// A descriptor that the handle does not own is released, so that the member's destructor does not close it.
 NSFileHandle::~NSFileHandle() {
   cancelReadInBackground(armedRead_);
   if (!closeOnDealloc_) static_cast<void>(descriptor_.release());
@@ -106,6 +112,7 @@ void NSFileHandle::closeFile() noexcept {
   descriptor_.reset();
 }
 
+// A handler that the program has installed, or a decision to ignore the signal, stays in force.
 void NSFileHandle::ignoreBrokenPipes() noexcept {
   struct sigaction action = {};
   if (sigaction(SIGPIPE, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {

@@ -21,7 +21,8 @@
 
 // A line is formatted completely and then written in one call, so that lines of several processes do not mix.
 // While a BufferedLog exists, the lines go to a static buffer instead: the log needs no memory when there may
-// be none.
+// be none. Outside of it, only a line of more than 1023 bytes needs an allocation here, so that a program which
+// is about to end for lack of memory can still say so.
 
 namespace zekara {
 namespace {
@@ -55,6 +56,7 @@ std::uint64_t ThreadId() noexcept {
 #endif
 }
 
+// Returns the length of the prefix, which always fits: at most 64 bytes of the program's name are shown.
 int FormatPrefix(char* line, std::size_t size) noexcept {
   timeval now = {};
   gettimeofday(&now, nullptr);
@@ -66,6 +68,8 @@ int FormatPrefix(char* line, std::size_t size) noexcept {
                        static_cast<unsigned long long>(ThreadId()));
 }
 
+// A line that does not fit into the rest of the buffer is lost; a shorter one after it may still fit. A failed
+// write is ignored, because the log is where it would be reported.
 void WriteOrHold(std::string_view line) noexcept {
   if (!g_held.isHolding) {
     WriteAll(STDERR_FILENO, line);

@@ -33,7 +33,8 @@ class NSRunLoop {
   // Names one armed read. A loop never reuses a token; 0 names no read.
   using ReadToken = std::uint64_t;
 
-  // Returns the calling thread's loop, which lives as long as the thread.
+  // Returns the calling thread's loop, which lives as long as the thread. Completions that are still armed
+  // when the thread ends are destroyed and not called.
   static NSRunLoop& currentRunLoop() noexcept;
 
   // Blocks until one armed read has input, disarms it, reads one block and calls the completion. If several
@@ -43,9 +44,12 @@ class NSRunLoop {
   bool runBeforeDate(Clock::time_point limit = kDistantFuture);
 
   // Arms one read of `descriptor`, which must stay open until the read is completed, ended or cancelled.
+  // Returns the read's token. Several reads of one descriptor may be armed. Raises std::bad_alloc, and arms
+  // nothing then.
   ReadToken addRead(int descriptor, ReadCompletion completion);
 
-  // Returns true until the read is taken by runBeforeDate() or cancelled.
+  // Returns true until the read is taken by runBeforeDate() or cancelled. A read that was ended is armed
+  // until the loop has called its completion.
   bool isArmed(ReadToken token) const noexcept;
 
   // Ends the input of an armed read: the loop calls its completion with an empty block at the next

@@ -49,6 +49,8 @@ PlistDate PlistDate::fromSeconds(std::int64_t seconds) noexcept {
           .second = timeOfDay % 60};
 }
 
+// March to July have 153 days, and so have August to December: the months before month m of a year that
+// begins in March, counted from 0, have (153 m + 2) / 5 days.
 std::int64_t PlistDate::toSeconds() const noexcept {
   const std::int64_t marchYear = month <= 2 ? year - 1 : year;
   const std::int64_t era = FloorDivide(marchYear, 400);

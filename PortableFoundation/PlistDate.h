@@ -7,7 +7,8 @@
 namespace zekara {
 
 // A point in time as calendar fields: UTC, proleptic Gregorian calendar, astronomical year numbers (year 0
-// is 1 BC). Leap seconds do not exist. Property lists and the text form of dates are made from these fields:
+// is 1 BC). Leap seconds do not exist, and neither do fractions of a second. Property lists and the text form
+// of dates are made from these fields:
 //
 //   std::string text;
 //   PlistDate::fromSeconds(0).appendTo(text, 'T', "Z");  // 1970-01-01T00:00:00Z

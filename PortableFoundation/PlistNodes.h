@@ -16,6 +16,14 @@ namespace zekara {
 // The nodes that handles of Plist point to. Only the source files of Plist include this header; other code
 // knows handles only.
 //
+//
+//   Node                  the count of references, the kind, and the mark of unmodifiable containers
+//     StringNode          the bytes of one long string or of data
+//     TextNode            the text of a SharedText
+//     ContainerNode
+//       ArrayNode         elements
+//       DictionaryNode    entries, and the means to find a key
+//
 // A node counts its references: one for each handle, and one for each SharedText of a TextNode.
 // Plist::retain() and Plist::release() change the count; release() deletes the node with its last reference.
 // The count is atomic, so that handles of one node may be copied and destroyed on several threads.
@@ -45,7 +53,7 @@ struct Plist::StringNode : Node {
     ::operator delete(node);
   }
 
-  // The first of `length` bytes. No NUL follows them.
+  // Return the first of `length` bytes. No NUL follows them.
   char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
   const char* bytes() const noexcept { return reinterpret_cast<const char*>(this + 1); }
 
@@ -70,7 +78,8 @@ struct Plist::ContainerNode : Node {
   ContainerNode* nextToFree = nullptr;  // links the containers that release() has still to free
 };
 
-// The elements of an array.
+// The elements of an array. They are public, because Plist copies and releases them as a whole; new ones come
+// in by append(), which checks them.
 struct Plist::ArrayNode : ContainerNode {
   ArrayNode() noexcept : ContainerNode(Kind::Array) {}
 
@@ -109,7 +118,7 @@ class Plist::DictionaryNode : public ContainerNode {
   // dictionary's entries, which may be moved.
   Entry& entryFor(const Plist& key);
 
-  std::vector<Entry> entries;
+  std::vector<Entry> entries;  // added by entryFor() alone, because the tags and the index must follow
 
  private:
   // The number of entries up to which a dictionary works without an index.
@@ -135,7 +144,7 @@ class Plist::DictionaryNode : public ContainerNode {
   // Reserves memory for twice as many entries, which may build the index. Moves the entries.
   void grow();
 
-  std::uint8_t tags_[kMostTags] = {};  // of the entries, while there is no index
+  std::uint8_t tags_[kMostTags] = {};  // of the entries in their order, while there is no index
   std::vector<Slot> slots_;            // empty, or a power of two, with room for more than entries.capacity()
 };
 

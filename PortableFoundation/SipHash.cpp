@@ -37,6 +37,7 @@ struct State {
   }
 };
 
+// Runs once in a process. It is not inlined, so that getting the key stays short.
 [[gnu::noinline]] std::array<std::uint64_t, 2> MakeKey() noexcept {
   std::array<std::uint64_t, 2> key = {};
   if (getentropy(key.data(), sizeof key) != 0) {

@@ -70,12 +70,14 @@ class ZKAIniLexer {
  private:
   explicit ZKAIniLexer(std::string data);
 
+  // Ends nextToken(): keeps the token's kind for token(), and returns it.
   std::int32_t finish(std::int32_t token) noexcept { return token_ = token; }
   // Consumes all characters up to the first one that has none of the classes `wanted`.
   void skip(std::uint8_t wanted) noexcept;
   // Read the rest of a string whose first character has been consumed, and set the range of its text.
   void readQuotedString() noexcept;
   void readWord() noexcept;
+  // Returns the current token's text without blanks and TABs at its ends.
   std::string_view trimmedText() const noexcept;
 
   Plist::SharedText data_;  // without the last byte

@@ -8,8 +8,9 @@
 namespace zekara {
 
 // Serves requests from standard input with replies on standard output; docs/pipe-protocol.md describes both.
-// Answers every request that is complete in the first block of input that holds one, and is then done.
-// Belongs to one thread.
+// Answers every request that is complete in the first block of input that holds one, and is then done: one
+// start of the tool serves one exchange. Belongs to one thread. It neither closes the two descriptors nor
+// reads ahead of the run loop.
 //
 //   PipeRunner runner = PipeRunner::init();
 //   runner.run();
@@ -28,11 +29,12 @@ class PipeRunner final : private ZKAXMLConnectionDelegating {
  private:
   PipeRunner();
 
+  // The connection's two calls, from inside run(): a request, and the end of the input.
   void messageReceived_throughConnection(const Plist& request, ZKAXMLConnection& connection) override;
   void connectionClosed(ZKAXMLConnection& connection) override;
 
   std::shared_ptr<ZKAXMLConnection> connection_;
-  bool stopNow_ = false;
+  bool stopNow_ = false;  // run() returns after the block that is being handled
 };
 
 }  // namespace zekara

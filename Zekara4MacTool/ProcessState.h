@@ -16,7 +16,9 @@ namespace zekara {
 void PrepareProcess() noexcept;
 
 // Raises the soft limit of a resource as high as the system allows while the object exists; the destructor
-// restores what was found. The hard limit is raised with it if the process may do that.
+// restores what was found. The hard limit is raised with it if the process may do that. `resource` is one of
+// the numbers of getrlimit(), such as RLIMIT_AS. A limit that the system refuses to tell or to change is left
+// alone.
 class RaisedLimit {
  public:
   explicit RaisedLimit(int resource) noexcept;
@@ -29,21 +31,28 @@ class RaisedLimit {
 
  private:
   int resource_;
-  rlimit found_ = {};
+  rlimit found_ = {};  // meaningful if `isKnown_`
   bool isKnown_;
 };
 
 // Scope of one configuration change and of the signals that announce it. Only root can stop, kill or starve
 // the process inside it: the process is fully root (FullyRoot), its memory is not limited, and what it logs
-// is buffered (BufferedLog). At most one transaction may exist at a time.
+// is buffered (BufferedLog). At most one transaction may exist at a time, in a process with one thread.
+//
+//   Transaction transaction;
+//   const ZKAChangedSections changed = PatchIniFile(path, patch, transaction);
+//   // ... signal the daemons ...
+//
+// Making one cannot fail. If the caller has made the stack too small, the process ends here.
 class Transaction {
  public:
   Transaction() noexcept;
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
 
-  // Blocks every signal until the transaction ends. Called when the lock on the configuration file is
-  // granted: until then the process may wait for long, and its caller may interrupt it.
+  // Blocks every signal until the transaction ends; a second call does nothing more. Called when the lock on
+  // the configuration file is granted: until then the process may wait for long, and its caller may interrupt
+  // it.
   void blockSignals() noexcept {
     if (!signals_) signals_.emplace();
   }

@@ -15,6 +15,8 @@ namespace {
 // The exit statuses. Deliberate: the post-install task ends with 1 even if it did all its work.
 enum ExitStatus { kPipeServed = 0, kNotServed = 1, kTerminated = 2 };
 
+// Returns the exit status. Without arguments, the tool finishes an installation; with "pipe", in any letter
+// case, it serves a front end.
 int RunMode(int argc, char* argv[]) {
   if (argc <= 1) {
     NSLog("PostInstall task");

@@ -7,6 +7,10 @@
 #include "zkaconfig/KnownSections.h"
 #include "zkaconfig/Text.h"
 
+// One table has a row for each option, with the function that stores it. The parser walks the words once: a
+// word // is an option, the value that the option before it awaits, or an operand. getopt_long() does not do,
+// because systems differ in where it accepts options.
+
 namespace zekara {
 namespace {
 
@@ -16,6 +20,7 @@ constexpr const char* kSeeHelp = "\"zkaconfig --help\" lists the commands and op
   throw Failure(ExitStatus::Usage, what, kSeeHelp);
 }
 
+// The limit keeps the deadline within the clock's range.
 void TakeTimeLimit(Arguments& arguments, std::string_view text) {
   constexpr int kMaximum = 1'000'000;
   int seconds = 0;
@@ -80,6 +85,7 @@ const Option& OptionNamed(std::string_view name) {
   RaiseUsage("there is no option --" + Printable(name) + (meant ? "; did you mean --" + *meant + "?" : ""));
 }
 
+// None of the options with a letter takes a value, so letters can be combined in one word.
 const Option& OptionWithLetter(char letter) {
   for (const Option& option : kOptions) {
     if (option.letter == letter) return option;

@@ -14,6 +14,10 @@
 #include "zkaconfig/Text.h"
 #include "zkaconfig/ToolClient.h"
 
+// Each command makes a patch from its operands, and Send() does the rest: it reviews the patch, subtracts
+// what the file holds already, has the tool make the changes that are left, and prints them. The tool alone
+// writes the file; this program only reads it.
+
 namespace zekara {
 namespace {
 
@@ -39,7 +43,8 @@ Plist Difference(const Arguments& arguments, const Current& current, const Plist
   return PlistDiff(current.file, reviewed.patch);
 }
 
-// The tool reports only in its log that a daemon has not been notified.
+// The tool reports only in its log that a daemon has not been notified. With --verbose, all lines of the log
+// are shown, and each is made printable, because names from the file may be in them.
 void RemarkOnLog(const std::string& log, bool isVerbose) {
   constexpr std::string_view kNotSignalled = "Can't signal ";
   for (std::size_t start = 0; start < log.size();) {
@@ -56,6 +61,7 @@ void RemarkOnLog(const std::string& log, bool isVerbose) {
   }
 }
 
+// With --config, the difference would be computed from one file and made in another.
 void RequireTheSuitesFile(const Arguments& arguments) {
   if (arguments.configurationFile == kConfigurationFile || arguments.isDryRun) return;
   throw Failure(ExitStatus::Usage,
@@ -63,6 +69,7 @@ void RequireTheSuitesFile(const Arguments& arguments) {
                 "--config is for reading, for \"diff\" and for --dry-run.");
 }
 
+// For programs, an empty difference is an answer as well, so they get one even if there is nothing to change.
 ExitStatus Send(const Arguments& arguments, const Current& current, const Plist& given) {
   RequireTheSuitesFile(arguments);
   const Plist difference = Difference(arguments, current, given);
@@ -81,6 +88,7 @@ ExitStatus Send(const Arguments& arguments, const Current& current, const Plist&
   return ExitStatus::Done;
 }
 
+// The settings in force are needed to recognise what "show" has written: see PatchFromShown().
 Plist PatchFromOperand(const Arguments& arguments, const Current& current) {
   const std::string& path = arguments.operands[0];
   const Plist tree = PatchFromFile(ReadInput(path), path == "-" ? "standard input" : path);
@@ -163,6 +171,7 @@ ExitStatus RunAdd(const Arguments& arguments) {
   return Send(arguments, current, change.patchFor(longer));
 }
 
+// An empty list has no form in the file, so the last element stays.
 ExitStatus RunRemove(const Arguments& arguments) {
   const Current current(arguments);
   const ListChange change(arguments, current);
@@ -178,6 +187,8 @@ ExitStatus RunRemove(const Arguments& arguments) {
   return Send(arguments, current, change.patchFor(shorter));
 }
 
+// The tool cannot remove a key, so a reset stores the default. Keys that the file lacks are left out, because
+// their defaults are in force already.
 ExitStatus RunReset(const Arguments& arguments) {
   const Current current(arguments);
   const std::string& section = arguments.operands[0];

@@ -8,7 +8,10 @@ namespace zekara {
 // The commands that have the tool change the configuration file, and "diff", which shows what "apply" would
 // change. Each sends the difference to what the file holds, and starts the tool only if there is one. The
 // file's lock is released before the tool takes it, so another front end may change the file in between.
-// Each raises Failure.
+//
+// Each writes the changed settings to standard output and returns Done; "diff" returns Differs if there are
+// any. Each raises Failure: Usage for settings that the file or the suite does not understand, Unreadable for
+// a file that cannot be read, and what ChangeConfiguration() raises.
 ExitStatus RunSet(const Arguments& arguments);
 ExitStatus RunAdd(const Arguments& arguments);
 ExitStatus RunRemove(const Arguments& arguments);

@@ -31,6 +31,7 @@ void PrintReport(const std::string& report, OutputForm form, std::string (*highl
 
 }  // namespace
 
+// Flushed at once: at the end of the process a failed write would go unnoticed.
 void Print(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
   throw Failure(ExitStatus::Unreadable, std::string("cannot write the output: ") + std::strerror(errno));
@@ -48,6 +49,8 @@ void Remark(const std::string& text) {
   std::fprintf(stderr, "zkaconfig: %s\n", text.c_str());
 }
 
+// The suite's file does not exist before the first change, so the commands go on without it. A missing file
+// that the user has named is a failure.
 Plist ReadFile(const Arguments& arguments, bool mayBeMissing) {
   const auto limit = arguments.waitsForLock ? std::optional(arguments.timeLimit) : std::nullopt;
   const Configuration configuration = ReadConfiguration(arguments.configurationFile, limit);

@@ -10,6 +10,9 @@
 #include "zkaconfig/ReadingCommands.h"
 #include "zkaconfig/Text.h"
 
+// The table of commands is the program's outline. A row says what a command takes, how help and messages
+// describe it, what completion offers for its operands, and which function runs it.
+
 namespace zekara {
 namespace {
 
@@ -144,6 +147,7 @@ constexpr Command kCommands[] = {
 // Words that other programs use for what this one cannot do.
 constexpr std::string_view kRemovals[] = {"unset", "delete", "rm", "clear"};
 
+// Suggests a command of a similar name. A word for removing gets the reason that there is no such command.
 [[noreturn]] void RaiseUnknownCommand(const std::string& name) {
   const std::string what = "there is no command \"" + Printable(name) + "\"";
   if (std::ranges::find(kRemovals, name) != std::end(kRemovals)) {
@@ -167,6 +171,7 @@ const Command* CommandNamed(std::string_view name) noexcept {
   return found == std::end(kCommands) ? nullptr : found;
 }
 
+// Everything that the table knows is checked here, so that the commands need not check it again.
 ExitStatus RunCommand(const Arguments& arguments) {
   const Command* command = CommandNamed(arguments.command);
   if (command == nullptr) RaiseUnknownCommand(arguments.command);

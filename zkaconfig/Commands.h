@@ -10,7 +10,8 @@
 
 namespace zekara {
 
-// A command of zkaconfig. Dispatch, the checks of operands, help and completion all use the one table.
+// A command of zkaconfig. Dispatch, the checks of operands, help and completion all use the one table, so a
+// command is added by one row and the function that runs it. All texts are constants in English.
 struct Command {
   // The kinds of operands, as completion distinguishes them.
   enum class Operand { None, Section, Key, Setting, Element, File, CommandName };
@@ -28,13 +29,17 @@ struct Command {
   ExitStatus (*run)(const Arguments& arguments);
 };
 
+// The maximum of a command that takes operands without limit.
 inline constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
 
+// Returns the table of commands, a constant, in the order in which help shows them.
 std::span<const Command> Commands();
-// Null if there is no command of this name.
+// Returns the command's row; null if there is no command of exactly this name.
 const Command* CommandNamed(std::string_view name) noexcept;
 
-// Checks the operands' number and runs the command. Raises Failure.
+// Checks that the command exists, that it takes this number of operands, and that it accepts --null and
+// --default if they are given, and runs it. Returns the exit status of the program. Raises Failure: Usage if
+// a check fails, and what the command raises.
 ExitStatus RunCommand(const Arguments& arguments);
 
 }  // namespace zekara

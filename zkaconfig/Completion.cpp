@@ -13,6 +13,10 @@
 #include "zkaconfig/ReadingCommands.h"
 #include "zkaconfig/Text.h"
 
+// The words before the cursor are parsed like a command line. That gives the command and the number of its
+// operands, and the command's row says what kind of operand comes next. All candidates of that kind that
+// begin with the word at the cursor are offered. Sections and keys come from the file and the defaults.
+
 namespace zekara {
 namespace {
 
@@ -37,6 +41,7 @@ class Completion {
   }
 
  private:
+  // A candidate may come from the file, which other users may have changed, so it is made printable.
   void offer(std::string_view candidate, std::string_view description) {
     if (!candidate.starts_with(current_)) return;
     text_.append(Printable(candidate)).append("\t").append(description).append("\n");

@@ -15,6 +15,9 @@
 #include "zkaconfig/Failure.h"
 #include "zkaconfig/Text.h"
 
+// This program runs with its user's rights, so it may open any file by its path. A shared lock keeps the tool
+// from truncating the file while it is being read.
+
 namespace zekara {
 namespace {
 
@@ -62,6 +65,8 @@ std::string ReadInput(const std::string& path) {
   return ReadAll(*NSFileHandle::handleOwning(std::move(file)), path);
 }
 
+// O_NONBLOCK keeps the open of a FIFO from blocking; it has no effect on regular files. The handle closes the
+// file when it has been read, which releases the lock.
 Configuration ReadConfiguration(const std::string& path, std::optional<std::chrono::seconds> lockLimit) {
   Configuration configuration;
   Descriptor file = OpenAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK);
@@ -85,6 +90,7 @@ Configuration ReadConfiguration(const std::string& path, std::optional<std::chro
   return configuration;
 }
 
+// The parser raises two exceptions: "ini-syntax", and one of Plist if a value comes before the first header.
 Plist ParseIni(const std::string& bytes, const std::string& name) {
   ZKAIniParser parser = ZKAIniParser::initWithData(bytes);
   try {

@@ -6,7 +6,7 @@
 
 namespace zekara {
 
-// How zkaconfig ends; zkaconfig(1) lists these for its callers.
+// How zkaconfig ends. Scripts depend on the numbers, which zkaconfig(1) lists.
 enum class ExitStatus : int {
   Done = 0,
   Differs = 1,     // the setting is unset, or there are differences
@@ -16,7 +16,13 @@ enum class ExitStatus : int {
   NoAnswer = 5,    // the tool could not be started, or gave no answer in time
 };
 
-// Ends the program: what failed, for people, and what they can do about it (may be empty).
+// Ends the program. main() writes `what`, which says what failed, and `advice`, which says what a person can
+// do about it, to standard error on a line each, and exits with the status:
+//
+//   throw Failure(ExitStatus::Usage, "no section given", "Settings are given as SECTION KEY=VALUE.");
+//
+// Both texts are shown on terminals, so the thrower has made foreign parts of them printable (Printable()).
+// The advice may be empty.
 class Failure : public std::runtime_error {
  public:
   Failure(ExitStatus status, const std::string& what, std::string advice = {})

@@ -7,6 +7,9 @@
 #include "zkaconfig/Commands.h"
 #include "zkaconfig/Text.h"
 
+// All texts are made from the tables of commands and options, so help cannot differ from what the program
+// does.
+
 namespace zekara {
 namespace {
 

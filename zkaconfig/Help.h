@@ -7,11 +7,12 @@
 
 namespace zekara {
 
-// Returns what --help prints: all commands and options, or one command's usage if `command` is the name of
-// one. Raises Failure (Usage) if it is the name of none.
+// Returns what --help prints: all commands and options for an empty `command`, and one command's usage for
+// the name of one. The text is made from the tables of commands and options and is at most 80 columns wide.
+// Raises Failure (Usage) if there is no such command.
 std::string HelpText(const std::string& command = {});
 
-// The command "help".
+// The command "help": prints that text for its operand, or for none. Returns Done.
 ExitStatus RunHelp(const Arguments& arguments);
 
 }  // namespace zekara

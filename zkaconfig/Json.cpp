@@ -8,6 +8,9 @@
 #include "zkaconfig/Failure.h"
 #include "zkaconfig/Text.h"
 
+// A value is converted to the JSON library's own tree and back, kind by kind. The library keeps the order of
+// keys (ordered_json), which the configuration file keeps as well.
+
 namespace zekara {
 namespace {
 
@@ -61,6 +64,7 @@ Json JsonFrom(const Plist& value) {
   return nullptr;
 }
 
+// The depth has been limited while the text was parsed, so the recursion is bounded.
 Plist PlistFrom(const Json& json, const std::string& name) {
   switch (json.type()) {
     case Json::value_t::string:

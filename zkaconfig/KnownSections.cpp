@@ -10,6 +10,9 @@
 #include "zkaconfig/Failure.h"
 #include "zkaconfig/Text.h"
 
+// Keys, types and defaults come from the library's tables, so they cannot differ from what the daemons use.
+// This file adds what people need besides: a summary of each setting, and the words that a setting may hold.
+
 namespace zekara {
 namespace {
 
@@ -62,7 +65,9 @@ const char* SummaryOf(const SectionDefault* table, std::string_view key) noexcep
   return found == std::end(kSummaries) ? "" : found->text;
 }
 
-// The number of letters that must be inserted, deleted or replaced to turn one text into the other.
+// Returns the number of letters that must be inserted, deleted or replaced to turn one text into the other
+// (the Levenshtein distance). `row` holds the distances of one beginning of `left` from all beginnings of
+// `right`.
 std::size_t EditDistance(std::string_view left, std::string_view right) {
   std::vector<std::size_t> row(right.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -79,6 +84,8 @@ std::size_t EditDistance(std::string_view left, std::string_view right) {
 
 }  // namespace
 
+// The name of the scanning daemon's section is open, so its table takes part only if the user names the
+// section.
 KnownSections::KnownSections(const std::string& daemonSection)
     : sections_{{kFileMonitorSection, g_filed_defaults, "the file monitor, FileD",
                  "by SIGHUP, after each request that names the section"},
@@ -131,6 +138,7 @@ std::span<const SettingWord> ActionWords() noexcept {
   return kActionWords;
 }
 
+// The library has no list of them, but names each by its code, and the codes are counted from 1.
 Plist ActionKeys() {
   Plist keys = Plist::array();
   for (std::int32_t target = 1;; ++target) {
@@ -163,6 +171,7 @@ std::vector<std::string> WordsFor(const KnownSections& known, std::string_view s
   return words;
 }
 
+// Has the library add the default to an empty section, so that the value has the form that readers give it.
 Plist DefaultOf(const SectionDefault& row) {
   const SectionDefault table[] = {row, {}};
   const Plist tree = Plist::dictionary();
@@ -170,6 +179,8 @@ Plist DefaultOf(const SectionDefault& row) {
   return tree.objectForKey("").objectForKey(row.key);
 }
 
+// Letter case is tried first: a name that differs in nothing else is meant, however many letters that
+// concerns.
 std::optional<std::string> ClosestName(std::string_view name, const std::vector<std::string>& candidates) {
   const std::string wanted(name);
   for (const std::string& candidate : candidates) {

@@ -18,7 +18,8 @@ struct SettingWord {
   const char* meaning;
 };
 
-// What the suite knows of one key. Type and default are the library's; see SectionDefault.
+// What the suite knows of one key. Type and default are the library's; see SectionDefault. The pointers and
+// the words are constants.
 struct KnownSetting {
   const SectionDefault* row;
   const char* summary;                 // one line
@@ -26,7 +27,8 @@ struct KnownSetting {
 };
 
 // The sections for which the suite has defaults. This is the one source of what "describe" tells, of the
-// checks of new values and of completion.
+// checks of new values and of completion. Names of sections and keys must match exactly, letter case
+// included, as everywhere in the configuration file. The file may hold other sections and keys as well.
 class KnownSections {
  public:
   struct Section {
@@ -41,44 +43,46 @@ class KnownSections {
   explicit KnownSections(const std::string& daemonSection = {});
 
   const std::vector<Section>& sections() const noexcept { return sections_; }
-  // Null if the section is unknown. The pointer lives as long as this object.
+  // Returns null if the section is unknown. The pointer is valid as long as this object.
   const Section* sectionNamed(std::string_view section) const noexcept;
-  // The section's table of defaults; null if the section is unknown.
+  // Returns the section's table of defaults, a constant; null if the section is unknown.
   const SectionDefault* defaultsOf(std::string_view section) const noexcept;
-  // The table's row for the key; null if there is none.
+  // Returns the table's row for the key; null if there is none.
   const SectionDefault* rowOf(std::string_view section, std::string_view key) const noexcept;
-  // Nothing if section or key is unknown.
+  // Returns what the suite knows of the key; nothing if section or key is unknown.
   std::optional<KnownSetting> settingOf(std::string_view section, std::string_view key) const noexcept;
 
+  // Returns the names of all sections, in the order of sections().
   std::vector<std::string> sectionNames() const;
 
  private:
   std::vector<Section> sections_;
 };
 
-// The words for what the file monitor does with an object that it has found.
+// Returns the words for what the file monitor does with an object that it has found, and their meanings.
 std::span<const SettingWord> ActionWords() noexcept;
 
-// The keys of the file monitor's section that hold actions, as an array.
+// Returns the keys of the file monitor's section that hold actions, as an array.
 Plist ActionKeys();
+// Returns true if the key is one of them and the section is the file monitor's.
 bool IsActionKey(std::string_view section, std::string_view key);
 
 // Replaces each action in the file monitor's section, a string or a number, by what `translated` returns for
 // it. A nil section has none.
 void TranslateActions(const Plist& section, Plist (*translated)(const Plist& action));
 
-// The words that the key may hold; empty if it may hold anything.
+// Returns the words that the key may hold; none if it may hold anything.
 std::vector<std::string> WordsFor(const KnownSections& known, std::string_view section, std::string_view key);
 
-// The default of a row, in the form in which the file holds it.
+// Returns the default of a row, in the form in which the file holds it: a boolean is "Yes" or "No".
 Plist DefaultOf(const SectionDefault& row);
 
-// The candidate that `name` was most probably meant to be: it differs in letter case alone, or in at most two
-// letters. Nothing if there is none.
+// Returns the candidate that `name` was most probably meant to be: it differs in letter case alone, or in at
+// most two letters, but not in all of them. Returns nothing if there is none.
 std::optional<std::string> ClosestName(std::string_view name, const std::vector<std::string>& candidates);
 // Returns "; did you mean X?" with that candidate, printable; an empty text if there is none.
 std::string Suggestion(std::string_view name, const std::vector<std::string>& candidates);
-// The keys of a table of defaults; none for null.
+// Returns the keys of a table of defaults, in its order; none for null.
 std::vector<std::string> KeysOf(const SectionDefault* defaults);
 
 }  // namespace zekara

@@ -16,6 +16,12 @@
 #include "zkaconfig/Json.h"
 #include "zkaconfig/Text.h"
 
+// Input becomes a patch in two steps. The first reads words, INI, a property list or JSON into a section
+// tree, without judging it. The second, the class Review, brings each value into the form in which the file
+// holds it, and looks for everything that would make the file say something else than was asked for, or make
+// it unreadable: the tool itself checks nothing. The last check is the surest one: it writes the setting as
+// the tool would, reads it as the daemons would, and compares.
+
 namespace zekara {
 namespace {
 
@@ -65,6 +71,8 @@ Plist TruthOf(const Plist& value) {
   return {};
 }
 
+// Booleans come as words of people, as booleans or as numbers. The library's function writes the last two as
+// "Yes" and "No"; the words are made booleans for it first.
 void SpellBooleans(const Plist& section, const SectionDefault* defaults) {
   for (const SectionDefault* row = defaults; row->key != nullptr; ++row) {
     if (row->type != DefaultTypeBoolean) continue;
@@ -90,7 +98,8 @@ std::string Joined(const std::vector<std::string>& words) {
   return text;
 }
 
-// What is wrong with a text that is to be written to the file; empty if nothing is.
+// Returns what is wrong with a text that is to be written to the file, as the end of a sentence; an empty
+// text if nothing is. The same holds for the functions below whose names begin with Problem.
 std::string ProblemOfText(std::string_view text) {
   const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
   if (text.find('"') != std::string_view::npos) return "holds a double quote, which would end the value";
@@ -127,7 +136,7 @@ Plist ReadBack(const Plist& value, const Plist& key, const Plist& section) {
   }
 }
 
-// What the suite knows of the key and the value contradicts; empty if the value fits.
+// Compares the value with what the suite knows of the key: the words that it may hold, and its type.
 std::string ProblemOfMeaning(const KnownSections& known, std::string_view section, std::string_view key,
                              const Plist& value) {
   const std::vector<std::string> words = WordsFor(known, section, key);
@@ -144,11 +153,13 @@ std::string ProblemOfMeaning(const KnownSections& known, std::string_view sectio
   return {};
 }
 
+// Reviews a patch section by section and collects the result.
 class Review {
  public:
   Review(const Plist& file, const KnownSections& known, bool keepsStrings)
       : file_(file), known_(known), keepsStrings_(keepsStrings) {}
 
+  // The order matters: spellings are made right before anything is checked, and checks see the file's form.
   void addSection(const Plist& name, const Plist& given) {
     if (!given.isDictionary()) {
       throw Failure(ExitStatus::Usage,
@@ -168,6 +179,8 @@ class Review {
   ReviewedPatch result() && { return std::move(result_); }
 
  private:
+  // Adds the first problem of a setting to the result. An empty name ends the checks, because nothing else
+  // can be said about such a setting.
   void check(const Plist& value, const Plist& key, const Plist& section) {
     if (section.isEqualToString("") || key.isEqualToString("")) {
       result_.problems.emplace_back(section.isEqualToString("") ? "a section needs a name"
@@ -183,6 +196,8 @@ class Review {
     noteKey(key, section);
   }
 
+  // Text of digits that was asked for as text is a warning only: no request can make it anything but a
+  // number.
   std::string problemOfReadingBack(const Plist& value, const Plist& key, const Plist& section,
                                    const std::string& label) {
     const Plist read = ReadBack(value, key, section);
@@ -196,6 +211,7 @@ class Review {
     return "cannot be " + Described(value) + ": the file would give back " + Described(read);
   }
 
+  // A key that is in the file already has been accepted once, so a suspicious name is only remarked on.
   void noteKey(const Plist& key, const Plist& section) {
     const SectionDefault* defaults = known_.defaultsOf(section.string());
     if (defaults == nullptr || known_.rowOf(section.string(), key.string()) != nullptr) return;
@@ -250,6 +266,8 @@ bool IsInForce(const Plist& shown, const Settings& settings, const Plist& sectio
   return shown.objectForKey("value") == inForce || shown.objectForKey("value") == ActionCode(inForce);
 }
 
+// Replaces each dictionary with "value" and "default" by its value, unless that is in force already. A
+// program's own dictionary without a "value" stays, and is a problem for Review.
 Plist SectionFromShown(const Plist& name, const Plist& section, const Settings& settings) {
   Plist patch = Plist::dictionary();
   for (const auto& [key, value] : section.entries()) {
@@ -282,6 +300,8 @@ Plist ElementsFromWords(std::span<const std::string> texts, bool keepsStrings) {
   return elements;
 }
 
+// A word with "=" is a setting, any other word a section. A section without a setting after it is a mistake,
+// so the loop ends at the second of two sections in a row.
 Plist PatchFromWords(std::span<const std::string> words, bool keepsStrings) {
   const auto patch = ZKAIniData::init();
   const std::string* section = nullptr;

@@ -9,9 +9,13 @@
 #include "zkaconfig/Report.h"
 #include "zkaconfig/Text.h"
 
+// Each command makes the settings in force from the file and the defaults, takes the part that was asked for,
+// and prints the report of it.
+
 namespace zekara {
 namespace {
 
+// Programs get booleans as booleans, and people as the words that they would write into the file.
 Settings SettingsInForce(const Arguments& arguments, const KnownSections& known) {
   Settings settings(ReadFile(arguments, false), known, arguments.suppliesDefaults);
   const bool isForPrograms = arguments.form == OutputForm::Json || arguments.form == OutputForm::Plist;
@@ -31,6 +35,7 @@ Plist Fallback(const Arguments& arguments) {
                   arguments.keepsStrings);
 }
 
+// Returns the entry of "get" for one key, which Report.h describes; nil if it is unset and has no fallback.
 Plist DescribedValue(const Settings& settings, const Plist& section, const Plist& key,
                      const Plist& fallback) {
   const Plist value = settings.tree().objectForKey(section).objectForKey(key);
@@ -67,6 +72,7 @@ ExitStatus RunShow(const Arguments& arguments) {
   return ExitStatus::Done;
 }
 
+// Keys that are unset are remarked on and left out, so that the others are written all the same.
 ExitStatus RunGet(const Arguments& arguments) {
   const KnownSections known(arguments.daemonSection);
   const Settings settings = SettingsInForce(arguments, known);
@@ -106,6 +112,7 @@ ExitStatus RunDescribe(const Arguments& arguments) {
   return ExitStatus::Done;
 }
 
+// A lock that another process holds counts as a file that cannot be read: the defaults are listed then.
 Settings SettingsToList(const Arguments& arguments, const KnownSections& known) {
   constexpr auto kNow = std::chrono::seconds(0);
   try {

@@ -7,7 +7,10 @@
 
 namespace zekara {
 
-// The commands that change nothing. Each raises Failure.
+// The commands that change nothing. Each writes its answer to standard output in the form that the options
+// ask for, and remarks to standard error. Each returns Done, or Differs if the section or key is unset. Each
+// raises Failure: Usage if --daemon-section names another daemon's section, and "show" and "get" also
+// Unreadable if the file cannot be read.
 ExitStatus RunShow(const Arguments& arguments);
 ExitStatus RunGet(const Arguments& arguments);
 ExitStatus RunDescribe(const Arguments& arguments);

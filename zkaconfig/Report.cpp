@@ -5,9 +5,14 @@
 #include "zkaconfig/Json.h"
 #include "zkaconfig/Text.h"
 
+// A report has up to four forms. For JSON and property lists it is first made as a tree, which a serialiser
+// then writes. For people and for --null it is put together as text; only the text for people is made
+// printable, because programs need every byte.
+
 namespace zekara {
 namespace {
 
+// Returns the tree in the form that the program asked for.
 std::string ProgramText(const Plist& value, OutputForm form) {
   if (form == OutputForm::Json) return JsonText(value) + "\n";
   std::string text;
@@ -18,6 +23,7 @@ std::string ProgramText(const Plist& value, OutputForm form) {
   return text;
 }
 
+// Ends each text of --null. It cannot be part of a value.
 constexpr char kEnd = '\0';
 
 // An array's elements, and any other value as an array of one element.
@@ -37,6 +43,8 @@ std::string Header(const Plist& section) {
   return std::string("[").append(Printable(section.description())).append("]\n");
 }
 
+// Returns a section in which each value is accompanied by the mark that "apply" needs to leave defaults
+// unset.
 Plist WithOrigin(const Settings& settings, const Plist& section) {
   Plist described = Plist::dictionary();
   const Plist values = settings.tree().objectForKey(section);
@@ -47,6 +55,7 @@ Plist WithOrigin(const Settings& settings, const Plist& section) {
   return described;
 }
 
+// Defaults are marked by a comment of the file's own format, so the text is a valid configuration file.
 std::string SectionText(const Settings& settings, const Plist& section) {
   constexpr std::size_t kColumn = 40;
   std::string text = Header(section);
@@ -119,6 +128,7 @@ std::string ValueText(const Plist& value) {
   return Printable(SettingLine("x", value).substr(kName.size()));
 }
 
+// The long description of one setting, and the short one for a list of settings.
 std::string SettingText(const std::string& key, const KnownSetting& setting) {
   std::string text = key + ": " + setting.summary + "\n\n";
   text.append("  Type:     ").append(TypeName(setting)).append("\n");

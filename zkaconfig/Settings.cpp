@@ -3,8 +3,13 @@
 #include "Zekara4MacLibrary/ZKAConfig.h"
 #include "Zekara4MacLibrary/ZKAIniData.h"
 
+// The tree is a copy of the file's, made by the library's own document, to which the library's own functions
+// add the defaults and convert values: so this program shows a setting as the daemons understand it. What was
+// added is the difference between the two trees.
+
 namespace zekara {
 
+// string2action() gives 0 for a text that is not an action.
 Plist ActionCode(const Plist& value) {
   const std::int32_t code = value.isString() ? string2action(std::string(value.string()).c_str()) : 0;
   return code == 0 ? value : Plist(code);
@@ -30,6 +35,7 @@ void Settings::spellBooleans() {
     SectionBooleansToStrings(tree_.objectForKey(section.name), section.defaults);
 }
 
+// Spelt first, because the library's conversion to booleans takes only texts.
 void Settings::typeBooleans() {
   spellBooleans();
   for (const auto& section : known_.sections())

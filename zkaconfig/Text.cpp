@@ -6,6 +6,9 @@
 #include "PortableFoundation/Utf8.h"
 #include "Zekara4MacLibrary/ZKAIniData.h"
 
+// Texts of other users reach terminals through this program. What could steer a terminal is replaced by a
+// visible form, character by character.
+
 namespace zekara {
 namespace {
 
@@ -89,6 +92,8 @@ std::string Described(const Plist& value) {
   return value.kindName();
 }
 
+// Has the library write a document with this one setting, so that the line is exactly the file's, and removes
+// the header.
 std::string SettingLine(const Plist& key, const Plist& value) {
   const auto ini = ZKAIniData::init();
   ini->setObject_forKey_inSection(value, key, "");

@@ -23,6 +23,10 @@
 #include "zkaconfig/Failure.h"
 #include "zkaconfig/Text.h"
 
+// The tool gets three pipes: for the request, the reply and the log. Reply and log are read by the run loop
+// at the same time, because a tool whose log is not read would block, and with it the reply. The session ends
+// when the tool has closed both and its process has ended, or at the deadline.
+
 namespace zekara {
 namespace {
 
@@ -47,6 +51,7 @@ Pipe MakePipe() {
   return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
+// What the new process does before it becomes the tool.
 class SpawnActions {
  public:
   SpawnActions() { posix_spawn_file_actions_init(&actions_); }
@@ -105,6 +110,9 @@ class SendLimit {
 };
 
 // A running tool, its one request and its one reply.
+//
+// A tool that has not answered when the time is up is left running: it may be in the middle of a change, and
+// a user could not end a process of root.
 class ToolSession {
  public:
   ToolSession(std::string path, std::chrono::seconds limit)
@@ -150,6 +158,7 @@ class ToolSession {
   const std::string& log() const noexcept { return log_->text(); }
 
  private:
+  // The environment is empty, because the tool needs none and clears it anyway.
   void spawn(const Descriptor& input, const Descriptor& output, const Descriptor& error) {
     SpawnActions actions;
     actions.give(input, STDIN_FILENO);
@@ -181,6 +190,7 @@ class ToolSession {
     }
   }
 
+  // Also returns true if the process is not there to be waited for, because its parent ignores SIGCHLD.
   bool hasEnded() {
     int status = 0;
     return RetryOnInterrupt([&] { return waitpid(process_, &status, WNOHANG); }) != 0;
@@ -213,6 +223,8 @@ bool LacksRights(const std::string& log) {
   return log.find("Can't change ") != std::string::npos;
 }
 
+// Finds the most probable reason that there is no reply: the file is locked, the program is not the tool, or
+// the tool lacks its rights.
 [[noreturn]] void RaiseWithoutReply(const std::string& toolPath, bool hasEnded, const std::string& log) {
   if (!hasEnded) {
     RaiseNoAnswer(toolPath + " has not answered in time",

@@ -9,10 +9,15 @@
 #include "zkaconfig/Failure.h"
 #include "zkaconfig/Help.h"
 
+// The program in order: parse the words, run one command, turn what it returns or raises into an exit status.
+// Every failure becomes one message here, so no other function prints one and exits.
+
 namespace {
 
 using zekara::ExitStatus;
 
+// Completion comes before parsing, because the words that it gets are unfinished. --help and --version need
+// no command.
 ExitStatus Run(std::span<const char* const> words) {
   if (!words.empty() && std::string_view(words[0]) == zekara::kCompletionCommand) {
     std::fputs(zekara::CompletionText(words.subspan(1)).c_str(), stdout);
@@ -32,6 +37,8 @@ ExitStatus Run(std::span<const char* const> words) {
 
 }  // namespace
 
+// Standard descriptors that the caller has closed are opened, so that no file gets their numbers; a reader
+// that goes away is an error of writing and not the end of the process.
 int main(int argc, char* argv[]) {
   zekara::OpenStandardDescriptors();
   zekara::NSFileHandle::ignoreBrokenPipes();
