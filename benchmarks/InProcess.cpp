@@ -121,6 +121,7 @@ Measurement Measure(const Row& row, const Subject& subject, const std::string& i
   return result;
 }
 
+// The result is small enough for the pipe's buffer, so the child can write it before this process reads.
 Measurement MeasureInChild(const Row& row, const Subject& subject, const std::string& input) {
   int ends[2];
   Expect(pipe(ends) == 0, "pipe");
@@ -135,6 +136,8 @@ Measurement MeasureInChild(const Row& row, const Subject& subject, const std::st
   return measured;
 }
 
+// Interpolates between the two values next to the place. Medians and quartiles are shown instead of means,
+// because an interruption by another process makes one run much longer and none shorter.
 double Quantile(std::vector<double> values, double part) {
   std::sort(values.begin(), values.end());
   const double place = part * static_cast<double>(values.size() - 1);
@@ -171,6 +174,8 @@ Row MakeRow(const char* job, const char* sizeName, Generator generate, std::size
   return {job, sizeName, input, std::move(subjects)};
 }
 
+// The rows in which this system is compared with others: a file of usual size, a large one, and one so large
+// that only the cost of each byte counts.
 std::vector<Row> ComparedRows() {
   std::vector<Row> rows;
   constexpr std::pair<const char*, std::size_t> kIniSizes[] = {

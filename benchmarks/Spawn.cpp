@@ -75,6 +75,7 @@ void CopyFile(const std::string& from, const std::string& to) {
   close(target);
 }
 
+// One line of the plan.
 struct Subject {
   std::string name;
   std::string inputPath;
@@ -101,6 +102,7 @@ std::vector<Subject> ReadPlan(const std::string& path) {
   return subjects;
 }
 
+// A pipe. Both ends are closed in a program that is started, which gets copies of its own.
 struct Pipe {
   int reading = -1;
   int writing = -1;
@@ -188,6 +190,7 @@ double Microseconds(const timeval& time) {
   return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_usec);
 }
 
+// What the runs of one subject took: times in microseconds, memory in KB.
 struct Series {
   int status = 0;
   std::vector<double> wall;
@@ -215,6 +218,8 @@ void Print(const std::string& name, const Series& series) {
   std::fflush(stdout);
 }
 
+// The kernel counts CPU time, page faults and peak memory of the child by itself; only the wall time includes
+// this process's own work of starting it and waiting for it.
 void RunOnce(const Subject& subject, Series& series) {
   if (!subject.resetPath.empty()) CopyFile(subject.resetPath, kConfigurationFile);
   const Streams streams(subject);
@@ -251,6 +256,7 @@ void Run(const std::vector<Subject>& subjects, int rounds) {
   }
 }
 
+// Counts the processes of the whole machine that wait for a lock by flock(), as the kernel lists them.
 std::size_t CountBlockedLocks() {
   std::ifstream locks("/proc/locks");
   std::size_t count = 0;
@@ -296,6 +302,7 @@ std::size_t CountLostUpdates(std::size_t instances) {
   return instances - count;
 }
 
+// The subjects of one name are the instances of one program, and are started together.
 void Contend(const std::vector<Subject>& subjects, int rounds) {
   std::vector<std::string> names;
   std::map<std::string, std::vector<const Subject*>> groups;

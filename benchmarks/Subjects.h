@@ -9,7 +9,8 @@
 
 namespace zekara::benchmarks {
 
-// One library doing one job on an input. prepare() is not measured; the work that it returns is.
+// One library doing one job on an input. prepare() is not measured; the work that it returns is. The work may
+// be run any number of times and does the same each time. `input` outlives the work.
 struct Subject {
   using Work = std::function<void()>;
 
@@ -17,7 +18,8 @@ struct Subject {
   std::function<Work(const std::string& input)> prepare;
 };
 
-// Subjects that do the same job on the same input, and are compared.
+// Subjects that do the same job on the same input, and are compared. `size` is for people; `input` makes the
+// text from a generator in its initial state.
 struct Row {
   std::string job;
   std::string size;
@@ -30,7 +32,9 @@ struct Row {
 // measured.
 void Expect(bool isDone, const char* job);
 
-// The same jobs done by this system and by the libraries that a person would otherwise use.
+// The same jobs done by this system and by the libraries that a person would otherwise use. "Load" and
+// "parse" make a tree of a text, "write" a text of a tree, "patch" loads, changes one key and writes, and
+// "both" parses and writes. "Framing" finds the messages in a stream.
 Subject ZekaraIniLoad();
 Subject ZekaraIniPatch();
 Subject ZekaraPlistParse();

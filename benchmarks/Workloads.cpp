@@ -1,3 +1,8 @@
+// Inputs are put together from random words. Their distributions, such as the lengths of names and the share
+// of lists, are modelled on configuration files that people write. Everything is derived from the generator
+// that is passed in, by integer arithmetic alone, so a seed makes the same bytes on every platform: the
+// distributions of <random> would not.
+
 #include "benchmarks/Workloads.h"
 
 #include <string_view>
@@ -215,6 +220,7 @@ std::string PlistOfOneArray(std::size_t size, Random& random) {
   return InPlist("<array>\n" + Repeat(size, element) + "</array>\n");
 }
 
+// The outermost array is one level as well.
 std::string PlistOfTowers(std::size_t size, Random& /*random*/) {
   std::string tower;
   for (int i = 1; i < kMaximumPlistDepth; ++i) tower += "<array>";

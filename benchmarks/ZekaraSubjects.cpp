@@ -1,3 +1,7 @@
+// This system's part of each row. The functions of the library are called as the tool calls them, except that
+// inputs are in memory: the work of the kernel is measured by Spawn.cpp. Framing in blocks goes through a
+// real descriptor and the run loop, because the sizes of the blocks decide its cost.
+
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -32,6 +36,7 @@ std::size_t Written(const Plist& plist) {
   return text.size();
 }
 
+// Counts what a connection delivers, and does nothing with it.
 class CountingDelegate final : public ZKAXMLConnectionDelegating {
  public:
   void messageReceived_throughConnection(const Plist&, ZKAXMLConnection&) override { ++messages; }
@@ -48,6 +53,7 @@ std::size_t CountMessages(std::string_view text) {
   return count;
 }
 
+// A file in memory has all input at once and blocks neither side, unlike a pipe, which holds 64 KiB.
 std::shared_ptr<NSFileHandle> HandleOfFileWith(std::string_view text) {
   const int descriptor = memfd_create("input", MFD_CLOEXEC);
   while (!text.empty()) {
@@ -79,6 +85,7 @@ Subject ZekaraIniLoad() {
           }};
 }
 
+// Adds one key to the first section, as a request may do.
 Subject ZekaraIniPatch() {
   return {"zekara", [](const std::string& input) {
             return [&input] {

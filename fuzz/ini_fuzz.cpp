@@ -1,5 +1,8 @@
-// Any bytes give the same tokens and the same document as with the second lexer and parser. A document that
-// the format can carry is the same after writing and reading.
+// Any bytes give the same tokens and the same document as with the second lexer and parser, which are written
+// for clarity (tests/support/LiteralIni.h). A document that the format can carry is the same after writing
+// and reading.
+//
+// The input is used twice: as the text of a file, and as the choices from which a document is generated.
 
 #include <algorithm>
 #include <cstddef>
@@ -17,6 +20,8 @@
 namespace zekara {
 namespace {
 
+// Goes on after the first end token, because a zero byte ends the input and a lexer that is asked again reads
+// on.
 void CompareTokens(const std::string& bytes) {
   ZKAIniLexer lexer = ZKAIniLexer::initWithData(bytes);
   LiteralLexer literal(bytes);
@@ -34,6 +39,7 @@ bool IsTrimmed(std::string_view text) {
                           kBlanks.find(text.back()) == std::string_view::npos);
 }
 
+// Returns true if the format can carry the name, which is never quoted.
 bool IsPlainName(std::string_view name) {
   return !name.empty() && IsTrimmed(name) && name.front() != '"' &&
          name.find_first_of("[]=,;#\n\r") == std::string_view::npos;

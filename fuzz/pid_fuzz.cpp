@@ -38,6 +38,7 @@ class Natural {
   std::vector<std::uint32_t> limbs_;
 };
 
+// The rules once more, for a text in one piece: they are stated at IntValueScanner.
 std::int32_t Expected(std::string_view text) {
   const auto skipBlanks = [&text] {
     while (!text.empty() && (static_cast<unsigned char>(text.front()) <= 32 || text.front() == 127))

@@ -1,4 +1,6 @@
-// A tree that is patched with the difference to another tree has every value of the other.
+// A tree that is patched with the difference to another tree has every value of the other, keeps the
+// values that only it had, and has no other changes. The input is the choices from which both trees are
+// generated.
 
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +14,7 @@
 namespace zekara {
 namespace {
 
+// A value equals itself, and equality has no direction.
 void CheckEquality(Choices& choices) {
   const Plist left = GenerateValue(choices, 3);
   const Plist right = GenerateValue(choices, 3);
@@ -19,6 +22,8 @@ void CheckEquality(Choices& choices) {
   Require((left == right) == (right == left));
 }
 
+// Neither computing a difference nor applying it changes the tree that it comes from, and a second patch
+// finds nothing to do.
 void CheckLaw(Choices& choices) {
   const Plist old = GenerateSectionTree(choices);
   const Plist fresh = GenerateSectionTree(choices);
