@@ -13,12 +13,12 @@ namespace zekara {
 inline constexpr const char* NSInvalidArgumentException = "NSInvalidArgumentException";
 inline constexpr const char* NSFileHandleOperationException = "NSFileHandleOperationException";
 
-// A failure that the sender of a request can be told about. The name identifies the kind of failure to a
+// A failure that is reported to the sender of a request. The name identifies the kind of failure to a
 // program; the reason describes it to a person. Raised by `throw NSException(name, reason)` and caught by
 // `catch (const NSException&)`.
 //
-// Both are UTF-8 by convention and are not checked. To tell failures apart, compare the name: the reason may
-// contain keys and the system's error. References that the functions return are valid as long as the
+// Both are UTF-8 by convention and are not checked. To distinguish failures, compare the names: the reason
+// may contain keys and the system's error. References that the functions return are valid as long as the
 // exception lives.
 //
 // NSError is an unrelated type on purpose: a handler for NSException never catches one.

@@ -65,7 +65,7 @@ class NSFileHandle {
   NSRunLoop::ReadToken readInBackground(NSRunLoop::ReadCompletion completion);
 
   // Cancels the read that `token` names; its completion is not called. Does nothing if that read has been
-  // taken by the run loop, or if another read is armed meanwhile.
+  // taken by the run loop, or if another read has been armed since.
   void cancelReadInBackground(NSRunLoop::ReadToken token) noexcept;
 
  private:

@@ -21,8 +21,8 @@
 
 // A line is formatted completely and then written in one call, so that lines of several processes do not mix.
 // While a BufferedLog exists, the lines go to a static buffer instead: the log needs no memory when there may
-// be none. Outside of it, only a line of more than 1023 bytes needs an allocation here, so that a program which
-// is about to end for lack of memory can still say so.
+// be none. Outside of it, only a line of more than 1023 bytes needs an allocation here, so that a program
+// which is about to end for lack of memory can still say so.
 
 namespace zekara {
 namespace {
@@ -68,8 +68,8 @@ int FormatPrefix(char* line, std::size_t size) noexcept {
                        static_cast<unsigned long long>(ThreadId()));
 }
 
-// A line that does not fit into the rest of the buffer is lost; a shorter one after it may still fit. A failed
-// write is ignored, because the log is where it would be reported.
+// A line that does not fit into the rest of the buffer is lost; a shorter one after it may still fit. A
+// failed write is ignored, because the log is where it would be reported.
 void WriteOrHold(std::string_view line) noexcept {
   if (!g_held.isHolding) {
     WriteAll(STDERR_FILENO, line);
@@ -101,7 +101,7 @@ void SetLogProgramName(const char* name) noexcept {
 }
 
 // Formats into an array first, which almost every line fits. A longer line, for example one with a long path,
-// is formatted again into allocated memory; if there is none, it is cut off.
+// is formatted again into allocated memory; if there is none, it is truncated.
 void NSLog(const char* format, ...) noexcept {
   const int savedError = errno;
   char line[1024];

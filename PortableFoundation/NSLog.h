@@ -9,7 +9,7 @@ namespace zekara {
 // with the local time to the millisecond. `format` is printf's, and the compiler checks it against the
 // arguments. Text from outside is passed as an argument, never as the format. A line end is added unless the
 // message ends in one. Blocks while standard error does. A failure to write is ignored. If there is no memory
-// for a long line, it is cut off at about 1000 bytes. Keeps errno. Any thread may call it.
+// for a long line, it is truncated to 1023 bytes. Keeps errno. Any thread may call it.
 [[gnu::format(printf, 1, 2)]] void NSLog(const char* format, ...) noexcept;
 
 // While this object exists, log lines of the whole process are buffered (at most 4096 bytes; lines beyond

@@ -17,8 +17,8 @@ namespace zekara {
 // the system says that the program's set-user-ID or set-group-ID bit changed them.
 bool ProcessIsPrivileged() noexcept;
 
-// Opens the file that this process is running, for reading, whatever file its path names by now. Returns a
-// Descriptor that holds none if the system does not tell which file that is.
+// Opens the file that this process is running, for reading, even if its path names another file by now.
+// Returns a Descriptor that holds none if the system does not say which file that is.
 Descriptor OpenRunningExecutable() noexcept;
 
 // The same, if `path` names that very file, following links, and if the file has not been withdrawn: it still
@@ -30,7 +30,7 @@ Descriptor OpenRunningExecutableNamed(const char* path) noexcept;
 std::uint64_t FileSizeLimit() noexcept;
 
 // While this object exists, every signal that can be blocked is blocked for the calling thread. The
-// destructor restores the mask that it found; signals that have arrived meanwhile take effect then. Objects
+// destructor restores the mask that it found; signals that have arrived in between take effect then. Objects
 // may be nested.
 class AllSignalsBlocked {
  public:
@@ -80,7 +80,7 @@ void RestoreDefaultPriority() noexcept;
 // programs, but not for root's own starts.
 void OpenStandardDescriptors() noexcept;
 
-// Closes every descriptor from `first` up, whatever the limit on descriptors is.
+// Closes every descriptor from `first` up, even those above the present limit on descriptors.
 void CloseDescriptorsFrom(int first) noexcept;
 
 }  // namespace zekara

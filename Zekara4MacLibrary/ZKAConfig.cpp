@@ -4,8 +4,8 @@
 
 namespace zekara {
 
-// The codes of targets and actions are part of the suite's interface: programs store them and exchange them, so
-// no code may ever get another meaning. The target codes are the positions in this table, counted from 1.
+// The codes of targets and actions are part of the suite's interface: programs store them and exchange them,
+// so no code may ever get another meaning. The target codes are the positions in this table, counted from 1.
 const char* target2string(std::int32_t target) noexcept {
   constexpr const char* kKeys[] = {"InfectedFiles", "SuspiciousFiles", "IncurableFiles", "ActionAdware",
                                    "ActionDialers", "ActionJokes",     "ActionRiskware", "ActionHacktools"};

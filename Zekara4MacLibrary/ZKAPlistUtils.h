@@ -68,7 +68,7 @@ using ZKAChangedSections = std::set<std::string, std::less<>>;
 // several threads on one tree.
 
 // Adds every key of the table that the section lacks, with its default. Adds the section first if `tree`
-// lacks it. Leaves existing values alone, whatever they are. A row with an unknown type raises
+// lacks it. Leaves existing values alone, of any kind. A row with an unknown type raises
 // "NSInvalidArgumentException".
 void PlistSupplementDefaults(const Plist& tree, const Plist& section, const SectionDefault* defaults);
 

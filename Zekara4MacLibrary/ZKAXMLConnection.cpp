@@ -79,7 +79,7 @@ bool ZKAXMLConnection::mayDeliver() const noexcept {
   return delegate_ != nullptr && weak_from_this().use_count() > 1;
 }
 
-// Deliberate: a failure while handling input ends the connection, whatever is left of the input. The next
+// Deliberate: a failure while handling input ends the connection, even if there is more input. The next
 // read is armed only after every complete message in the block has been handled.
 void ZKAXMLConnection::dataArrived(std::string_view block) {
   const auto self = shared_from_this();  // the delegate may release the connection

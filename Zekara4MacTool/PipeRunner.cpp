@@ -14,7 +14,7 @@ namespace zekara {
 namespace {
 
 // Carries the request out and returns the error text, empty for success. A request of the wrong form raises
-// in Plist, whose sentence then tells the front end what was found instead.
+// in Plist, whose sentence then says which kind of value was found.
 std::string Serve(const Plist& request) {
   try {
     if (!request.objectForKey("tag").isEqualToString("cmd")) return "not a command";

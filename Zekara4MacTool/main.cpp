@@ -7,7 +7,7 @@
 #include "Zekara4MacTool/SelfCheck.h"
 
 // The program in order: prepare the process, check the tool's own file, run the mode that the arguments name.
-// Every start checks the file, whatever its arguments.
+// Every start checks the file, with any arguments.
 
 namespace zekara {
 namespace {

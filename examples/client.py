@@ -43,7 +43,7 @@ def change_config(tool, settings):
     if not process.stdout:
         raise ChangeConfigError(f"{tool} gave no answer and ended with status {process.returncode}")
     reply = plistlib.loads(process.stdout)
-    # "res" is "OK" in every reply. Only "err" tells that the request failed.
+    # "res" is "OK" in every reply. Only "err" shows that the request failed.
     if "err" in reply:
         raise ChangeConfigError(reply["err"])
     return reply

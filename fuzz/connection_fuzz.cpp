@@ -2,7 +2,7 @@
 //
 // - A stream gives the same messages in any pieces as by a plain search for the marker.
 // - Two connections have delegates that reply, close, release, replace or raise, each on itself or on the
-//   other. No delegate is called by a connection that it has closed or released, and none is told of the end
+//   other. No delegate is called by a connection that it has closed or released, and none learns of the end
 //   twice.
 //
 // Bytes 1 to 8 are the delegates' actions, bytes 9 to 24 the sizes of the pieces, and the rest is the stream.

@@ -93,7 +93,8 @@ const Option& OptionWithLetter(char letter) {
   RaiseUsage("there is no option -" + Printable(std::string_view(&letter, 1)));
 }
 
-// Takes "name" or "name=value"; returns the option if its value is the word that follows.
+// Takes "name" or "name=value", of which the two dashes have been removed. Returns the option if its value is
+// the next word, otherwise null.
 const Option* TakeLongOption(std::string_view text, Arguments& arguments) {
   const std::size_t equals = text.find('=');
   const Option& option = OptionNamed(text.substr(0, equals));
@@ -108,6 +109,7 @@ const Option* TakeLongOption(std::string_view text, Arguments& arguments) {
 
 }  // namespace
 
+// A lone "-" is an operand: it names standard input.
 Arguments ParseUnfinished(std::span<const char* const> words) {
   Arguments arguments;
   std::vector<std::string> plain;

@@ -12,6 +12,7 @@
 namespace zekara {
 
 // How answers are written: for people, as JSON, as an XML property list, or as texts that each end in NUL.
+// Only the form for people is made safe for terminals; the others hold every value unchanged.
 enum class OutputForm { People, Json, Plist, Null };
 
 // The contents of a command line. Each member has the value that holds if its option is not given. Texts are
@@ -39,7 +40,9 @@ struct Arguments {
 };
 
 // An option of the command line. Parsing, help and completion all use the one table of options, so an option
-// is added by one row.
+// is added by one row. All texts are constants in English:
+//
+//   {"timeout", 0, Option::Value::Text, "SECONDS", "limit for waiting (60)", TakeTimeLimit}
 struct Option {
   enum class Value { None, Path, Section, Text };
 

@@ -16,7 +16,8 @@
 namespace zekara {
 namespace {
 
-// NO_COLOR refuses colours if it is set to anything but an empty text.
+// The rules are those that most programs follow. NO_COLOR refuses colours if it is set to anything but an
+// empty text.
 bool HasColours() {
   const char* refusal = std::getenv("NO_COLOR");
   const char* terminal = std::getenv("TERM");

@@ -15,7 +15,7 @@ namespace zekara {
 // output, where programs may read them; remarks are for people and go to standard error.
 
 // Writes an answer to standard output at once. Raises Failure (Unreadable) if that fails, for example because
-// the disk is full or the reader has gone.
+// the disk is full or the reader has closed its end.
 void Print(const std::string& text);
 // Writes a report of settings, or of differences, in colours if standard output is a terminal that has them
 // and NO_COLOR is unset or empty. Only the form for people is coloured.

@@ -12,8 +12,11 @@ namespace zekara {
 
 // A command of zkaconfig. Dispatch, the checks of operands, help and completion all use the one table, so a
 // command is added by one row and the function that runs it. All texts are constants in English.
+//
+//   const Command* command = CommandNamed("get");  // "SECTION KEY...", at least two operands
 struct Command {
-  // The kinds of operands, as completion distinguishes them.
+  // The kinds of operands, as completion distinguishes them: None is for operands that the command does not
+  // take, Setting is KEY=VALUE, and Element is an element of a list that the file holds.
   enum class Operand { None, Section, Key, Setting, Element, File, CommandName };
 
   std::string_view name;

@@ -20,10 +20,10 @@ struct Configuration {
 
 // Reads the configuration file at `path`. A file that does not exist has no settings.
 //
-// The tool truncates the file and writes it anew under an exclusive lock. With `lockLimit`, this function
-// takes a shared lock while it reads, so that it never sees half a file, and waits for it at most that long.
-// Without `lockLimit` it reads the file at once. Raises Failure (Unreadable), also if the file stays locked
-// beyond the limit or is not an INI file.
+// The tool truncates the file and writes the new text under an exclusive lock. With `lockLimit`, this
+// function takes a shared lock while it reads, so that it never sees half a file, and waits for it at most
+// that long. Without `lockLimit` it reads the file at once. Raises Failure (Unreadable), also if the file
+// stays locked beyond the limit or is not an INI file.
 Configuration ReadConfiguration(const std::string& path, std::optional<std::chrono::seconds> lockLimit);
 
 // Parses the bytes of an INI file. Raises Failure (Unreadable) with the line of a syntax error. `name` is

@@ -28,7 +28,9 @@ class Failure : public std::runtime_error {
   Failure(ExitStatus status, const std::string& what, std::string advice = {})
       : std::runtime_error(what), status_(status), advice_(std::move(advice)) {}
 
+  // Returns what the program exits with.
   ExitStatus status() const noexcept { return status_; }
+  // Returns what a person can do; what() is inherited. The reference is valid as long as the failure lives.
   const std::string& advice() const noexcept { return advice_; }
 
  private:

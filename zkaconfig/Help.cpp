@@ -20,6 +20,7 @@ std::string Row(std::string left, std::size_t column, std::string_view right) {
   return left.append(right) + "\n";
 }
 
+// Options without a letter are indented, so that all long names begin in one column.
 std::string OptionRow(const Option& option) {
   constexpr std::size_t kColumn = 30;
   std::string left = option.letter == 0 ? "    " : std::string("-") + option.letter + ", ";

@@ -93,7 +93,8 @@ Plist PlistFrom(const Json& json, const std::string& name) {
   }
 }
 
-// The parser's own text, such as "parse error at line 1, column 2: ...", without the library's number for it.
+// Returns the parser's own text, such as "parse error at line 1, column 2: ...", without the library's number
+// for it.
 std::string Reason(const Json::exception& error) {
   std::string_view text = error.what();
   text.remove_prefix(std::min(text.size(), text.find("] ") + 2));
@@ -102,6 +103,7 @@ std::string Reason(const Json::exception& error) {
 
 }  // namespace
 
+// `true` has the library escape everything that is not ASCII.
 std::string JsonText(const Plist& value) {
   constexpr int kIndentation = 2;
   return JsonFrom(value).dump(kIndentation, ' ', true, Json::error_handler_t::replace);

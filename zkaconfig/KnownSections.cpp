@@ -59,6 +59,7 @@ constexpr Summary kSummaries[] = {
     {g_daemon_defaults, "VirusBase", "Lists the patterns of the virus databases' paths."},
 };
 
+// Returns an empty text for a key that has no summary; a test finds each such key.
 const char* SummaryOf(const SectionDefault* table, std::string_view key) noexcept {
   const auto found = std::ranges::find_if(
       kSummaries, [&](const Summary& one) { return one.table == table && one.key == key; });

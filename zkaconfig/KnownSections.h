@@ -12,7 +12,8 @@
 
 namespace zekara {
 
-// A word that a setting may hold, and its meaning.
+// A word that a setting may hold, in the spelling of the file, and its meaning: a verb in the third person
+// and its object, or one word.
 struct SettingWord {
   const char* word;
   const char* meaning;
@@ -26,7 +27,7 @@ struct KnownSetting {
   std::span<const SettingWord> words;  // empty if the setting may hold any word
 };
 
-// The sections for which the suite has defaults. This is the one source of what "describe" tells, of the
+// The sections for which the suite has defaults. This is the one source of what "describe" shows, of the
 // checks of new values and of completion. Names of sections and keys must match exactly, letter case
 // included, as everywhere in the configuration file. The file may hold other sections and keys as well.
 class KnownSections {

@@ -242,8 +242,8 @@ class Review {
   ReviewedPatch result_;
 };
 
-// The first character that is neither a byte order mark nor white space; NUL if there is none. It tells the
-// three formats apart, because an INI file cannot begin with "<" or "{".
+// Returns the first character that is neither a byte order mark nor white space; NUL if there is none. It
+// distinguishes the three formats, because an INI file cannot begin with "<" or "{".
 char FirstCharacter(std::string_view bytes) {
   if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
   const std::size_t first = bytes.find_first_not_of(" \t\r\n");

@@ -95,6 +95,7 @@ ExitStatus RunGet(const Arguments& arguments) {
   return status;
 }
 
+// Needs no configuration file: what the suite knows is compiled in.
 ExitStatus RunDescribe(const Arguments& arguments) {
   const KnownSections known(arguments.daemonSection);
   const std::string section = arguments.operands.empty() ? "" : arguments.operands[0];

@@ -16,8 +16,9 @@ ExitStatus RunGet(const Arguments& arguments);
 ExitStatus RunDescribe(const Arguments& arguments);
 ExitStatus RunList(const Arguments& arguments);
 
-// Returns the file's settings and the suite's. Does not wait for the file's lock, and passes over a file that
-// cannot be read, because completion must neither wait nor fail. `known` must outlive the result.
+// Returns the file's settings, and the suite's defaults unless `arguments` refuse them. Does not wait for the
+// file's lock, and passes over a file that cannot be read, because completion must neither wait nor fail.
+// `known` must outlive the result.
 Settings SettingsToList(const Arguments& arguments, const KnownSections& known);
 
 }  // namespace zekara

@@ -26,7 +26,8 @@ std::string ProgramText(const Plist& value, OutputForm form) {
 // Ends each text of --null. It cannot be part of a value.
 constexpr char kEnd = '\0';
 
-// An array's elements, and any other value as an array of one element.
+// Returns an array itself, and any other value as an array of one element, so that lists need no case of
+// their own below.
 Plist Elements(const Plist& value) {
   return value.isArray() ? value : Plist::array({value});
 }
@@ -178,6 +179,7 @@ std::string SettingsReport(const Settings& settings, const Plist& section, Outpu
   return form == OutputForm::Json || form == OutputForm::Plist ? ProgramText(described, form) : text;
 }
 
+// One value alone has no key in front of it, so that a script can use the output as it is.
 std::string ValuesReport(const Plist& values, bool isOne, OutputForm form) {
   if (form == OutputForm::Json || form == OutputForm::Plist)
     return ProgramText(isOne ? values.elements()[0] : values, form);
@@ -206,6 +208,7 @@ std::string DescriptionReport(const KnownSections& known, const std::string& sec
   return form == OutputForm::People ? text : ProgramText(described, form);
 }
 
+// The form for people is that of a patch: what the file holds after "-", what it would hold after "+".
 std::string DifferenceReport(const Plist& old, const Plist& difference, bool isSent, OutputForm form) {
   if (form != OutputForm::People) {
     return ProgramText(Plist::dictionary({{"changes", Changes(old, difference)}, {"sent", isSent}}), form);

@@ -20,12 +20,12 @@ std::string SettingsReport(const Settings& settings, const Plist& section, Outpu
 std::string ValuesReport(const Plist& values, bool isOne, OutputForm form);
 
 // Returns what the suite knows of all settings, of one section's, or of one; empty texts mean all. For
-// people, one setting is told at length, and several are told with default, type and summary.
+// people, one setting is described at length, and several with their default, type and summary.
 std::string DescriptionReport(const KnownSections& known, const std::string& section, const std::string& key,
                               OutputForm form);
 
-// Returns what `difference`, a patch, changes in `old`. `isSent` tells programs if the tool has made the
-// change.
+// Returns what `difference`, a patch, changes in `old`. `isSent` is true if the tool has made the
+// change, which programs are told.
 std::string DifferenceReport(const Plist& old, const Plist& difference, bool isSent, OutputForm form);
 
 // Returns names; for people one on each line.

@@ -175,7 +175,7 @@ class ToolSession {
                       : "Is the suite installed? --tool PATH names its privileged tool in another place.");
   }
 
-  // A tool that has gone is found by the missing reply.
+  // A failure is not reported here: if the tool has ended, its reply will be missing.
   void send(const std::string& request) {
     try {
       requests_->writeData(request);

@@ -31,13 +31,15 @@ class TemporaryDirectory {
   std::string path_;
 };
 
-// These fail the running test if they cannot do what they say.
+// These fail the running test if they cannot do what they say, and the test goes on. Texts are bytes.
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, std::string_view text);  // creates or overwrites the file
 struct stat StatusOf(const std::string& path);                   // of a link itself, not of its target
 mode_t ModeOf(const std::string& path);                          // the twelve permission bits
 
-// A pipe. Both ends are closed when a program is started.
+// A pipe. Both ends are closed when a program is started, and stay open in a child of fork(): a test that
+// waits for the end of the input closes every copy of `input`. Ends the process if there is no descriptor
+// left.
 struct Pipe {
   Pipe();
 
@@ -51,7 +53,11 @@ std::string ReadToEnd(int descriptor);
 // Counts the descriptors below 4096 that are open in this process.
 int CountOpenDescriptors();
 
-// While this object exists, standard error is a file, which children that start meanwhile share.
+// While this object exists, standard error is a file, which children that start during that time share:
+//
+//   const CapturedLog log;
+//   NSLog("message");
+//   EXPECT_THAT(log.messages(), ElementsAre("message"));
 class CapturedLog {
  public:
   CapturedLog();
@@ -59,9 +65,9 @@ class CapturedLog {
   CapturedLog& operator=(const CapturedLog&) = delete;
   ~CapturedLog();
 
-  // What has been written so far.
+  // Returns what has been written so far.
   std::string text() const;
-  // Its lines, without the time, the program and the IDs that NSLog() puts before each message.
+  // Returns its lines, without the time, the program and the IDs that NSLog() puts before each message.
   std::vector<std::string> messages() const;
 
  private:

@@ -96,7 +96,8 @@ bool InstallFilter() {
   return syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0U, &program) == 0;
 }
 
-// What is not in the bounding set is lost when the command is started: root's rights are computed anew then.
+// A capability that is not in the bounding set is lost when the command is started, because the kernel
+// computes root's capabilities again then.
 bool DropCapabilities() {
   for (int capability = 0; prctl(PR_CAPBSET_READ, capability, 0, 0, 0) >= 0; ++capability) {
     const bool isKept =
