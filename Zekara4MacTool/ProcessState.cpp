@@ -29,17 +29,20 @@ void StopTimers() noexcept {
 
 constexpr rlim_t kStackSize = rlim_t{8} << 20;
 
-// Raises the soft limit to `wanted`, and the hard limit with it if that is allowed. Returns true if the soft
-// limit is known to be as high now. RLIM_INFINITY is the highest value. macOS refuses to change the stack
-// limit of a program whose linker has fixed the size of its stack.
-bool RaiseLimit(int resource, rlim_t wanted) noexcept {
-  rlimit limit = {};
-  if (getrlimit(resource, &limit) != 0) return false;
-  if (limit.rlim_cur >= wanted) return true;
-  const rlimit raised = {.rlim_cur = wanted, .rlim_max = std::max(limit.rlim_max, wanted)};
+// Raises the soft limit of a resource from what was `found` to `wanted`, and the hard limit with it if that
+// is allowed. Returns true if the soft limit is known to be as high now. RLIM_INFINITY is the highest value.
+// macOS refuses to change the stack limit of a program whose linker has fixed the size of its stack.
+bool RaiseLimit(int resource, const rlimit& found, rlim_t wanted) noexcept {
+  if (found.rlim_cur >= wanted) return true;
+  const rlimit raised = {.rlim_cur = wanted, .rlim_max = std::max(found.rlim_max, wanted)};
   if (setrlimit(resource, &raised) == 0) return true;
-  limit.rlim_cur = std::min(limit.rlim_max, wanted);
-  return setrlimit(resource, &limit) == 0 && limit.rlim_cur >= wanted;
+  const rlimit highest = {.rlim_cur = std::min(found.rlim_max, wanted), .rlim_max = found.rlim_max};
+  return setrlimit(resource, &highest) == 0 && highest.rlim_cur >= wanted;
+}
+
+bool RaiseLimit(int resource, rlim_t wanted) noexcept {
+  rlimit found = {};
+  return getrlimit(resource, &found) == 0 && RaiseLimit(resource, found, wanted);
 }
 
 // Touches all the stack that the program can need (256 KiB), so that too small a stack ends the process here
@@ -77,11 +80,11 @@ void PrepareProcess() noexcept {
 
 RaisedLimit::RaisedLimit(int resource) noexcept
     : resource_(resource), isKnown_(getrlimit(resource, &found_) == 0) {
-  RaiseLimit(resource, RLIM_INFINITY);
+  if (isKnown_) RaiseLimit(resource, found_, RLIM_INFINITY);
 }
 
 RaisedLimit::~RaisedLimit() {
-  if (isKnown_) setrlimit(resource_, &found_);
+  if (isKnown_ && wasLimited()) setrlimit(resource_, &found_);
 }
 
 Transaction::Transaction() noexcept : addressSpace_(RLIMIT_AS), data_(RLIMIT_DATA) {

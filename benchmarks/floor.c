@@ -132,7 +132,6 @@ static void signal_daemon(const char* path) {
 int main(int argc, char* argv[]) {
   static const char checked[] = "2026-11-21 11:11:07.119 Zekara4MacTool[1270:1270] Self-check passed\n";
   static const char running[] = "2026-11-21 11:11:07.120 Zekara4MacTool[1270:1270] Running on pipe\n";
-  const struct rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
   struct stat attributes;
   if (argc < 2) return 1;
   if (ALL_CALLS) prepare_process();
@@ -152,8 +151,6 @@ int main(int argc, char* argv[]) {
   if (ALL_CALLS) {
     getuid();
     ask_limit(RLIMIT_AS);
-    ask_limit(RLIMIT_AS);
-    ask_limit(RLIMIT_DATA);
     ask_limit(RLIMIT_DATA);
     ask_limit(RLIMIT_STACK);
   }
@@ -163,8 +160,6 @@ int main(int argc, char* argv[]) {
   if (ALL_CALLS) {
     sigset_t none;
     sigemptyset(&none);
-    setrlimit(RLIMIT_DATA, &unlimited);
-    setrlimit(RLIMIT_AS, &unlimited);
     sigprocmask(SIG_SETMASK, &none, NULL);
   }
   return write(STDOUT_FILENO, request, size) == (ssize_t)size ? 0 : 1;
