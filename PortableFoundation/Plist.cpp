@@ -131,7 +131,7 @@ bool Plist::hasSameText(const Plist& other) const noexcept {
   return holdsNode() && other.holdsNode() && kind_ == other.kind_ && view() == other.view();
 }
 
-std::string_view Plist::string() const& {
+std::string_view Plist::stringOfNode() const {
   if (isNil()) return {};
   if (!isString()) raise("its text");
   return view();

@@ -121,7 +121,9 @@ class Plist {
 
   // Returns the bytes of a string. The view is valid until this handle is changed, moved or destroyed; that
   // is why a temporary handle cannot be asked.
-  std::string_view string() const&;
+  std::string_view string() const& {
+    return isString() && !holdsNode() ? std::string_view(storage_, length_) : stringOfNode();
+  }
   std::string_view string() && = delete;
   // Returns true if this string has exactly the bytes of `text`; false for nil.
   bool isEqualToString(std::string_view text) const;
@@ -278,6 +280,8 @@ class Plist {
     other.length_ = 0;
     other.kind_ = Kind::Nil;
   }
+  // Returns what string() returns for every value that is not a short string.
+  std::string_view stringOfNode() const;
   // Returns the bytes of a string or of data, wherever they are.
   std::string_view view() const noexcept;
   bool hasSameText(const Plist& other) const noexcept;
