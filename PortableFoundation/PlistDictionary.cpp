@@ -1,9 +1,10 @@
 // Dictionaries: entries in the order in which their keys were first stored, and the search for a key.
 //
 // A section of a configuration file has a dozen keys, so the usual dictionary is small. Up to 64 entries have
-// one tag byte each, which mixes the key's length with its first and last characters. A search calls memchr()
-// to find equal tags and compares their keys; one tag in 256 is equal by chance. An attacker who chooses keys
-// with equal tags makes a search compare 64 keys, and no more.
+// one tag byte each, which mixes the key's length with its first and last characters. The tags are a string,
+// so that a search for equal ones is one of the standard library's, and so that up to 15 of them need no
+// memory of their own. One tag in 256 is equal by chance. An attacker who chooses keys with equal tags makes a
+// search compare 64 keys, and no more.
 //
 // A dictionary with room for more entries has an open-addressing hash table of places in `entries`. Its hash
 // is keyed with a secret of this process, so an attacker cannot choose keys that collide.
@@ -40,9 +41,7 @@ std::uint64_t WordAt(const char* bytes) noexcept {
 // ---- The node
 
 Plist::DictionaryNode::DictionaryNode(const DictionaryNode& other)
-    : ContainerNode(Kind::Dictionary), entries(other.entries), slots_(other.slots_) {
-  std::memcpy(tags_, other.tags_, sizeof tags_);
-}
+    : ContainerNode(Kind::Dictionary), entries(other.entries), tags_(other.tags_), slots_(other.slots_) {}
 
 // Builds the index before anything is changed, so that running out of memory leaves the dictionary as it was.
 void Plist::DictionaryNode::reserve(std::size_t count) {
@@ -66,7 +65,7 @@ void Plist::DictionaryNode::reserve(std::size_t count) {
 
 // Equal keys have equal tags. All keys that are not strings share one tag, because 1, 1.0 and true are one
 // key.
-inline std::uint8_t Plist::DictionaryNode::tagOf(const Plist& key) noexcept {
+inline char Plist::DictionaryNode::tagOf(const Plist& key) noexcept {
   if (!key.isString()) return 0;
   std::uint64_t first = WordAt(key.storage_);
   std::uint64_t last = WordAt(key.storage_ + sizeof first);  // length and kind included
@@ -76,21 +75,18 @@ inline std::uint8_t Plist::DictionaryNode::tagOf(const Plist& key) noexcept {
     last = WordAt(text.data() + text.size() - sizeof last) + text.size();
   }
   constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15U;
-  return static_cast<std::uint8_t>((first ^ std::rotl(last, 29)) * kOdd >> 56);
+  return static_cast<char>((first ^ std::rotl(last, 29)) * kOdd >> 56);
 }
 
 inline std::uint32_t Plist::DictionaryNode::hashOf(const Plist& key) noexcept {
   return static_cast<std::uint32_t>(key.keyHash());
 }
 
-inline Plist::Entry* Plist::DictionaryNode::findByTag(const Plist& key, std::uint8_t tag) {
-  const std::uint8_t* const end = tags_ + entries.size();
-  for (const std::uint8_t* at = tags_;; ++at) {
-    at = static_cast<const std::uint8_t*>(std::memchr(at, tag, static_cast<std::size_t>(end - at)));
-    if (at == nullptr) return nullptr;
-    Entry& entry = entries[static_cast<std::size_t>(at - tags_)];
-    if (entry.key == key) return &entry;
+inline Plist::Entry* Plist::DictionaryNode::findByTag(const Plist& key, char tag) {
+  for (std::size_t at = tags_.find(tag); at != std::string::npos; at = tags_.find(tag, at + 1)) {
+    if (entries[at].key == key) return &entries[at];
   }
+  return nullptr;
 }
 
 // The slot of the key, or the free slot where it belongs.
@@ -112,13 +108,13 @@ Plist::Entry* Plist::DictionaryNode::find(const Plist& key) {
 
 Plist::Entry& Plist::DictionaryNode::entryFor(const Plist& key) {
   if (isIndexed()) return entryByHash(key);
-  const std::uint8_t tag = tagOf(key);
+  const char tag = tagOf(key);
   if (Entry* const found = findByTag(key, tag)) return *found;
   if (entries.size() == entries.capacity()) {
     grow();
     if (isIndexed()) return entryByHash(key);
   }
-  tags_[entries.size()] = tag;
+  tags_.push_back(tag);
   return entries.emplace_back();
 }
 

@@ -132,10 +132,10 @@ class Plist::DictionaryNode : public ContainerNode {
 
   bool isIndexed() const noexcept { return !slots_.empty(); }
   // Equal keys have equal tags and equal hashes, across all kinds of numbers.
-  static std::uint8_t tagOf(const Plist& key) noexcept;
+  static char tagOf(const Plist& key) noexcept;
   static std::uint32_t hashOf(const Plist& key) noexcept;
   // find() without an index. `tag` must be that of the key.
-  Entry* findByTag(const Plist& key, std::uint8_t tag);
+  Entry* findByTag(const Plist& key, char tag);
   // Returns the slot of the key, or the free slot where it belongs. Needs an index, which always has a free
   // slot, so the search ends.
   Slot& slotFor(const Plist& key, std::uint32_t hash);
@@ -144,8 +144,9 @@ class Plist::DictionaryNode : public ContainerNode {
   // Reserves memory for twice as many entries, which may build the index. Moves the entries.
   void grow();
 
-  std::uint8_t tags_[kMostTags] = {};  // of the entries in their order, while there is no index
-  std::vector<Slot> slots_;            // empty, or a power of two, with room for more than entries.capacity()
+  // The tags of the entries in their order, while there is no index. Up to 15 are in the node itself.
+  std::string tags_;
+  std::vector<Slot> slots_;  // empty, or a power of two, with room for more than entries.capacity()
 };
 
 // Defined here, because Plist.h only declares the nodes. It is inline, because every use of a text goes
