@@ -6,11 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
+#include <limits>
 #include <utility>
 
 #include "PortableFoundation/Digits.h"
-#include "PortableFoundation/IntValue.h"
 
 namespace zekara {
 namespace {
@@ -122,10 +123,14 @@ Plist ZKAIniLexer::name() const {
   return data_.string(trimmedText());
 }
 
+// std::from_chars() reads all digits of a number that is too large as well.
 Plist ZKAIniLexer::value() const {
   const std::string_view text = trimmedText();
-  if (AreDigits(text)) return IntValue(text);
-  return data_.string(text);
+  if (text.empty() || !IsDigit(text.front())) return data_.string(text);
+  const char* const end = text.data() + text.size();
+  std::int32_t number = std::numeric_limits<std::int32_t>::max();
+  if (std::from_chars(text.data(), end, number).ptr != end) return data_.string(text);
+  return number;
 }
 
 std::size_t ZKAIniLexer::lineAt(std::size_t offset) const noexcept {
