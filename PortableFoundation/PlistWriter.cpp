@@ -86,23 +86,189 @@ class PlistWriter {
  public:
   explicit PlistWriter(std::string& bytes) noexcept : bytes_(bytes) {}
 
-  bool writePropertyList(const Plist& plist);
+  bool writePropertyList(const Plist& plist) {
+    bytes_ += kHead;
+    if (!writeValue(plist, 0)) return false;
+    bytes_ += kTail;
+    return true;
+  }
+
   const char* problem() const noexcept { return problem_; }
 
  private:
-  bool fail(const char* problem) noexcept;
+  bool fail(const char* problem) noexcept {
+    problem_ = problem;
+    return false;
+  }
+
   void indent(int depth) { bytes_.append(static_cast<std::size_t>(depth), '\t'); }
 
-  bool writeValue(const Plist& value, int depth);
-  bool writeContainer(const Plist& value, int depth);
-  bool writeElements(const Plist& array, int depth);
-  bool writeEntries(const Plist& dictionary, int depth);
-  bool writeSortedEntries(std::span<const Plist::Entry> entries, int depth);
-  bool writeEntry(const Plist::Entry& entry, int depth);
-  bool writeText(std::string_view text);
-  bool writeDate(const Plist& date);
-  void writeInteger(const Plist& integer);
-  void writeData(std::string_view data, int depth);
+  // Writes one line, or several for containers and data.
+  bool writeValue(const Plist& value, int depth) {
+    // Grows fourfold: unused pages cost nothing, and a large text is copied less often. Most values fit into
+    // the reserve.
+    constexpr std::size_t kMostValues = 64;
+    if (bytes_.capacity() - bytes_.size() < kMostValues) bytes_.reserve(4 * bytes_.capacity());
+    indent(depth);
+    switch (value.kind()) {
+      case Plist::Kind::Nil:
+        return fail("property lists cannot contain objects of type 'CFNull'");
+      case Plist::Kind::String:
+        bytes_ += "<string>";
+        if (!writeText(value.string())) return false;
+        bytes_ += "</string>\n";
+        return true;
+      case Plist::Kind::Integer:
+        writeInteger(value);
+        return true;
+      case Plist::Kind::Real:
+        bytes_ += "<real>";
+        AppendPlistReal(bytes_, value.doubleValue());
+        bytes_ += "</real>\n";
+        return true;
+      case Plist::Kind::Boolean:
+        bytes_ += value.boolValue() ? "<true/>\n" : "<false/>\n";
+        return true;
+      case Plist::Kind::Data:
+        writeData(value.bytes(), depth);
+        return true;
+      case Plist::Kind::Date:
+        return writeDate(value);
+      case Plist::Kind::Array:
+      case Plist::Kind::Dictionary:
+        break;
+    }
+    return writeContainer(value, depth);
+  }
+
+  bool writeContainer(const Plist& value, int depth) {
+    if (depth == kMaximumPlistDepth) {
+      const bool holdsItself =
+          std::ranges::any_of(openContainers_, [&](const Plist* open) { return open->isSameObject(value); });
+      return fail(holdsItself ? "property lists cannot contain recursive container references"
+                              : "property lists cannot contain containers nested so deeply");
+    }
+    const std::string_view name = value.isArray() ? "array" : "dict";
+    bytes_ += '<';
+    bytes_ += name;
+    if (value.count() == 0) {
+      bytes_ += "/>\n";
+      return true;
+    }
+    bytes_ += ">\n";
+    openContainers_.push_back(&value);
+    if (!(value.isArray() ? writeElements(value, depth + 1) : writeEntries(value, depth + 1))) return false;
+    openContainers_.pop_back();
+    indent(depth);
+    bytes_ += "</";
+    bytes_ += name;
+    bytes_ += ">\n";
+    return true;
+  }
+
+  bool writeElements(const Plist& array, int depth) {
+    return std::ranges::all_of(array.elements(),
+                               [&](const Plist& element) { return writeValue(element, depth); });
+  }
+
+  // Sorts only if two neighbours are in the wrong order: the entries of a value that was read from a property
+  // list are usually sorted already. Keys are checked first, because only strings can be compared here.
+  bool writeEntries(const Plist& dictionary, int depth) {
+    const auto entries = dictionary.entries();
+    for (const Plist::Entry& entry : entries) {
+      if (!entry.key.isString()) return fail(ForeignKeyProblem(entry.key.kind()));
+    }
+    const auto isDisordered = [](const Plist::Entry& left, const Plist::Entry& right) {
+      return SortsBefore(right.key.string(), left.key.string());
+    };
+    if (std::ranges::adjacent_find(entries, isDisordered) != entries.end())
+      return writeSortedEntries(entries, depth);
+    return std::ranges::all_of(entries, [&](const Plist::Entry& entry) { return writeEntry(entry, depth); });
+  }
+
+  // Entries of inner dictionaries are pushed behind those of this one while it is being written, and are
+  // removed again afterwards. The vector may move meanwhile, so its elements are found by index.
+  bool writeSortedEntries(std::span<const Plist::Entry> entries, int depth) {
+    const std::size_t first = sorted_.size();
+    for (const Plist::Entry& entry : entries) sorted_.push_back(&entry);
+    std::sort(sorted_.begin() + static_cast<std::ptrdiff_t>(first), sorted_.end(),
+              [](const Plist::Entry* left, const Plist::Entry* right) {
+                return SortsBefore(left->key.string(), right->key.string());
+              });
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      if (!writeEntry(*sorted_[first + i], depth)) return false;
+    }
+    sorted_.resize(first);
+    return true;
+  }
+
+  bool writeEntry(const Plist::Entry& entry, int depth) {
+    indent(depth);
+    bytes_ += "<key>";
+    if (!writeText(entry.key.string())) return false;
+    bytes_ += "</key>\n";
+    return writeValue(entry.value, depth);
+  }
+
+  // Copies the bytes between two references in one piece. This is also where keys and strings are checked,
+  // because a program can store any bytes in a Plist.
+  bool writeText(std::string_view text) {
+    std::size_t written = 0;
+    for (std::size_t at = 0; at < text.size();) {
+      if (kIsPlain[static_cast<unsigned char>(text[at])]) {
+        ++at;
+      } else if (const std::string_view reference = ReferenceFor(text[at]); !reference.empty()) {
+        bytes_.append(text, written, at - written).append(reference);
+        written = ++at;
+      } else if (text[at] == '\0') {
+        return fail("property lists cannot contain strings with a NUL character");
+      } else {
+        const std::size_t length = Utf8SequenceLength(text.substr(at));
+        if (length == 0) return fail("property lists cannot contain strings that are not UTF-8");
+        at += length;
+      }
+    }
+    bytes_.append(text, written);
+    return true;
+  }
+
+  void writeInteger(const Plist& integer) {
+    char digits[24];
+    char* const end = digits + sizeof digits;
+    const auto result = integer.isBeyondSigned() ? std::to_chars(digits, end, integer.unsignedLongLongValue())
+                                                 : std::to_chars(digits, end, integer.longLongValue());
+    bytes_ += "<integer>";
+    bytes_.append(digits, static_cast<std::size_t>(result.ptr - digits));
+    bytes_ += "</integer>\n";
+  }
+
+  bool writeDate(const Plist& date) {
+    constexpr std::int64_t kYearLimit = 1'000'000'000;
+    const PlistDate parts = PlistDate::fromSeconds(date.secondsSince1970());
+    if (parts.year <= -kYearLimit || parts.year >= kYearLimit) {
+      return fail("property lists cannot contain dates whose year has more than nine digits");
+    }
+    bytes_ += "<date>";
+    parts.appendTo(bytes_, 'T', "Z</date>\n");
+    return true;
+  }
+
+  // The platform keeps lines within 76 columns and counts a TAB as eight, so lines of Base64 become shorter
+  // with the depth, down to twelve characters behind eight TABs.
+  void writeData(std::string_view data, int depth) {
+    const int tabs = std::min(depth, 8);
+    const auto bytesPerLine = static_cast<std::size_t>(76 - 8 * tabs) / 4 * 3;
+    bytes_ += "<data>\n";
+    while (!data.empty()) {
+      const std::string_view line = data.substr(0, bytesPerLine);
+      indent(tabs);
+      AppendBase64(bytes_, line);
+      bytes_ += '\n';
+      data.remove_prefix(line.size());
+    }
+    indent(depth);
+    bytes_ += "</data>\n";
+  }
 
   std::string& bytes_;
   const char* problem_ = nullptr;
@@ -110,185 +276,6 @@ class PlistWriter {
   // The sorted entries of all open dictionaries, the innermost last.
   std::vector<const Plist::Entry*> sorted_;
 };
-
-bool PlistWriter::fail(const char* problem) noexcept {
-  problem_ = problem;
-  return false;
-}
-
-bool PlistWriter::writePropertyList(const Plist& plist) {
-  bytes_ += kHead;
-  if (!writeValue(plist, 0)) return false;
-  bytes_ += kTail;
-  return true;
-}
-
-// Writes one line, or several for containers and data.
-bool PlistWriter::writeValue(const Plist& value, int depth) {
-  // Grows fourfold: unused pages cost nothing, and a large text is copied less often. Most values fit into
-  // the reserve.
-  constexpr std::size_t kMostValues = 64;
-  if (bytes_.capacity() - bytes_.size() < kMostValues) bytes_.reserve(4 * bytes_.capacity());
-  indent(depth);
-  switch (value.kind()) {
-    case Plist::Kind::Nil:
-      return fail("property lists cannot contain objects of type 'CFNull'");
-    case Plist::Kind::String:
-      bytes_ += "<string>";
-      if (!writeText(value.string())) return false;
-      bytes_ += "</string>\n";
-      return true;
-    case Plist::Kind::Integer:
-      writeInteger(value);
-      return true;
-    case Plist::Kind::Real:
-      bytes_ += "<real>";
-      AppendPlistReal(bytes_, value.doubleValue());
-      bytes_ += "</real>\n";
-      return true;
-    case Plist::Kind::Boolean:
-      bytes_ += value.boolValue() ? "<true/>\n" : "<false/>\n";
-      return true;
-    case Plist::Kind::Data:
-      writeData(value.bytes(), depth);
-      return true;
-    case Plist::Kind::Date:
-      return writeDate(value);
-    case Plist::Kind::Array:
-    case Plist::Kind::Dictionary:
-      break;
-  }
-  return writeContainer(value, depth);
-}
-
-bool PlistWriter::writeContainer(const Plist& value, int depth) {
-  if (depth == kMaximumPlistDepth) {
-    const bool holdsItself =
-        std::ranges::any_of(openContainers_, [&](const Plist* open) { return open->isSameObject(value); });
-    return fail(holdsItself ? "property lists cannot contain recursive container references"
-                            : "property lists cannot contain containers nested so deeply");
-  }
-  const std::string_view name = value.isArray() ? "array" : "dict";
-  bytes_ += '<';
-  bytes_ += name;
-  if (value.count() == 0) {
-    bytes_ += "/>\n";
-    return true;
-  }
-  bytes_ += ">\n";
-  openContainers_.push_back(&value);
-  if (!(value.isArray() ? writeElements(value, depth + 1) : writeEntries(value, depth + 1))) return false;
-  openContainers_.pop_back();
-  indent(depth);
-  bytes_ += "</";
-  bytes_ += name;
-  bytes_ += ">\n";
-  return true;
-}
-
-bool PlistWriter::writeElements(const Plist& array, int depth) {
-  return std::ranges::all_of(array.elements(),
-                             [&](const Plist& element) { return writeValue(element, depth); });
-}
-
-// Sorts only if two neighbours are in the wrong order: the entries of a value that was read from a property
-// list are usually sorted already. Keys are checked first, because only strings can be compared here.
-bool PlistWriter::writeEntries(const Plist& dictionary, int depth) {
-  const auto entries = dictionary.entries();
-  for (const Plist::Entry& entry : entries) {
-    if (!entry.key.isString()) return fail(ForeignKeyProblem(entry.key.kind()));
-  }
-  const auto isDisordered = [](const Plist::Entry& left, const Plist::Entry& right) {
-    return SortsBefore(right.key.string(), left.key.string());
-  };
-  if (std::ranges::adjacent_find(entries, isDisordered) != entries.end())
-    return writeSortedEntries(entries, depth);
-  return std::ranges::all_of(entries, [&](const Plist::Entry& entry) { return writeEntry(entry, depth); });
-}
-
-// Entries of inner dictionaries are pushed behind those of this one while it is being written, and are
-// removed again afterwards. The vector may move meanwhile, so its elements are found by index.
-bool PlistWriter::writeSortedEntries(std::span<const Plist::Entry> entries, int depth) {
-  const std::size_t first = sorted_.size();
-  for (const Plist::Entry& entry : entries) sorted_.push_back(&entry);
-  std::sort(sorted_.begin() + static_cast<std::ptrdiff_t>(first), sorted_.end(),
-            [](const Plist::Entry* left, const Plist::Entry* right) {
-              return SortsBefore(left->key.string(), right->key.string());
-            });
-  for (std::size_t i = 0; i < entries.size(); ++i) {
-    if (!writeEntry(*sorted_[first + i], depth)) return false;
-  }
-  sorted_.resize(first);
-  return true;
-}
-
-bool PlistWriter::writeEntry(const Plist::Entry& entry, int depth) {
-  indent(depth);
-  bytes_ += "<key>";
-  if (!writeText(entry.key.string())) return false;
-  bytes_ += "</key>\n";
-  return writeValue(entry.value, depth);
-}
-
-// Copies the bytes between two references in one piece. This is also where keys and strings are checked,
-// because a program can store any bytes in a Plist.
-bool PlistWriter::writeText(std::string_view text) {
-  std::size_t written = 0;
-  for (std::size_t at = 0; at < text.size();) {
-    if (kIsPlain[static_cast<unsigned char>(text[at])]) {
-      ++at;
-    } else if (const std::string_view reference = ReferenceFor(text[at]); !reference.empty()) {
-      bytes_.append(text, written, at - written).append(reference);
-      written = ++at;
-    } else if (text[at] == '\0') {
-      return fail("property lists cannot contain strings with a NUL character");
-    } else {
-      const std::size_t length = Utf8SequenceLength(text.substr(at));
-      if (length == 0) return fail("property lists cannot contain strings that are not UTF-8");
-      at += length;
-    }
-  }
-  bytes_.append(text, written);
-  return true;
-}
-
-void PlistWriter::writeInteger(const Plist& integer) {
-  char digits[24];
-  char* const end = digits + sizeof digits;
-  const auto result = integer.isBeyondSigned() ? std::to_chars(digits, end, integer.unsignedLongLongValue())
-                                               : std::to_chars(digits, end, integer.longLongValue());
-  bytes_ += "<integer>";
-  bytes_.append(digits, static_cast<std::size_t>(result.ptr - digits));
-  bytes_ += "</integer>\n";
-}
-
-bool PlistWriter::writeDate(const Plist& date) {
-  constexpr std::int64_t kYearLimit = 1'000'000'000;
-  const PlistDate parts = PlistDate::fromSeconds(date.secondsSince1970());
-  if (parts.year <= -kYearLimit || parts.year >= kYearLimit) {
-    return fail("property lists cannot contain dates whose year has more than nine digits");
-  }
-  bytes_ += "<date>";
-  parts.appendTo(bytes_, 'T', "Z</date>\n");
-  return true;
-}
-
-// The platform keeps lines within 76 columns and counts a TAB as eight, so lines of Base64 become shorter
-// with the depth, down to twelve characters behind eight TABs.
-void PlistWriter::writeData(std::string_view data, int depth) {
-  const int tabs = std::min(depth, 8);
-  const auto bytesPerLine = static_cast<std::size_t>(76 - 8 * tabs) / 4 * 3;
-  bytes_ += "<data>\n";
-  while (!data.empty()) {
-    const std::string_view line = data.substr(0, bytesPerLine);
-    indent(tabs);
-    AppendBase64(bytes_, line);
-    bytes_ += '\n';
-    data.remove_prefix(line.size());
-  }
-  indent(depth);
-  bytes_ += "</data>\n";
-}
 
 }  // namespace
 
