@@ -28,54 +28,33 @@ constexpr auto kBase64Codes = [] {
   return codes;
 }();
 
-// Collects digits and padding until a group of four is complete, and appends its bytes.
-class Base64Group {
- public:
-  explicit Base64Group(std::string& bytes) : bytes_(bytes) {}
-
-  // Returns false if the byte is not allowed at this place.
-  bool add(std::uint8_t code) {
-    if (code == kSpace) return true;
-    if (code == kPadding) return digits_ >= 2 && digits_ + ++padding_ <= 4;
-    if (code == kForeign || padding_ != 0) return false;
-    bits_ = bits_ << 6 | code;
-    if (++digits_ == 4) flush();
-    return true;
-  }
-  // Ends the text; returns false if the last group is incomplete.
-  bool finish() {
-    if (digits_ == 0) return true;
-    if (digits_ + padding_ != 4) return false;
-    bits_ <<= 6 * padding_;
-    flush();
-    return true;
-  }
-
- private:
-  void flush() {
-    const char three[] = {static_cast<char>(bits_ >> 16), static_cast<char>(bits_ >> 8),
-                          static_cast<char>(bits_)};
-    bytes_.append(three, static_cast<std::size_t>(3 - padding_));
-    bits_ = 0;
-    digits_ = 0;
-  }
-
-  std::string& bytes_;
-  std::uint32_t bits_ = 0;
-  int digits_ = 0;
-  int padding_ = 0;
-};
-
 }  // namespace
 
+// Padding counts as digits of value 0, whose bytes are not appended. Nothing but white space may follow it.
 bool DecodeBase64(std::string_view text, std::string& bytes) {
   bytes.clear();
   bytes.reserve(text.size() / 4 * 3 + 3);
-  Base64Group group(bytes);
+  std::uint32_t bits = 0;  // of the group so far
+  int digits = 0;          // in the group so far, padding included
+  std::size_t padding = 0;
   for (const char c : text) {
-    if (!group.add(kBase64Codes[static_cast<unsigned char>(c)])) return false;
+    std::uint8_t code = kBase64Codes[static_cast<unsigned char>(c)];
+    if (code == kSpace) continue;
+    if (code == kPadding && digits >= 2) {
+      code = 0;
+      ++padding;
+    } else if (code >= kPadding || padding != 0) {
+      return false;
+    }
+    bits = bits << 6 | code;
+    if (++digits < 4) continue;
+    const char three[] = {static_cast<char>(bits >> 16), static_cast<char>(bits >> 8),
+                          static_cast<char>(bits)};
+    bytes.append(three, sizeof three - padding);
+    bits = 0;
+    digits = 0;
   }
-  return group.finish();
+  return digits == 0;
 }
 
 void AppendBase64(std::string& text, std::string_view bytes) {
