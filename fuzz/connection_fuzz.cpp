@@ -108,13 +108,18 @@ std::vector<Plist> Received(std::string_view stream, std::string_view cuts) {
   return recorder.messages;
 }
 
-std::vector<Plist> Expected(std::string_view stream) {
+// Returns the end of the first marker at or after `from`, or npos.
+std::size_t MessageEnd(std::string_view stream, std::size_t from) {
   constexpr std::string_view kMarker = "</plist>";
+  const std::size_t marker = stream.find(kMarker, from);
+  return marker == std::string_view::npos ? marker : marker + kMarker.size();
+}
+
+std::vector<Plist> Expected(std::string_view stream) {
   std::vector<Plist> messages;
   for (;;) {
-    const std::size_t marker = stream.find(kMarker);
-    if (marker == std::string_view::npos) return messages;
-    const std::size_t end = marker + kMarker.size();
+    const std::size_t end = MessageEnd(stream, 0);
+    if (end == std::string_view::npos) return messages;
     std::string error;
     const Plist message = NSPropertyListSerialization::propertyListFromData(stream.substr(0, end), error);
     if (!message.isNil()) messages.push_back(message);
@@ -206,6 +211,7 @@ class Actor final : public ZKAXMLConnectionDelegating {
   int replacements_ = 0;
 };
 
+// Each actor receives half of the stream, up to the end of a message if there is one.
 void Act(std::string_view stream, std::string_view cuts, std::string_view script) {
   auto [ours, theirs] = MakeSocketPair();
   auto [otherOurs, otherTheirs] = MakeSocketPair();
@@ -213,10 +219,12 @@ void Act(std::string_view stream, std::string_view cuts, std::string_view script
   Actor other(std::move(otherOurs), script.substr(script.size() / 2));
   actor.meet(other);
   other.meet(actor);
-  for (Pieces pieces(stream, cuts); !pieces.isEmpty();) {
-    const std::string_view piece = pieces.next();
-    WriteAll(theirs.get(), piece);  // fails once the handle is closed
-    WriteAll(otherTheirs.get(), piece);
+  const std::size_t middle = std::min(MessageEnd(stream, stream.size() / 2), stream.size());
+  Pieces pieces(stream.substr(0, middle), cuts);
+  Pieces otherPieces(stream.substr(middle), cuts);
+  while (!pieces.isEmpty() || !otherPieces.isEmpty()) {
+    WriteAll(theirs.get(), pieces.next());  // fails once the handle is closed
+    WriteAll(otherTheirs.get(), otherPieces.next());
     while (RunOnce()) {
     }
   }
