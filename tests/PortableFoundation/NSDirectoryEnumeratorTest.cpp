@@ -418,6 +418,7 @@ TEST(NSDirectoryEnumerator, ContentOfADirectoryThatCouldNotBeRemovedIsRemovedEnt
   fs::create_directories(directory / "other/below");
   for (const char* name : {"", "agents", "agents/kept/below", "other", "other/below"})
     ASSERT_EQ(chmod((directory / name).c_str(), 0777), 0);
+  ASSERT_EQ(chmod((directory / "agents/kept").c_str(), 0755), 0);
   RunInChild([&] {
     ASSERT_TRUE(BecomeOtherUser());
     NSDirectoryEnumerator entries = NSDirectoryEnumerator::enumeratorAtPath(directory.path());
