@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <span>
 
 #include "PortableFoundation/PlistNodes.h"
@@ -41,24 +42,28 @@ std::uint64_t WordAt(const char* bytes) noexcept {
 // ---- The node
 
 Plist::DictionaryNode::DictionaryNode(const DictionaryNode& other)
-    : ContainerNode(Kind::Dictionary), entries(other.entries), tags_(other.tags_), slots_(other.slots_) {}
+    : ContainerNode(Kind::Dictionary),
+      entries(other.entries),
+      tags_(other.tags_),
+      slots_(other.isIndexed() ? std::make_unique<Slots>(*other.slots_) : nullptr) {}
 
 // Builds the index before anything is changed, so that running out of memory leaves the dictionary as it was.
 void Plist::DictionaryNode::reserve(std::size_t count) {
   if (count <= kMostTags) return entries.reserve(count);
   if (count >= std::numeric_limits<std::uint32_t>::max()) throw std::bad_alloc();
-  std::vector<Slot> wider(std::bit_ceil(count / 3 * 4 + 4));
+  auto wider = std::make_unique<Slots>(std::bit_ceil(count / 3 * 4 + 4));
   entries.reserve(count);
-  const auto insert = [slots = wider.data(), mask = wider.size() - 1](Slot slot) {
+  const auto insert = [slots = wider->data(), mask = wider->size() - 1](Slot slot) {
     std::size_t at = slot.hash & mask;
     while (slots[at].place != 0) at = (at + 1) & mask;
     slots[at] = slot;
   };
-  for (std::uint32_t i = 0; i < entries.size() && !isIndexed(); ++i) {
-    insert({hashOf(entries[i].key), i + 1});
-  }
-  for (const Slot& slot : slots_) {
-    if (slot.place != 0) insert(slot);
+  if (isIndexed()) {
+    for (const Slot& slot : *slots_) {
+      if (slot.place != 0) insert(slot);
+    }
+  } else {
+    for (std::uint32_t i = 0; i < entries.size(); ++i) insert({hashOf(entries[i].key), i + 1});
   }
   slots_ = std::move(wider);
 }
@@ -91,8 +96,8 @@ inline Plist::Entry* Plist::DictionaryNode::findByTag(const Plist& key, char tag
 
 // The slot of the key, or the free slot where it belongs.
 inline Plist::DictionaryNode::Slot& Plist::DictionaryNode::slotFor(const Plist& key, std::uint32_t hash) {
-  const std::size_t mask = slots_.size() - 1;
-  Slot* const slots = slots_.data();
+  const std::size_t mask = slots_->size() - 1;
+  Slot* const slots = slots_->data();
   std::size_t at = hash & mask;
   while (slots[at].place != 0 && (slots[at].hash != hash || !(entries[slots[at].place - 1].key == key))) {
     at = (at + 1) & mask;
@@ -131,9 +136,13 @@ Plist::Entry& Plist::DictionaryNode::entryByHash(const Plist& key) {
   return entry;
 }
 
+// A file has many small dictionaries, so unused capacity adds up; they grow by up to a half, in steps of four
+// entries. A large dictionary grows twofold, because each growth builds its index anew.
 void Plist::DictionaryNode::grow() {
   constexpr std::size_t kFirstCapacity = 8;
-  reserve(std::max(kFirstCapacity, 2 * entries.size()));
+  const std::size_t size = entries.size();
+  const std::size_t more = isIndexed() ? size : size / 2 / 4 * 4;
+  reserve(std::max(kFirstCapacity, size + more));
 }
 
 // ---- The handle

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -130,7 +131,9 @@ class Plist::DictionaryNode : public ContainerNode {
     std::uint32_t place;  // counted from 1; 0 marks a free slot
   };
 
-  bool isIndexed() const noexcept { return !slots_.empty(); }
+  using Slots = std::vector<Slot>;  // a power of two of them, more than entries.capacity()
+
+  bool isIndexed() const noexcept { return slots_ != nullptr; }
   // Equal keys have equal tags and equal hashes, across all kinds of numbers.
   static char tagOf(const Plist& key) noexcept;
   static std::uint32_t hashOf(const Plist& key) noexcept;
@@ -141,12 +144,12 @@ class Plist::DictionaryNode : public ContainerNode {
   Slot& slotFor(const Plist& key, std::uint32_t hash);
   // entryFor() with an index.
   Entry& entryByHash(const Plist& key);
-  // Reserves memory for twice as many entries, which may build the index. Moves the entries.
+  // Reserves memory for more entries, which may build the index. Moves the entries.
   void grow();
 
   // The tags of the entries in their order, while there is no index. Up to 15 are in the node itself.
   std::string tags_;
-  std::vector<Slot> slots_;  // empty, or a power of two, with room for more than entries.capacity()
+  std::unique_ptr<Slots> slots_;  // null without an index
 };
 
 // Defined here, because Plist.h only declares the nodes. It is inline, because every use of a text goes
