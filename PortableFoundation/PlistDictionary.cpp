@@ -3,8 +3,8 @@
 // A section of a configuration file has a dozen keys, so the usual dictionary is small. Up to 64 entries have
 // one tag byte each, which mixes the key's length with its first and last characters. The tags are a string,
 // so that a search for equal ones is one of the standard library's, and so that up to 15 of them need no
-// memory of their own. One tag in 256 is equal by chance. An attacker who chooses keys with equal tags makes a
-// search compare 64 keys, and no more.
+// memory of their own. One tag in 256 is equal by chance. An attacker who chooses keys with equal tags makes
+// a search compare 64 keys, and no more.
 //
 // A dictionary with room for more entries has an open-addressing hash table of places in `entries`. Its hash
 // is keyed with a secret of this process, so an attacker cannot choose keys that collide.
