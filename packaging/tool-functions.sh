@@ -155,22 +155,15 @@ zekara_copy_to_new_file() {
   (umask 077 && set -C && cat "$1" >"$2")
 }
 
-# Removes file $1 and takes all rights from it, so that a process that has a set-user-id file open cannot start it later. A running
-# instance repairs its mode as long as its file has a name, so the name goes first. If an open file cannot be changed without its
-# name, the mode goes first, and once more afterwards where that is possible. In a container, a file of the image must have been
-# changed once before its name goes: an overlay file system refuses the first change of a file that has no name.
+# Removes file $1 and takes all rights from it, so that a process that has a set-user-id file open cannot start it later. The rights
+# go first, because some file systems cannot change a file that has no name. They go once more at the end, because an instance that
+# was repairing the file meanwhile may have restored them; from then on it takes them away itself.
 zekara_withdraw() {
   if zekara_is_regular_file "$1"; then
-    touch -c "$1"
+    chmod 0600 "$1"
     exec 9<"$1"
-    if [ "$zekara_system" = Linux ] && [ -e /dev/fd/9 ]; then
-      rm -f "$1"
-      chmod 0600 /dev/fd/9
-    else
-      chmod 0600 "$1"
-      rm -f "$1"
-      chmod 0600 /dev/fd/9 2>/dev/null || true
-    fi
+    rm -f "$1"
+    chmod 0600 /dev/fd/9 2>/dev/null || true
     exec 9<&-
   fi
   rm -f "$1"

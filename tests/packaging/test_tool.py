@@ -2,12 +2,52 @@
 
 import errno
 import os
+import signal
+import stat
+import subprocess
+import time
 
 from installation import CONFIGURATION, DIRECTORY, ORDINARY_ID, TOOL, InstallationTest, OpenTool
 from private_root import ORDINARY
-from support import sandbox
+from support import sandbox, tool, tracing
 
 MS_NOSUID = 2
+
+
+class HeldInstance:
+    """The tool, started by an ordinary account under the name of its own open file, which a tracer of root's holds before its
+    self-check until finish() is called."""
+
+    def __init__(self, root, program):
+        # The first such call follows when the signals are ignored, and nothing has been examined yet.
+        command = root.command("bash", "-c", f'exec -a /proc/self/fd/0 "{TOOL}" pipe', user=ORDINARY)
+        self._tracer = subprocess.Popen(
+            ["strace", "-o", "/dev/null", "-e", "trace=setitimer", "-e", "signal=none",
+             "-e", f"inject=setitimer:delay_enter={int(10 * tool.PATIENCE * 1_000_000)}:when=1", *command],
+            stdin=program, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, start_new_session=True)
+        deadline = time.monotonic() + tool.PATIENCE
+        while not self._is_held():
+            if time.monotonic() > deadline:
+                self.end()
+                raise AssertionError("the tool has not been held before its self-check")
+            time.sleep(0.001)
+
+    def finish(self):
+        """Lets the tool go on to its end; returns what it has logged."""
+        self._tracer.kill()
+        return self._tracer.communicate(timeout=tool.PATIENCE)[1]
+
+    def end(self):
+        self._tracer.kill()
+        self._tracer.communicate()
+
+    def _is_held(self):
+        process = tracing.traced_process(self._tracer)
+        if process is None or not os.readlink(f"/proc/{process}/exe").endswith(TOOL):
+            return False
+        with open(f"/proc/{process}/status", encoding="ascii") as status:
+            (ignored,) = (int(line.split()[1], 16) for line in status if line.startswith("SigIgn:"))
+        return all(ignored >> (number - 1) & 1 for number in (signal.SIGXFSZ, signal.SIGTTOU))
 
 
 class ThePlace(InstallationTest):
@@ -227,15 +267,18 @@ class TheUpgrade(InstallationTest):
         self.assertEqual(held.start(), errno.EACCES)
         self.change_setting_as_ordinary_user()
 
-    def test_old_tool_is_never_found_without_its_mode_which_a_running_instance_would_repair(self):
+    @tracing.requires_strace
+    def test_instance_that_an_upgrade_overtakes_before_its_self_check_does_not_arm_the_old_tool_again(self):
         self.show_processes()
-        os.link(self.at("/usr/bin/ls"), self.at("/usr/bin/real_ls"))
-        self.addCleanup(os.unlink, self.at("/usr/bin/real_ls"))
-        self.replace_program("chmod", f'real_chmod "$@" && real_ls -ln "{TOOL}.old" >>/tmp/seen 2>&1; exit 0\n')
-        self.succeed_inside(*self.install_tool())
-        seen = self.read("/tmp/seen")
-        self.assertIn("No such file", seen)
-        self.assertNotIn("-rw-------", seen)
+        with open(self.at(TOOL), "rb") as old:
+            instance = HeldInstance(self.root, old)
+            self.addCleanup(instance.end)
+            self.succeed_inside(*self.install_tool())
+            log = instance.finish()
+            after = os.fstat(old.fileno())
+        self.assertIn("Can't change owner on /proc/self/fd/0", log)
+        self.assertEqual((after.st_nlink, oct(stat.S_IMODE(after.st_mode))), (0, "0o600"))
+        self.change_setting_as_ordinary_user()
 
     def test_old_tool_that_repairs_itself_before_its_name_goes_cannot_be_started_either(self):
         self.show_processes()
@@ -243,6 +286,14 @@ class TheUpgrade(InstallationTest):
         self.replace_program("rm", 'case "$2" in *.old) chmod 04755 "$2" 2>/dev/null ;; esac; exec real_rm "$@"\n')
         self.succeed_inside(*self.install_tool())
         self.assertEqual(held.start(), errno.EACCES)
+
+    def test_file_system_that_cannot_change_a_file_without_a_name_does_not_stop_the_upgrade(self):
+        self.show_processes()
+        held = OpenTool(self.root.path, TOOL)
+        self.replace_program("chmod", 'case "$2" in /dev/fd/*) exit 1 ;; esac; exec real_chmod "$@"\n')
+        self.succeed_inside(*self.install_tool())
+        self.assertEqual(held.start(), errno.EACCES)
+        self.assertEqual(sorted(os.listdir(self.at(DIRECTORY))), ["Zekara4MacTool", "zekara32.ini"])
 
     def test_other_names_of_the_old_tool_are_withdrawn_too(self):
         os.link(self.at(TOOL), self.at("/tmp/kept"))
