@@ -29,6 +29,8 @@
 #include "PortableFoundation/Plist.h"
 #include "Zekara4MacLibrary/ZKAXMLConnection.h"
 
+extern char** environ;  // the headers of macOS do not declare it
+
 namespace {
 
 using namespace zekara;

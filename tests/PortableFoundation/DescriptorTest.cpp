@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <initializer_list>
 
 #include "PortableFoundation/Descriptor.h"
 #include "tests/support/Faults.h"
@@ -89,12 +90,12 @@ TEST(OpenAt, InterruptedOpeningStartsAgain) {
 TEST(OpenLockedFile, MissingFileIsMadeWithTheModeLessTheMask) {
   RunInChild([] {
     const TemporaryDirectory directory;
-    for (const mode_t mask : {0U, 022U, 027U, 077U, 0777U}) {
+    for (const mode_t mask : std::initializer_list<mode_t>{0, 022, 027, 077, 0777}) {
       umask(mask);
       const std::string path = directory / std::to_string(mask);
       const Descriptor file = OpenLockedFile(path.c_str(), 0444);
       ASSERT_TRUE(file.isOpen());
-      EXPECT_EQ(ModeOf(path), 0444U & ~mask);
+      EXPECT_EQ(ModeOf(path), 0444 & ~mask);
       EXPECT_EQ(write(file.get(), "x", 1), 1);
     }
   });

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <initializer_list>
 
 #include "PortableFoundation/NSFileManager.h"
 #include "tests/support/Processes.h"
@@ -17,7 +18,7 @@ TEST(NSFileManager, AttributesAreOwnerGroupAndTwelveModeBits) {
   const TemporaryDirectory directory;
   const std::string path = directory / "file";
   WriteFile(path, "");
-  for (const mode_t mode : {0U, 0444U, 0755U, 04755U, 06755U, 07777U, 01000U}) {
+  for (const mode_t mode : std::initializer_list<mode_t>{0, 0444, 0755, 04755, 06755, 07777, 01000}) {
     ASSERT_EQ(chmod(path.c_str(), mode), 0);
     const auto found = Manager().fileAttributesAtPath_traverseLink(path, true);
     ASSERT_TRUE(found.has_value());

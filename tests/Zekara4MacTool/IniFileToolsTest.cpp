@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <set>
 #include <string>
 #include <vector>
@@ -149,12 +150,12 @@ TEST_F(IniFileTools, EmptyListWritesNoLineEnd) {
 }
 
 TEST_F(IniFileTools, MissingFileIsMadeReadOnlyWithThePatchsSections) {
-  for (const mode_t mask : {0U, 022U, 026U, 027U, 077U, 0777U}) {
+  for (const mode_t mask : std::initializer_list<mode_t>{0, 022, 026, 027, 077, 0777}) {
     RunInChild([&] {
       umask(mask);
       unlink(path_.c_str());
       EXPECT_THAT(PatchIniFile(path_, Patch("A", "b", 1)), ElementsAre("A"));
-      EXPECT_EQ(ModeOf(path_), 0444U & ~mask);
+      EXPECT_EQ(ModeOf(path_), 0444 & ~mask);
       chmod(path_.c_str(), 0444);
       EXPECT_EQ(text(), "[A]\nb = 1\n\n");
     });
@@ -163,8 +164,8 @@ TEST_F(IniFileTools, MissingFileIsMadeReadOnlyWithThePatchsSections) {
 
 TEST_F(IniFileTools, ExistingFileKeepsItsModeOwnerAndPlace) {
   write("[A]\nb = 1\n");
-  for (const mode_t mode : {0644U, 0444U, 0600U}) {
-    if (!IsRoot() && mode == 0444U) continue;  // only root may write it
+  for (const mode_t mode : std::initializer_list<mode_t>{0644, 0444, 0600}) {
+    if (!IsRoot() && mode == 0444) continue;  // only root may write it
     chmod(path_.c_str(), mode);
     const struct stat before = StatusOf(path_);
     PatchIniFile(path_, Patch("A", "b", mode));
