@@ -17,7 +17,6 @@ sys.path.insert(0, os.path.dirname(HERE))
 
 from support import sandbox  # noqa: E402  (the path comes first)
 
-
 LIMITS = ("limit-file-size", "limit-processor", "limit-data", "limit-address-space")
 
 
@@ -35,24 +34,23 @@ def may_raise_limits():
         return False
 
 
+def limit_options():
+    """Returns the options of PlatformFacts that leave out what root may not do here."""
+    if may_raise_limits():
+        return []
+    print("Root may not raise hard limits here, so the checks of limits are left out.", flush=True)
+    return [word for name in LIMITS for word in ("--without", name)]
+
+
 def main():
     program = os.path.realpath(sys.argv[1])
-    try:
-        sandbox.enter([program, REPOSITORY])
-    except sandbox.Unavailable as reason:
-        print(f"Skipped: no private mount namespace can be had here.\n{reason}")
-        return 77
-    if sandbox.in_user_namespace():
-        print("Skipped: this needs root, because a user namespace has one account only.")
+    if not sandbox.enter_with_accounts([program, REPOSITORY]):
         return 77
     directory = os.path.join(sandbox.TOOL_DIRECTORY, "facts")
     os.mkdir(directory)
     copy = shutil.copy(program, os.path.join(sandbox.TOOL_DIRECTORY, "PlatformFacts"))
-    arguments = sys.argv[2:]
-    if not may_raise_limits():
-        print("Root may not raise hard limits here, so the checks of limits are left out.", flush=True)
-        arguments += [word for name in LIMITS for word in ("--without", name)]
-    status = subprocess.run([copy, directory, *arguments], check=False).returncode
+    options = sys.argv[2:] + limit_options()
+    status = subprocess.run([copy, directory, *options], check=False).returncode
     left = os.listdir(directory)
     if left:
         print(f"PlatformFacts left {left} behind")

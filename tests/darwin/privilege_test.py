@@ -37,13 +37,7 @@ class Privileges(unittest.TestCase):
 
 
 def main():
-    try:
-        sandbox.enter([ORIGINAL, REPOSITORY])
-    except sandbox.Unavailable as reason:
-        print(f"Skipped: no private root directory can be had here.\n{reason}")
-        return 77
-    if sandbox.in_user_namespace():
-        print("Skipped: this needs root, because a user namespace has one account only.")
+    if not sandbox.enter_with_accounts([ORIGINAL, REPOSITORY]):
         return 77
     return 0 if unittest.main(argv=sys.argv[:1], exit=False).result.wasSuccessful() else 1
 

@@ -16,7 +16,7 @@ HERE = os.path.dirname(os.path.realpath(__file__))
 REPOSITORY = os.path.dirname(os.path.dirname(HERE))
 sys.path[:0] = [HERE, os.path.dirname(HERE)]
 
-from facts_test import LIMITS, may_raise_limits  # noqa: E402  (the path comes first)
+from facts_test import limit_options  # noqa: E402  (the path comes first)
 from support import sandbox  # noqa: E402
 
 SHELLS = ("dash", "bash")
@@ -62,17 +62,10 @@ def prove(shell, directory, options):
 def main():
     archive, programs, *options = sys.argv[1:]
     archive, programs = os.path.realpath(archive), os.path.realpath(programs)
-    try:
-        sandbox.enter([archive, programs, REPOSITORY])
-    except sandbox.Unavailable as reason:
-        print(f"Skipped: no private root directory can be had here.\n{reason}")
-        return 77
-    if sandbox.in_user_namespace():
-        print("Skipped: this needs root, because a user namespace has one account only.")
+    if not sandbox.enter_with_accounts([archive, programs, REPOSITORY]):
         return 77
     sandbox.mount("tmpfs", "/usr/local", "tmpfs", 0, "mode=0755")
-    if not may_raise_limits():
-        options += [word for name in LIMITS for word in ("--without", name)]
+    options += limit_options()
     directory = unpack(archive, programs)
     shutil.rmtree("/Library")
     shutil.rmtree("/var/zekara")

@@ -162,6 +162,22 @@ def enter(needed_paths, may_stay_outside=False):
         raise Unavailable(f"cannot set up a private root directory: {error}") from error
 
 
+def enter_with_accounts(needed_paths):
+    """Enters a private root in which programs can run as several accounts; returns False, and prints why, if it cannot.
+
+    That needs root's own rights: a user namespace has one account only.
+    """
+    try:
+        enter(needed_paths)
+    except Unavailable as reason:
+        print(f"Skipped: no private root directory can be had here.\n{reason}")
+        return False
+    if in_user_namespace():
+        print("Skipped: this needs root, because a user namespace has one account only.")
+        return False
+    return True
+
+
 def go_inside(directory="/"):
     """Moves this process, a child of the tests, into the private root for good, and to that working directory."""
     global _root
