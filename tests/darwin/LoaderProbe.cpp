@@ -12,9 +12,11 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <thread>
 
 namespace {
 
@@ -153,6 +155,38 @@ int Stack() {
   return 0;
 }
 
+// --- Threads
+
+std::mutex g_mutex;
+long g_count = 0;
+
+// Without the lock, two threads that read, wait and write lose what the other has added.
+void CountTo(long limit) {
+  for (long i = 0; i < limit; ++i) {
+    const std::lock_guard lock(g_mutex);
+    const long before = g_count;
+    if (i % 100 == 0) std::this_thread::yield();
+    g_count = before + 1;
+  }
+}
+
+int Threads() {
+  std::thread first(CountTo, 10000);
+  std::thread second(CountTo, 10000);
+  first.join();
+  second.join();
+  printf("counted %ld\n", g_count);
+  t_set = 1;
+  std::thread([] { printf("%d %s\n", t_set, t_last.name_); }).join();
+  try {
+    std::thread([] {}).detach();
+    Throw(6);
+  } catch (const std::exception& error) {
+    printf("caught %s beside %d\n", error.what(), t_set);
+  }
+  return 0;
+}
+
 // --- What no stand-in can express
 
 int UnknownOpenFlag() {
@@ -205,6 +239,7 @@ constexpr Case kCases[] = {
     {"write-import", WriteImport},
     {"write-code", WriteCode},
     {"stack", Stack},
+    {"threads", Threads},
     {"unknown-open-flag", UnknownOpenFlag},
     {"unknown-at-flag", UnknownAtFlag},
     {"unknown-command", UnknownCommand},

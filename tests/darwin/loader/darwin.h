@@ -116,15 +116,41 @@ enum {
   D_IOPOL_THROTTLE = 3,
 };
 
+enum {  // <sys/socket.h>
+  D_SOL_SOCKET = 0xffff,
+  D_SO_SNDBUF = 0x1001,
+  D_SO_RCVBUF = 0x1002,
+  D_MSG_DONTWAIT = 0x80,
+};
+
+struct d_sockaddr_un {
+  uint8_t sun_len;
+  uint8_t sun_family;
+  char sun_path[104];
+};
+
 enum {  // <sys/proc_info.h>
   D_PROC_PIDLISTFDS = 1,
+  D_PROC_PIDTHREADINFO = 5,
+  D_PROC_PIDLISTTHREADS = 6,
   D_PROC_PIDREGIONPATHINFO = 8,
+
+  D_TH_STATE_RUNNING = 1,
+  D_TH_STATE_WAITING = 3,
 };
 
 struct d_proc_fdinfo {
   int32_t proc_fd;
   uint32_t proc_fdtype;
 };
+
+struct d_proc_threadinfo {
+  uint64_t pth_user_time, pth_system_time;
+  int32_t pth_cpu_usage, pth_policy, pth_run_state, pth_flags, pth_sleep_time;
+  int32_t pth_curpri, pth_priority, pth_maxpriority;
+  char pth_name[64];
+};
+static_assert(sizeof(struct d_proc_threadinfo) == 112);
 
 struct d_vinfo_stat {
   uint32_t vst_dev;

@@ -8,7 +8,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/file.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "darwin.h"
@@ -238,7 +240,50 @@ static int d_pipe(int ends[2]) {
   return CHECKED(int, pipe(ends));
 }
 
-// Only the unit tests call these.
+// Only the unit tests and the examples call these.
+static int d_mkdir(const char* path, uint16_t mode) {
+  return CHECKED(int, mkdir(path, mode));
+}
+
+static int d_mkdirat(int directory, const char* path, uint16_t mode) {
+  return CHECKED(int, mkdirat(LinuxDirectory(directory), path, mode));
+}
+
+static int d_rmdir(const char* path) {
+  return CHECKED(int, rmdir(path));
+}
+
+static int d_remove(const char* path) {
+  return CHECKED(int, remove(path));
+}
+
+static int d_chdir(const char* path) {
+  return CHECKED(int, chdir(path));
+}
+
+static int d_dup(int file) {
+  return CHECKED(int, dup(file));
+}
+
+static int d_dup2(int from, int to) {
+  return CHECKED(int, dup2(from, to));
+}
+
+static ssize_t d_pread(int file, void* bytes, size_t size, off_t offset) {
+  return CHECKED(ssize_t, pread(file, bytes, size, offset));
+}
+
+static int d_lchown(const char* path, uid_t owner, gid_t group) {
+  return CHECKED(int, lchown(path, owner, group));
+}
+
+// Darwin's number of a device has the major number in its upper 8 bits.
+static int d_mknod(const char* path, uint16_t mode, int32_t device) {
+  enum { kMajorShift = 24 };
+  const uint32_t number = (uint32_t)device;
+  return CHECKED(int, mknod(path, mode, makedev(number >> kMajorShift, number & ((1U << kMajorShift) - 1))));
+}
+
 static int d_access(const char* path, int mode) {
   return CHECKED(int, access(path, mode));  // the modes have the same numbers
 }
@@ -273,10 +318,36 @@ static char* d_mkdtemp(char* pattern) {
   return path;
 }
 
+static int d_mkstemp(char* pattern) {
+  return CHECKED(int, mkstemp(pattern));
+}
+
 static char* d_realpath(const char* path, char* resolved) {
   char* found = realpath(path, resolved);
   if (found == NULL) Checked(-1);
   return found;
+}
+
+// std::filesystem copies a file's bytes with these. The state is for options that it does not use.
+static void* d_copyfile_state_alloc(void) {
+  static char state;
+  return &state;
+}
+
+static int d_copyfile_state_free(void* state) {
+  (void)state;
+  return 0;
+}
+
+static int d_fcopyfile(int from, int to, void* state, unsigned flags) {
+  enum { kData = 8 };
+  (void)state;
+  if (flags != kData) Die("fcopyfile flags %#x have no counterpart", flags);
+  ssize_t count = 0;
+  do {
+    count = sendfile(to, from, NULL, 1 << 30);
+  } while (count > 0);
+  return CHECKED(int, count);
 }
 
 const struct StandIn kFileStandIns[] = {
@@ -284,9 +355,10 @@ const struct StandIn kFileStandIns[] = {
     INODE64(stat), INODE64(lstat), INODE64(fstat), INODE64(fstatat), OWN(unlinkat), OWN(unlink), OWN(chown), OWN(fchown),
     OWN(chmod), OWN(fchmod), SAME(umask), OWN(isatty), OWN(poll), OWN(pipe),
     INODE64(opendir), INODE64(fdopendir), INODE64(readdir), OWN(closedir),
-    // Only the unit tests call these.
-    SAME(getcwd), SAME(chdir), SAME(mkdir), SAME(remove), SAME(rmdir), SAME(dup), SAME(dup2),
-    OWN(access), OWN(link), OWN(symlink), OWN(readlink), OWN(rename), OWN(truncate), OWN(mkfifo), OWN(mkdtemp),
+    // Only the unit tests and the examples call these.
+    SAME(getcwd), OWN(chdir), OWN(mkdir), OWN(mkdirat), OWN(remove), OWN(rmdir), OWN(dup), OWN(dup2), OWN(pread),
+    OWN(lchown), OWN(mknod), OWN(copyfile_state_alloc), OWN(copyfile_state_free), OWN(fcopyfile),
+    OWN(access), OWN(link), OWN(symlink), OWN(readlink), OWN(rename), OWN(truncate), OWN(mkfifo), OWN(mkdtemp), OWN(mkstemp),
     {"_realpath$DARWIN_EXTSN", d_realpath},
     {NULL, NULL},
 };

@@ -93,8 +93,8 @@ static void NothingStandsIn(const char* symbol) {
   Die("nothing stands in for %s", symbol);
 }
 
-// Writes the machine code that calls NothingStandsIn(symbol). Returns its end.
-static uint8_t* WriteTrap(uint8_t* at, const char* symbol) {
+// Writes the machine code that calls NothingStandsIn(symbol).
+static void WriteTrap(uint8_t* at, const char* symbol) {
   const uint64_t argument = (uint64_t)symbol;
   const uint64_t function = (uint64_t)NothingStandsIn;
 #ifdef __x86_64__
@@ -102,33 +102,41 @@ static uint8_t* WriteTrap(uint8_t* at, const char* symbol) {
   memcpy(at, &argument, 8), at += 8;
   *at++ = 0x48, *at++ = 0xb8;  // movabs $NothingStandsIn, %rax
   memcpy(at, &function, 8), at += 8;
-  *at++ = 0xff, *at++ = 0xe0;  // jmp *%rax
+  at[0] = 0xff, at[1] = 0xe0;  // jmp *%rax
 #else
   static const uint32_t kCode[] = {0x58000080, 0x580000a1, 0xd61f0020, 0};  // ldr x0, 16; ldr x1, 24; br x1
   memcpy(at, kCode, 16), at += 16;
   memcpy(at, &argument, 8), at += 8;
-  memcpy(at, &function, 8), at += 8;
+  memcpy(at, &function, 8);
 #ifndef __aarch64__
 #error "this processor has no trap"
 #endif
 #endif
-  return at;
+}
+
+// Traps are written to one page after the other. A page is executable once it is written, and never both.
+enum { kPage = 4096, kTrap = 32 };
+static uint8_t* g_trap;
+static uint8_t* g_trap_end;
+
+static void ProtectTraps(void) {
+  if (g_trap_end == NULL) return;
+  uint8_t* const page = g_trap_end - kPage;
+  __builtin___clear_cache((char*)page, (char*)g_trap_end);
+  if (mprotect(page, kPage, PROT_READ | PROT_EXEC) != 0) Die("the traps cannot be protected");
 }
 
 // Returns the address of a new function that ends the process with the symbol's name. A missing stand-in thus matters only to a
 // program that calls it.
 static void* MakeTrap(const char* symbol) {
-  enum { kPage = 4096, kTrap = 32 };
-  static uint8_t* next;
-  static uint8_t* end;
-  if (next == end) {
-    next = Allocate(kPage, PROT_READ | PROT_WRITE | PROT_EXEC);
-    end = next + kPage;
+  if (g_trap == g_trap_end) {
+    ProtectTraps();
+    g_trap = Allocate(kPage, PROT_READ | PROT_WRITE);
+    g_trap_end = g_trap + kPage;
   }
-  uint8_t* const code = next;
-  next += kTrap;
-  uint8_t* const codeEnd = WriteTrap(code, symbol);
-  __builtin___clear_cache((char*)code, (char*)codeEnd);
+  uint8_t* const code = g_trap;
+  g_trap += kTrap;
+  WriteTrap(code, symbol);
   return code;
 }
 
@@ -228,4 +236,5 @@ void FixUp(void) {
   Bind(fixups->bind_off, fixups->bind_size, (struct Binding){});
   Bind(fixups->weak_bind_off, fixups->weak_bind_size, (struct Binding){.isWeak = true});
   Bind(fixups->lazy_bind_off, fixups->lazy_bind_size, (struct Binding){.isLazy = true});
+  ProtectTraps();
 }

@@ -34,9 +34,17 @@ static char** ArgumentsForQemu(char* loader, int argc, char** argv) {
   return arguments;
 }
 
+// Moves a descriptor above those of the standard streams, so that a stream that is closed stays closed. Returns -1 if the
+// descriptor is -1 or none is free.
+static int AboveStandardStreams(int descriptor) {
+  const int moved = fcntl(descriptor, F_DUPFD, STDERR_FILENO + 1);
+  close(descriptor);
+  return moved;
+}
+
 int main(int argc, char** argv) {
-  const int self = open("/proc/self/exe", O_RDONLY);
-  const int loader = memfd_create("loader", 0);
+  const int self = AboveStandardStreams(open("/proc/self/exe", O_RDONLY));
+  const int loader = AboveStandardStreams(memfd_create("loader", 0));
   if (self < 0 || loader < 0) return Fail("launch: open");
   const size_t size = (size_t)(g_file_end - g_file);
   if (write(loader, g_file, size) != (ssize_t)size) return Fail("launch: write");

@@ -2,7 +2,7 @@
 # part of the Mach-O file for that processor: x86_64 natively, arm64 under qemu.
 set(loader "${CMAKE_CURRENT_LIST_DIR}")
 set(loader_options -std=gnu2x -O2 -g -Wall -Wextra -Wshadow -Werror -fno-stack-protector)
-set(loader_sources main image fixups unwind standins files signals processes text threads)
+set(loader_sources main image fixups unwind standins files signals processes text threads sockets)
 list(TRANSFORM loader_sources REPLACE "(.+)" "${loader}/\\1.c")
 file(GLOB loader_headers CONFIGURE_DEPENDS "${loader}/*.h")
 
@@ -10,13 +10,14 @@ add_library(loader_x86_64 OBJECT ${loader_sources} "${loader}/start-x86_64.S")
 target_compile_options(loader_x86_64 PRIVATE ${loader_options} -fPIE)
 
 # CMake has one compiler for a language, and the loader for arm64 needs another.
+find_program(ZEKARA_ARM64_COMPILER aarch64-linux-gnu-gcc REQUIRED)
 file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/loader-arm64")
 set(loader_arm64_objects)
 foreach(source IN LISTS loader_sources ITEMS "${loader}/start-aarch64.S")
   cmake_path(GET source STEM stem)
   set(object "${CMAKE_CURRENT_BINARY_DIR}/loader-arm64/${stem}.o")
   add_custom_command(OUTPUT "${object}"
-    COMMAND "${ZEKARA_ZIG}" cc -target aarch64-linux-musl ${loader_options} -c "${source}" -o "${object}"
+    COMMAND "${ZEKARA_ARM64_COMPILER}" ${loader_options} -c "${source}" -o "${object}"
     DEPENDS "${source}" ${loader_headers})
   list(APPEND loader_arm64_objects "${object}")
 endforeach()
@@ -35,10 +36,11 @@ function(darwin_program processor name macho)
   if(processor STREQUAL "x86_64")
     add_executable(${target} "${program}")
     target_link_libraries(${target} PRIVATE loader_x86_64 m)
+    target_link_options(${target} PRIVATE -Wl,--wrap=_Unwind_Find_FDE)
   else()
     set(inner "${CMAKE_CURRENT_BINARY_DIR}/loader-arm64/${name}")
     add_custom_command(OUTPUT "${inner}"
-      COMMAND "${ZEKARA_ZIG}" cc -target aarch64-linux-musl -static "${program}" ${loader_arm64_objects} -lunwind -o "${inner}"
+      COMMAND "${ZEKARA_ARM64_COMPILER}" -static -Wl,--wrap=_Unwind_Find_FDE "${program}" ${loader_arm64_objects} -lm -o "${inner}"
       DEPENDS "${program}" "${macho}" ${loader_arm64_objects})
     darwin_embed(launched ${target}-launched "${inner}")
     add_executable(${target} "${loader}/launch.c" "${launched}")

@@ -51,11 +51,6 @@ uint8_t* FindSection(const char* name, uint64_t* size);
 // Adjusts every address in the program to its place in memory, and binds every import to its stand-in.
 void FixUp(void);
 
-// unwind.c
-// Makes the program's unwind information known to this process's unwinder, so that exceptions can cross its
-// frames.
-void RegisterUnwindInfo(void);
-
 // standins.c
 // Returns the address of the stand-in for a symbol of libSystem's, null if there is none.
 void* FindStandIn(const char* symbol);

@@ -90,7 +90,6 @@ int main(int argc, char** argv) {
   MapImage();
   FixUp();
   PrepareThreadLocals();
-  RegisterUnwindInfo();
   ProtectImage();
   return CallOnStack(RunProgram, argc, argv, environ, g_apple, MakeStack());
 }

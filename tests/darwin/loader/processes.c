@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
-#include <spawn.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -86,11 +85,11 @@ static int d_setrlimit(int resource, const uint64_t limit[2]) {
 }
 
 // Darwin's background state stands for Linux's scheduling class of idle processes: exec hands both down, and nice values leave both
-// alone. The C libraries' functions are not used, because musl's fail.
+// alone.
 static int SetBackground(id_t who, bool isBackground) {
   if (who != 0) Die("setpriority() changes the background state of another process");
   const struct sched_param none = {};
-  return CHECKED(int, syscall(SYS_sched_setscheduler, 0, isBackground ? SCHED_IDLE : SCHED_OTHER, &none));
+  return CHECKED(int, sched_setscheduler(0, isBackground ? SCHED_IDLE : SCHED_OTHER, &none));
 }
 
 static int d_setpriority(int which, id_t who, int priority) {
@@ -100,7 +99,7 @@ static int d_setpriority(int which, id_t who, int priority) {
 }
 
 static int d_getpriority(int which, id_t who) {
-  if (which == D_PRIO_DARWIN_PROCESS && who == 0) return syscall(SYS_sched_getscheduler, 0) == SCHED_IDLE;
+  if (which == D_PRIO_DARWIN_PROCESS && who == 0) return sched_getscheduler(0) == SCHED_IDLE;
   if (which > PRIO_USER) Die("getpriority(%d, %u) has no counterpart", which, who);
   errno = 0;
   const int found = getpriority(which, who);
@@ -149,6 +148,18 @@ static int d_setitimer(int which, const struct d_itimerval* wanted, struct d_iti
   const struct itimerval value = {{wanted->it_interval.tv_sec, wanted->it_interval.tv_usec},
                                   {wanted->it_value.tv_sec, wanted->it_value.tv_usec}};
   return CHECKED(int, setitimer(which, &value, NULL));
+}
+
+// Both systems lay a timeval out in 16 bytes whose upper four are zero here.
+static int d_getitimer(int which, struct itimerval* value) {
+  return CHECKED(int, getitimer(which, value));
+}
+
+// The same layout as well, but Darwin counts the memory in bytes.
+static int d_getrusage(int who, struct rusage* usage) {
+  const int result = CHECKED(int, getrusage(who, usage));
+  usage->ru_maxrss *= 1024;
+  return result;
 }
 
 // Lists open descriptors in ascending order, as many as there is room for. Returns their number.
@@ -213,8 +224,48 @@ static int DescribeRegion(uint64_t address, struct d_proc_regionwithpathinfo* re
   return 0;
 }
 
+// The directory /proc, once the program has left it behind by chroot(); -1 before.
+static int g_proc = -1;
+
+static int d_chroot(const char* path) {
+  if (g_proc < 0) g_proc = fcntl(open("/proc", O_PATH | O_CLOEXEC), F_DUPFD_CLOEXEC, 512);
+  return CHECKED(int, chroot(path));
+}
+
+// Returns the letter that Linux has for the state of another process; 0 if there is no such process, or if it has ended.
+static char StateOf(int process) {
+  char path[64];
+  char line[512];
+  snprintf(path, sizeof path, g_proc < 0 ? "/proc/%d/stat" : "%d/stat", process);
+  const int file = openat(g_proc < 0 ? AT_FDCWD : g_proc, path, O_RDONLY | O_CLOEXEC);
+  const ssize_t length = read(file, line, sizeof line - 1);
+  close(file);
+  if (length <= 0) return '\0';
+  line[length] = '\0';
+  const char* name = strrchr(line, ')');  // what precedes it may hold any character
+  return name == NULL || name[2] == 'Z' ? '\0' : name[2];
+}
+
+// Answers what the tests ask about their children: which threads they have, and whether one of them waits. A child has one.
+static int DescribeThread(int process, int flavor, void* buffer, int size) {
+  const char state = StateOf(process);
+  if (state == '\0') {
+    t_error = ESRCH;
+    return 0;
+  }
+  if (flavor == D_PROC_PIDLISTTHREADS && size == sizeof(uint64_t)) {
+    memcpy(buffer, &(uint64_t){1}, sizeof(uint64_t));
+    return size;
+  }
+  if (size != sizeof(struct d_proc_threadinfo)) Die("proc_pidinfo() is given %d bytes for a thread", size);
+  *(struct d_proc_threadinfo*)buffer =
+      (struct d_proc_threadinfo){.pth_run_state = state == 'S' ? D_TH_STATE_WAITING : D_TH_STATE_RUNNING};
+  return size;
+}
+
 // Returns the number of bytes, or 0 for an error, as libproc's wrapper of the system call does.
 static int d_proc_pidinfo(int process, int flavor, uint64_t argument, void* buffer, int size) {
+  if (flavor == D_PROC_PIDLISTTHREADS || flavor == D_PROC_PIDTHREADINFO) return DescribeThread(process, flavor, buffer, size);
   if (process != getpid()) Die("proc_pidinfo() is asked about another process");
   switch (flavor) {
     case D_PROC_PIDLISTFDS: {
@@ -231,27 +282,85 @@ static int d_proc_pidinfo(int process, int flavor, uint64_t argument, void* buff
   Die("proc_pidinfo(%d) has no counterpart", flavor);
 }
 
-// On Darwin the object is a pointer, which init() allocates.
-static int d_posix_spawn_file_actions_init(posix_spawn_file_actions_t** actions) {
-  *actions = malloc(sizeof **actions);
-  return *actions == NULL ? ENOMEM : posix_spawn_file_actions_init(*actions);
+// What a child of posix_spawn() does with its descriptors. On Darwin the object is a pointer, which init() allocates.
+enum { kMaximumActions = 8, kClose = -1 };
+struct Actions {
+  int count;
+  struct {
+    int file, target;  // duplicated to the target, or closed if that is kClose
+  } list[kMaximumActions];
+};
+
+static int d_posix_spawn_file_actions_init(struct Actions** actions) {
+  *actions = calloc(1, sizeof **actions);
+  return *actions == NULL ? ENOMEM : 0;
 }
 
-static int d_posix_spawn_file_actions_destroy(posix_spawn_file_actions_t** actions) {
-  posix_spawn_file_actions_destroy(*actions);
+static int d_posix_spawn_file_actions_destroy(struct Actions** actions) {
   free(*actions);
   return 0;
 }
 
-static int d_posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t** actions, int from, int to) {
-  return DarwinError(posix_spawn_file_actions_adddup2(*actions, from, to));
+static int d_posix_spawn_file_actions_adddup2(struct Actions** actions, int file, int target) {
+  struct Actions* const all = *actions;
+  if (all->count == kMaximumActions) Die("posix_spawn() is given more than %d actions", kMaximumActions);
+  all->list[all->count].file = file;
+  all->list[all->count++].target = target;
+  return 0;
 }
 
-static int d_posix_spawn(pid_t* process, const char* path, posix_spawn_file_actions_t* const* actions, const void* attributes,
-                         char* const* arguments, char* const* environment) {
-  if (attributes != NULL) Die("posix_spawn() is given attributes");
-  return DarwinError(posix_spawn(process, path, actions != NULL ? *actions : NULL, NULL, arguments, environment));
+static int d_posix_spawn_file_actions_addclose(struct Actions** actions, int file) {
+  return d_posix_spawn_file_actions_adddup2(actions, file, kClose);
 }
+
+static bool Apply(const struct Actions* actions) {
+  for (int i = 0; actions != NULL && i < actions->count; ++i) {
+    const int file = actions->list[i].file;
+    if (actions->list[i].target == kClose) {
+      close(file);
+    } else if (dup2(file, actions->list[i].target) < 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// glibc's posix_spawn() shares its memory with the child, which under qemu it does not, so a failure to start would not be seen there.
+// Here the child sends its error number through a pipe, which a successful exec closes.
+static int d_posix_spawn(pid_t* process, const char* path, struct Actions* const* actions, const void* attributes,
+                         char* const* arguments, char* const* environment) {
+  enum { kAboveActions = 64 };
+  if (attributes != NULL) Die("posix_spawn() is given attributes");
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return DarwinError(errno);
+  *process = fork();
+  if (*process == 0) {
+    const int report = fcntl(ends[1], F_DUPFD_CLOEXEC, kAboveActions);
+    if (Apply(actions != NULL ? *actions : NULL)) execve(path, arguments, environment);
+    const int error = errno;
+    _exit(write(report, &error, sizeof error) == sizeof error ? 0 : 127);
+  }
+  int error = *process < 0 ? errno : 0;
+  close(ends[1]);
+  if (*process > 0 && read(ends[0], &error, sizeof error) > 0) waitpid(*process, NULL, 0);
+  close(ends[0]);
+  return DarwinError(error);
+}
+
+enum { kMaximumArguments = 16 };
+
+int d_execl_list(const char* path, const char* first, d_va_list list) {
+  va_list rest;
+  LinuxList(rest, list);
+  char* arguments[kMaximumArguments] = {(char*)first};
+  for (int count = 1; arguments[count - 1] != NULL; ++count) {
+    if (count == kMaximumArguments) Die("execl() is given more than %d arguments", kMaximumArguments);
+    arguments[count] = va_arg(rest, char*);
+  }
+  return d_execv(path, arguments);
+}
+
+VARIADIC(int, execl, first, (const char* path, const char* first, ...), path, first)
 
 // Both systems have the same form of status, with the signal's number in the lowest seven bits.
 static pid_t d_waitpid(pid_t process, int* status, int options) {
@@ -330,7 +439,8 @@ const struct StandIn kProcessStandIns[] = {
     OWN(posix_spawn_file_actions_adddup2), OWN(waitpid),
     OWN(gettimeofday), OWN(clock_gettime), SAME(localtime_r), SAME(gmtime_r), SAME(time), SAME(nanosleep),
     SAME(fork), OWN(execv), OWN(ptrace), SAME(setenv), SAME(unsetenv), SAME(system),
-    // Only the unit tests call these.
-    {"__NSGetArgc", d_NSGetArgc}, {"__NSGetArgv", d_NSGetArgv}, OWN(task_threads), {"_mach_task_self_", &g_mach_task_self},
+    // Only the unit tests and the examples call these.
+    OWN(chroot), OWN(posix_spawn_file_actions_addclose), OWN(execl), OWN(getitimer), OWN(getrusage), SAME(usleep), SAME(sched_yield), SAME(tzset), SAME(mktime),
+    SAME(gmtime), SAME(strftime), {"__NSGetArgc", d_NSGetArgc}, {"__NSGetArgv", d_NSGetArgv}, OWN(task_threads), {"_mach_task_self_", &g_mach_task_self},
     {NULL, NULL},
 };

@@ -156,7 +156,26 @@ static int d_kill(pid_t process, int number) {
   return CHECKED(int, kill(process, number == 0 ? 0 : RequireLinuxSignal(number)));
 }
 
+static int d_raise(int number) {
+  return CHECKED(int, raise(RequireLinuxSignal(number)));
+}
+
+static int d_sigpending(d_sigset* set) {
+  sigset_t pending;
+  if (sigpending(&pending) != 0) return CHECKED(int, -1);
+  *set = DarwinSet(&pending);
+  return 0;
+}
+
+static int d_sigwait(const d_sigset* set, int* number) {
+  const sigset_t own = LinuxSet(*set);
+  int arrived = 0;
+  const int error = sigwait(&own, &arrived);
+  *number = DarwinSignal(arrived);
+  return DarwinError(error);
+}
+
 const struct StandIn kSignalStandIns[] = {
-    OWN(pthread_sigmask), OWN(sigprocmask), OWN(sigaction), OWN(signal), OWN(kill), SAME(alarm),
+    OWN(pthread_sigmask), OWN(sigprocmask), OWN(sigaction), OWN(signal), OWN(kill), SAME(alarm), OWN(raise), OWN(sigpending), OWN(sigwait),
     {NULL, NULL},
 };

@@ -21,7 +21,7 @@ struct StandIn {
 
 // Each file of stand-ins has one table, which ends with an entry without a symbol.
 extern const struct StandIn kFileStandIns[], kSignalStandIns[], kProcessStandIns[], kTextStandIns[],
-    kThreadStandIns[];
+    kThreadStandIns[], kSocketStandIns[];
 
 // SAME: both systems have the function alike, so the program gets this process's own. OWN: the function is
 // d_NAME(). INODE64: the same, under the name that x86_64 programs call; arm64 has had 64-bit inode numbers

@@ -102,6 +102,8 @@ d_\name:
         variadic fprintf, 2
         variadic printf, 1
         variadic sscanf, 2
+        variadic scanf, 1
+        variadic execl, 2
         variadic snprintf_l, 4
 #endif
 

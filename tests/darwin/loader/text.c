@@ -5,6 +5,7 @@
 #include <errno.h>
 #include <locale.h>
 #include <math.h>
+#include <regex.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -97,6 +98,12 @@ int d_sscanf_list(const char* text, const char* format, d_va_list list) {
   return vsscanf(text, format, arguments);
 }
 
+int d_scanf_list(const char* format, d_va_list list) {
+  va_list arguments;
+  LinuxList(arguments, list);
+  return vscanf(format, arguments);
+}
+
 int d_fprintf_list(FILE* stream, const char* format, d_va_list list) {
   return d_vfprintf(stream, format, list);
 }
@@ -106,6 +113,7 @@ VARIADIC(int, snprintf_chk, format, (char* text, size_t size, int flag, size_t r
          flag, room, format)
 VARIADIC(int, printf, format, (const char* format, ...), format)
 VARIADIC(int, sscanf, format, (const char* text, const char* format, ...), text, format)
+VARIADIC(int, scanf, format, (const char* format, ...), format)
 VARIADIC(int, fprintf, format, (FILE * stream, const char* format, ...), stream, format)
 
 // A stream that fails sets Darwin's errno too.
@@ -167,6 +175,41 @@ static void d_pattern16(void* to, const void* pattern, size_t size) {
 
 static int d_posix_memalign(void** result, size_t alignment, size_t size) {
   return DarwinError(posix_memalign(result, alignment, size));
+}
+
+// Darwin's regex_t is smaller than Linux's, so it holds a pointer to one of those.
+struct d_regex {
+  int magic;
+  size_t groups;
+  const char* end;
+  regex_t* own;
+};
+
+struct d_regmatch {
+  int64_t begin, end;
+};
+
+// The tests' library wants extended expressions, without any other option.
+static int d_regcomp(struct d_regex* expression, const char* text, int flags) {
+  if (flags != REG_EXTENDED) Die("regcomp flags %#x have no counterpart", (unsigned)flags);
+  expression->own = malloc(sizeof *expression->own);
+  if (expression->own == NULL) Die("no memory for a regular expression");
+  const int result = regcomp(expression->own, text, flags);
+  expression->groups = expression->own->re_nsub;
+  return result;
+}
+
+static int d_regexec(const struct d_regex* expression, const char* text, size_t count, struct d_regmatch* matches, int flags) {
+  if (count > 1 || flags != 0) Die("regexec(%zu, %#x) has no counterpart", count, (unsigned)flags);
+  regmatch_t own = {};
+  const int result = regexec(expression->own, text, count, &own, 0);
+  if (count > 0) *matches = (struct d_regmatch){own.rm_so, own.rm_eo};
+  return result;
+}
+
+static void d_regfree(struct d_regex* expression) {
+  regfree(expression->own);
+  free(expression->own);
 }
 
 // The classes of characters that libc++ reads from a table. In the C locale they are those of <ctype.h>.
@@ -232,7 +275,7 @@ const struct StandIn kTextStandIns[] = {
     SAME(strdup), OWN(snprintf), OWN(vsnprintf), OWN(strtod_l), SAME(strtod), SAME(strtof), SAME(strtol), SAME(strtoul),
     SAME(strtoll), SAME(strtoull), SAME(atoi), SAME(trunc), SAME(ceilf), SAME(nextafter), SAME(getentropy),
     {"___error", d___error}, OWN(strerror), OWN(strerror_r), OWN(perror),
-    {"___stderrp", (void*)&stderr}, {"___stdoutp", (void*)&stdout}, OWN(puts), OWN(fprintf), OWN(vfprintf), SAME(fputc),
+    {"___stderrp", (void*)&stderr}, {"___stdoutp", (void*)&stdout}, {"___stdinp", (void*)&stdin}, OWN(puts), OWN(fprintf), OWN(vfprintf), SAME(fputc),
     OWN(fputs), OWN(fwrite), OWN(fflush),
     {"__DefaultRuneLocale", &g_runes}, {"___maskrune", d_maskrune}, {"___tolower", tolower}, {"___toupper", toupper},
     // The structure begins alike on both systems, and the program reads its beginning only.
@@ -245,7 +288,7 @@ const struct StandIn kTextStandIns[] = {
     {"_wcscoll_l", wcscoll}, {"_wcsxfrm_l", wcsxfrm}, {"_strtoll_l", strtoll}, {"_strtoull_l", strtoull},
     SAME(wcslen), SAME(wmemchr), SAME(wmemcmp),
     // Only the unit tests call these.
-    OWN(printf), OWN(vprintf), OWN(sscanf), SAME(fopen), SAME(fclose), SAME(fread), SAME(fseek), SAME(ftell), SAME(fseeko), SAME(ftello), SAME(fileno), SAME(getc),
+    OWN(printf), OWN(vprintf), OWN(regcomp), OWN(regexec), OWN(regfree), OWN(sscanf), OWN(scanf), SAME(getchar), SAME(tmpfile), SAME(fopen), SAME(fclose), SAME(fread), SAME(fseek), SAME(ftell), SAME(fseeko), SAME(ftello), SAME(fileno), SAME(getc),
     SAME(ungetc), SAME(putchar), SAME(setbuf),
     {NULL, NULL},
 };

@@ -12,26 +12,99 @@
 #include "standins.h"
 
 
-// The program has a single thread, because pthread_create() ends it, so its locks need not do anything.
 static int d_nothing(void) {
   return 0;
 }
 
-static int d_pthread_create(void) {
-  Die("the program starts a thread");
+// A thread of the program's is one of this process's, and a pthread_t is the same number of bytes on both systems.
+struct Beginning {
+  void* (*function)(void*);
+  void* argument;
+};
+
+static void EndThreadLocals(void);
+
+static void* RunThread(void* given) {
+  const struct Beginning beginning = *(struct Beginning*)given;
+  free(given);
+  void* const result = beginning.function(beginning.argument);
+  EndThreadLocals();
+  return result;
 }
 
+static int d_pthread_create(pthread_t* thread, const void* attributes, void* (*function)(void*), void* argument) {
+  if (attributes != NULL) Die("pthread_create() is given attributes");
+  struct Beginning* beginning = malloc(sizeof *beginning);
+  if (beginning == NULL) Die("no memory for a thread");
+  *beginning = (struct Beginning){function, argument};
+  return DarwinError(pthread_create(thread, NULL, RunThread, beginning));
+}
+
+static int d_pthread_join(pthread_t thread, void** result) {
+  return DarwinError(pthread_join(thread, result));
+}
+
+static int d_pthread_detach(pthread_t thread) {
+  return DarwinError(pthread_detach(thread));
+}
+
+// Darwin's mutex is a signature and 56 bytes, which are zero at first, as those of Linux's mutex are: Linux's is kept in them.
+struct d_mutex {
+  long signature;
+  pthread_mutex_t own;
+};
+static_assert(sizeof(struct d_mutex) <= 64);
+
+struct d_mutexattr {
+  long signature;
+  int type;
+};
+
+static int d_pthread_mutexattr_init(struct d_mutexattr* attributes) {
+  attributes->type = PTHREAD_MUTEX_NORMAL;
+  return 0;
+}
+
+// Both systems give ordinary mutexes the number 0, but Darwin gives recursive ones 2.
+static int d_pthread_mutexattr_settype(struct d_mutexattr* attributes, int type) {
+  enum { kNormal = 0, kRecursive = 2 };
+  if (type != kNormal && type != kRecursive) Die("type %d of a mutex has no counterpart", type);
+  attributes->type = type == kRecursive ? PTHREAD_MUTEX_RECURSIVE : PTHREAD_MUTEX_NORMAL;
+  return 0;
+}
+
+static int d_pthread_mutex_init(struct d_mutex* mutex, const struct d_mutexattr* attributes) {
+  pthread_mutexattr_t own;
+  pthread_mutexattr_init(&own);
+  pthread_mutexattr_settype(&own, attributes != NULL ? attributes->type : PTHREAD_MUTEX_NORMAL);
+  return DarwinError(pthread_mutex_init(&mutex->own, &own));
+}
+
+static int d_pthread_mutex_lock(struct d_mutex* mutex) {
+  return DarwinError(pthread_mutex_lock(&mutex->own));
+}
+
+static int d_pthread_mutex_trylock(struct d_mutex* mutex) {
+  return DarwinError(pthread_mutex_trylock(&mutex->own));
+}
+
+static int d_pthread_mutex_unlock(struct d_mutex* mutex) {
+  return DarwinError(pthread_mutex_unlock(&mutex->own));
+}
+
+// Nothing here waits for a condition, so there is nothing to wake either.
+static int d_pthread_cond_wait(void) {
+  Die("the program waits for a condition");
+}
+
+// Darwin's is a signature and 8 bytes, which are zero at first, as Linux's is.
 struct d_once {
   long signature;
-  bool done;
+  pthread_once_t own;
 };
 
 static int d_pthread_once(struct d_once* once, void (*function)(void)) {
-  if (!once->done) {
-    once->done = true;
-    function();
-  }
-  return 0;
+  return DarwinError(pthread_once(&once->own, function));
 }
 
 static int d_pthread_key_create(unsigned long* key, void (*destructor)(void*)) {
@@ -66,24 +139,35 @@ __attribute__((visibility("hidden"))) void* TlvAddress(const struct tlv_descript
   return t_tlv + descriptor->offset;
 }
 
+// The destructors of this thread's thread-local objects.
 enum { kMaximumExits = 64 };
-static struct {
+static __thread struct {
   void (*function)(void*);
   void* argument;
-} g_exits[kMaximumExits];
-static int g_exit_count;
+} t_exits[kMaximumExits];
+static __thread int t_exit_count;
 
 static void d_tlv_atexit(void (*function)(void*), void* argument) {
-  if (g_exit_count == kMaximumExits) Die("too many thread-local objects");
-  g_exits[g_exit_count].function = function;
-  g_exits[g_exit_count++].argument = argument;
+  if (t_exit_count == kMaximumExits) Die("too many thread-local objects");
+  t_exits[t_exit_count].function = function;
+  t_exits[t_exit_count++].argument = argument;
+}
+
+static void DestroyThreadLocals(void) {
+  while (t_exit_count > 0) {
+    --t_exit_count;
+    t_exits[t_exit_count].function(t_exits[t_exit_count].argument);
+  }
+}
+
+static void EndThreadLocals(void) {
+  DestroyThreadLocals();
+  free(t_tlv);
+  t_tlv = NULL;
 }
 
 void DarwinExit(int status) {
-  while (g_exit_count > 0) {
-    --g_exit_count;
-    g_exits[g_exit_count].function(g_exits[g_exit_count].argument);
-  }
+  DestroyThreadLocals();
   exit(status);
 }
 
@@ -95,10 +179,10 @@ static int d_atexit(void (*function)(void)) {
 }
 
 const struct StandIn kThreadStandIns[] = {
-    {"_pthread_mutex_lock", d_nothing}, {"_pthread_mutex_unlock", d_nothing}, {"_pthread_mutex_init", d_nothing},
-    {"_pthread_mutex_destroy", d_nothing}, {"_pthread_mutex_trylock", d_nothing}, {"_pthread_mutexattr_init", d_nothing},
-    {"_pthread_mutexattr_settype", d_nothing}, {"_pthread_mutexattr_destroy", d_nothing}, {"_pthread_cond_signal", d_nothing},
-    {"_pthread_cond_broadcast", d_nothing}, {"_pthread_cond_destroy", d_nothing}, {"_pthread_cond_wait", d_nothing},
+    OWN(pthread_mutex_lock), OWN(pthread_mutex_unlock), OWN(pthread_mutex_init), OWN(pthread_mutex_trylock),
+    OWN(pthread_mutexattr_init), OWN(pthread_mutexattr_settype), {"_pthread_mutexattr_destroy", d_nothing},
+    {"_pthread_mutex_destroy", d_nothing}, {"_pthread_cond_signal", d_nothing}, {"_pthread_cond_broadcast", d_nothing},
+    {"_pthread_cond_destroy", d_nothing}, OWN(pthread_cond_wait), OWN(pthread_join), OWN(pthread_detach),
     OWN(pthread_create), OWN(pthread_once), OWN(pthread_key_create), OWN(pthread_setspecific), OWN(pthread_getspecific),
     OWN(pthread_key_delete), SAME(pthread_self),
     {"__tlv_bootstrap", d_nothing}, {"__tlv_atexit", d_tlv_atexit}, {"___cxa_atexit", __cxa_atexit}, OWN(atexit),

@@ -1,27 +1,13 @@
 // Exceptions. A macOS program describes most of its functions in __unwind_info, in Apple's compact form: 32 bits say where a function
 // saves its registers. The others are in __eh_frame, in DWARF's form. This process's unwinder reads DWARF only, so this file writes
-// out each compact entry as a DWARF record, and registers the program's own records as they are.
+// out each compact entry as a DWARF record, and finds the program's own records by the entries that name them.
 
+#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "loader.h"
 #include "macho.h"
-
-extern void __register_frame(void* begin);
-
-// libgcc's __register_frame() takes a whole section, libunwind's takes the record of one function.
-static void RegisterSection(uint8_t* begin) {
-#ifdef __clang__
-  for (uint32_t length; memcpy(&length, begin, 4), length != 0; begin += 4 + length) {
-    uint32_t commonRecord = 0;
-    memcpy(&commonRecord, begin + 4, sizeof commonRecord);
-    if (commonRecord != 0) __register_frame(begin);
-  }
-#else
-  __register_frame(begin);
-#endif
-}
 
 enum {  // DWARF's numbers of registers and operations
 #ifdef __x86_64__
@@ -49,6 +35,25 @@ static struct {
   size_t size;
   size_t room;
 } g_out;
+
+// A function of the program's, and the record that describes it.
+struct Function {
+  uint32_t begin, end;  // offsets from the beginning of the image
+  const uint8_t* own;   // the record, if it is the program's own; otherwise it is at this place in g_out:
+  size_t place;
+};
+static struct Function* g_functions;
+static size_t g_function_count;
+static size_t g_function_room;
+
+static void NoteFunction(struct Function function) {
+  if (g_function_count == g_function_room) {
+    g_function_room = g_function_room * 2 + 256;
+    g_functions = realloc(g_functions, g_function_room * sizeof *g_functions);
+    if (g_functions == NULL) Die("no memory for the unwind information");
+  }
+  g_functions[g_function_count++] = function;
+}
 
 static void Put(const void* bytes, size_t size) {
   if (g_out.size + size > g_out.room) {
@@ -214,6 +219,7 @@ static void PutRules(uint32_t encoding, const uint8_t* function) {
 struct Section {
   const uint8_t* bytes;
   const struct unwind_info_section_header* header;
+  const uint8_t* frames;    // the section __eh_frame, null if there is none
   size_t commonRecords[4];  // indexed by the number of the personality routine; 0 is none
 };
 
@@ -232,9 +238,14 @@ static uint64_t LsdaOf(const struct Section* section, uint32_t page, uint32_t fu
 
 static void PutFunction(const struct Section* section, uint32_t page, uint32_t begin, uint32_t end, uint32_t encoding) {
   const uint32_t mode = encoding & UNWIND_MODE_MASK;
-  if (mode == 0 || mode == kModeDwarf || end <= begin) return;
+  if (mode == 0 || end <= begin) return;
+  if (mode == kModeDwarf) {
+    NoteFunction((struct Function){.begin = begin, .end = end, .own = section->frames + (encoding & UNWIND_DWARF_SECTION_OFFSET)});
+    return;
+  }
   const unsigned personality = (encoding & UNWIND_PERSONALITY_MASK) >> 28;
   const size_t record = BeginRecord();
+  NoteFunction((struct Function){.begin = begin, .end = end, .place = record - sizeof(uint32_t)});
   PutWord((uint32_t)(record - section->commonRecords[personality]));
   PutAddress((uint64_t)(g_image.base + begin));
   PutAddress(end - begin);
@@ -291,25 +302,46 @@ static void WriteOut(struct Section* section) {
   }
 }
 
-static void RegisterCompactInfo(const uint8_t* bytes) {
-  struct Section section = {.bytes = bytes, .header = (const void*)bytes};
-  WriteOut(&section);
-  PutWord(0);  // the end
-  RegisterSection(g_out.bytes);
-}
-
-// The unwinder wants a zero after the last record. The section is its segment's last, so zeros fill the page behind it.
-static void RegisterOwnFrames(uint8_t* bytes, uint64_t size) {
-  uint32_t after = 0;
-  memcpy(&after, bytes + size, sizeof after);
-  if (after != 0) Die("the unwind information does not end where its section does");
-  RegisterSection(bytes);
-}
-
-void RegisterUnwindInfo(void) {
+// Called once, by the first exception that crosses a frame of the program's: most runs of it throw none.
+static void DescribeFunctions(void) {
   uint64_t size = 0;
   const uint8_t* compact = FindSection("__unwind_info", &size);
-  if (size > 0) RegisterCompactInfo(compact);
-  uint8_t* frames = FindSection("__eh_frame", &size);
-  if (size > 0) RegisterOwnFrames(frames, size);
+  if (compact == NULL) return;
+  struct Section section = {.bytes = compact, .header = (const void*)compact, .frames = FindSection("__eh_frame", &size)};
+  WriteOut(&section);
+}
+
+// Returns the function that contains this offset; null if none does. They are sorted by their beginnings.
+static const struct Function* FindFunction(uint64_t offset) {
+  size_t low = 0;
+  size_t high = g_function_count;
+  while (low < high) {
+    const size_t middle = low + (high - low) / 2;
+    if (g_functions[middle].end <= offset) {
+      low = middle + 1;
+    } else {
+      high = middle;
+    }
+  }
+  return low < g_function_count && g_functions[low].begin <= offset ? &g_functions[low] : NULL;
+}
+
+// libgcc's: what the unwinder learns of a function besides its record.
+struct dwarf_eh_bases {
+  void *text, *data, *function;
+};
+const void* __real__Unwind_Find_FDE(void* pc, struct dwarf_eh_bases* bases);
+const void* __wrap__Unwind_Find_FDE(void* pc, struct dwarf_eh_bases* bases);
+
+// The linker has libgcc's unwinder call this in place of its own search (--wrap). The unwinder has a way to register records, too, but its
+// search assumes that two registered sections never interleave, and the program's two do.
+const void* __wrap__Unwind_Find_FDE(void* pc, struct dwarf_eh_bases* bases) {
+  static pthread_once_t once = PTHREAD_ONCE_INIT;
+  const uint64_t offset = (uint64_t)pc - (uint64_t)g_image.base;
+  if (offset >= g_image.size) return __real__Unwind_Find_FDE(pc, bases);
+  pthread_once(&once, DescribeFunctions);
+  const struct Function* function = FindFunction(offset);
+  if (function == NULL) return NULL;
+  *bases = (struct dwarf_eh_bases){.function = g_image.base + function->begin};
+  return function->own != NULL ? function->own : g_out.bytes + function->place;
 }
