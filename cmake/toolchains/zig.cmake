@@ -1,5 +1,5 @@
-# Builds for another system with zig's clang, its C library and its libc++: -DZEKARA_TARGET=aarch64-macos.13.3,
-# x86_64-macos.13.3 or x86_64-linux-musl. scripts/build-macos and scripts/test-libcxx use it; a Mac needs no toolchain file.
+# Builds for macOS on Linux with zig's clang and its libc++: -DZEKARA_TARGET=aarch64-macos.13.3 or x86_64-macos.13.3.
+# scripts/build-macos uses it; a Mac needs no toolchain file.
 
 set(ZEKARA_TARGET "" CACHE STRING "What to build for, as zig names it")
 set(ZEKARA_ZIG "" CACHE FILEPATH "The program zig; scripts/zig prints where it is")
@@ -12,11 +12,6 @@ if(ZEKARA_TARGET MATCHES "-macos\\.([0-9.]+)$")
   # The target's name says all that -isysroot, -arch and -mmacosx-version-min would.
   set(CMAKE_OSX_SYSROOT "" CACHE STRING "" FORCE)
   set(CMAKE_OSX_DEPLOYMENT_TARGET "" CACHE STRING "" FORCE)
-elseif(ZEKARA_TARGET MATCHES "-linux-musl$")
-  set(CMAKE_SYSTEM_NAME Linux)
-  if(CMAKE_HOST_SYSTEM_PROCESSOR STREQUAL CMAKE_SYSTEM_PROCESSOR)
-    set(CMAKE_CROSSCOMPILING_EMULATOR env)  # it runs here
-  endif()
 else()
   message(FATAL_ERROR "ZEKARA_TARGET=\"${ZEKARA_TARGET}\" is no target of this toolchain file")
 endif()
