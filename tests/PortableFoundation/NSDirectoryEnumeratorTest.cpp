@@ -338,7 +338,7 @@ TEST(NSDirectoryEnumerator, UnreadableDirectoryIsYieldedWithoutItsContents) {
   fs::create_directories(directory / "closed/below");
   fs::create_directories(directory / "open/below");
   ASSERT_EQ(chmod((directory / "closed").c_str(), 0700), 0);
-  ASSERT_EQ(chmod(directory.path().c_str(), 0755), 0);
+  for (const char* name : {"", "open", "open/below"}) ASSERT_EQ(chmod((directory / name).c_str(), 0755), 0);
   RunInChild([&] {
     ASSERT_TRUE(BecomeOtherUser());
     EXPECT_THAT(WalkPath(directory.path()), UnorderedElementsAre("closed", "open", "open/below"));
