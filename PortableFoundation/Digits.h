@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -13,12 +12,6 @@ namespace zekara {
 // Returns true for the ASCII digits 0 to 9, and false for the digits of other scripts.
 constexpr bool IsDigit(char c) noexcept {
   return c >= '0' && c <= '9';
-}
-
-// Returns true if `text` consists of decimal digits and is not empty: neither a sign nor white space is
-// allowed. There may be more digits than fit into any integer type.
-constexpr bool AreDigits(std::string_view text) noexcept {
-  return !text.empty() && std::ranges::all_of(text, IsDigit);
 }
 
 // Appends the two hexadecimal digits of a byte to `text`, in small letters and without a prefix: a line feed

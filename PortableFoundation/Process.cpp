@@ -30,9 +30,9 @@ void CloseDescriptorsOneByOne(int first) noexcept {
   for (int descriptor = first; descriptor < kHighest; ++descriptor) close(descriptor);
 }
 
-// An installer that withdraws a program removes its name and every right to execute it. The name alone does
-// not tell, because a user may have given the file another one: macOS lets users link files of other
-// accounts.
+// An installer that withdraws a program removes its name and every right to execute it. Looking at
+// the name alone would not do, because a user may have given the file another one: macOS lets users link
+// files of other accounts.
 bool IsWithdrawn(const struct stat& file) noexcept {
   constexpr mode_t kExecutable = S_IXUSR | S_IXGRP | S_IXOTH;
   return file.st_nlink == 0 || (file.st_mode & kExecutable) == 0;

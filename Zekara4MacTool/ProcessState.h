@@ -17,8 +17,8 @@ void PrepareProcess() noexcept;
 
 // Raises the soft limit of a resource as high as the system allows while the object exists; the destructor
 // restores what was found. The hard limit is raised with it if the process may do that. `resource` is one of
-// the numbers of getrlimit(), such as RLIMIT_AS. A limit that the system will not
-// read or change is left alone.
+// the numbers of getrlimit(), such as RLIMIT_AS. A limit that the system will not read or change is
+// left alone.
 class RaisedLimit {
  public:
   explicit RaisedLimit(int resource) noexcept;

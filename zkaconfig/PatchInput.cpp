@@ -51,11 +51,12 @@ void AddSetting(ZKAIniData& patch, const std::string& section, std::string_view 
 // Returns the number that a text of digits denotes, and any other value itself. Reading the value back
 // detects a number beyond the file's range.
 Plist Numeric(const Plist& value) {
-  if (!value.isString() || !AreDigits(value.string())) return value;
-  const std::string_view digits = value.string();
+  if (!value.isString()) return value;
+  const std::string_view text = value.string();
+  const char* const end = text.data() + text.size();
   std::int64_t number = 0;
-  const auto error = std::from_chars(digits.data(), digits.data() + digits.size(), number).ec;
-  return error == std::errc() ? Plist(number) : value;
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end && IsDigit(text.front()) ? Plist(number) : value;
 }
 
 // Returns the boolean that a person's word for yes or no means, and nil for every other value. Numbers are
