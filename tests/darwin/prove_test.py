@@ -28,7 +28,7 @@ PLACES = {
 
 
 def unpack(archive, programs):
-    directory = os.fspath(sandbox.SCRATCH_DIRECTORY + "/archive")
+    directory = "/archive"  # the private root's own
     os.mkdir(directory)
     subprocess.run(["tar", "-xzf", archive, "-C", directory], check=True)
     (name,) = os.listdir(directory)
@@ -40,7 +40,7 @@ def unpack(archive, programs):
 
 def everything():
     """The paths below those that an installation changes."""
-    roots = ("/Library", "/var/zekara", "/usr/local")
+    roots = ("/Library", "/var/zekara", "/usr/local", "/zekara-tests")
     found = set()
     for root in roots:
         for where, directories, files in os.walk(root):
@@ -48,15 +48,15 @@ def everything():
     return found
 
 
-def prove(shell, directory, options):
+def prove(shell, directory, options, without_suites):
     print(f"== {shell}", flush=True)
-    environment = {"PATH": os.environ["PATH"], "ZKA_FACTS_OPTIONS": " ".join(options)}
+    environment = {"PATH": os.environ["PATH"], "ZKA_FACTS_OPTIONS": " ".join(options), "ZKA_WITHOUT_SUITES": without_suites}
     result = subprocess.run(
         [shell, "./prove"], cwd=directory, env=environment, stdout=subprocess.PIPE, text=True, check=False, timeout=600
     )
     print(result.stdout, flush=True)
     checks = [line for line in result.stdout.splitlines() if line.startswith("ok ")]
-    return result.returncode == 0 and len(checks) > 40
+    return result.returncode == 0 and len(checks) > (40 if without_suites else 200)
 
 
 def main():
@@ -67,13 +67,15 @@ def main():
     sandbox.mount("tmpfs", "/usr/local", "tmpfs", 0, "mode=0755")
     options += limit_options()
     directory = unpack(archive, programs)
-    shutil.rmtree("/Library")
-    shutil.rmtree("/var/zekara")
+    for path in ("/Library", "/var/zekara", "/zekara-tests"):
+        shutil.rmtree(path)
     os.makedirs("/Library/Application Support")
     before = everything()
     succeeded = True
+    without_suites = os.environ.get("ZKA_WITHOUT_SUITES", "")
     for shell in filter(shutil.which, SHELLS):
-        succeeded &= prove(shell, directory, options)
+        succeeded &= prove(shell, directory, options, without_suites)
+        without_suites = without_suites or "they have run under another shell"
         if everything() != before:
             print(f"{shell}: made or removed {sorted(everything() ^ before)}")
             succeeded = False

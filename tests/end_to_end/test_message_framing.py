@@ -4,7 +4,7 @@ import os
 import plistlib
 import socket
 
-from support import tool
+from support import sandbox, tool
 from support.case import ToolTestCase
 
 SETTINGS = {"A": {"k": "v"}}
@@ -298,6 +298,7 @@ class RepliesThatCannotBeWritten(ToolTestCase):
         self.assertIn(b"ZKAXMLConnection:sendMessage: ", process.stderr.read())
 
     def test_a_full_device_for_standard_output_is_logged(self):
+        sandbox.require_linux("/dev/full")
         with open("/dev/full", "wb") as full:
             result = tool.run_pipe(tool.encode(tool.request(SETTINGS)), stdout=full)
         self.assertEqual(result.status, 0)

@@ -9,6 +9,8 @@ import os
 import sys
 import unittest
 
+from support import sandbox
+
 
 SKIPPED = 77
 
@@ -21,7 +23,8 @@ def main(directory, arguments):
     if not any(argument.startswith("test_") or argument == "discover" for argument in arguments):
         arguments = ["discover", "--start-directory", directory, "--top-level-directory", directory, *arguments]
     loader = _Loader(os.path.basename(directory), _read(os.environ.get("ZKA_EXCLUSIONS")))
-    result = unittest.main(module=None, argv=["run", *arguments], testLoader=loader, exit=False).result
+    report = _LineRunner() if sandbox.is_in_place() else None
+    result = unittest.main(module=None, argv=["run", *arguments], testLoader=loader, testRunner=report, exit=False).result
     stale = loader.stale()
     for name in stale:
         print(f"The exclusion list names {name}, which does not exist.", file=sys.stderr)
@@ -31,6 +34,50 @@ def main(directory, arguments):
     if stale or not result.wasSuccessful():
         return 1
     return SKIPPED if result.testsRun == len(reasons) else 0
+
+
+class _Lines(unittest.TestResult):
+    """Prints one line a test, as ./prove does for its own checks."""
+
+    def __init__(self):
+        super().__init__()
+        self._left_out = set()
+
+    @staticmethod
+    def _say(outcome, test, detail=""):
+        print(f"{outcome} {test.id()}" + (f": {detail}" if detail else ""), flush=True)
+
+    def addSuccess(self, test):
+        super().addSuccess(test)
+        if test not in self._left_out:
+            self._say("ok", test)
+
+    def addSkip(self, test, reason):
+        super().addSkip(test, reason)
+        whole = getattr(test, "test_case", test)  # a part of a test is left out with the whole
+        if whole not in self._left_out:
+            self._left_out.add(whole)
+            self._say("left out", whole, reason)
+
+    def addFailure(self, test, err):
+        super().addFailure(test, err)
+        self._say("FAILED", test, " ".join(str(err[1]).split())[:300])
+
+    def addError(self, test, err):
+        super().addError(test, err)
+        self._say("FAILED", test, f"{err[0].__name__}: " + " ".join(str(err[1]).split())[:300])
+
+    def addSubTest(self, test, subtest, err):
+        super().addSubTest(test, subtest, err)
+        if err is not None:
+            self._say("FAILED", subtest, " ".join(str(err[1]).split())[:300])
+
+
+class _LineRunner:
+    def run(self, tests):
+        result = _Lines()
+        tests(result)
+        return result
 
 
 def _read(path):

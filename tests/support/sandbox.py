@@ -10,7 +10,10 @@ isolation that it can have:
 - As root where a container refuses namespaces and mounts, a directory: start() changes the root of the tool and of its
   other children to it, and this process stays outside. The directory is removed when this process ends.
 
-In each case the machine's own files stay untouched, and neither directory has to exist on the machine. A Path is named as
+On a Mac there is none of that. There ./prove, which has found the tool's paths free, sets ZKA_IN_PLACE, and the tests use the paths
+in place: they make both directories and remove them again.
+
+Otherwise the machine's own files stay untouched, and neither directory has to exist on the machine. A Path is named as
 the tool knows it and found where it is, so a test need not know which of the three it runs in.
 """
 
@@ -31,9 +34,11 @@ import unittest
 _OTHER_PLACES = ("/var/tmp", "/root")
 _DEVICES = {"null": (1, 3), "zero": (1, 5), "full": (1, 7)}
 
+# The tests' own directory. macOS lets no account write to "/".
+_TESTS = "/private/var/zekara-tests" if sys.platform == "darwin" else "/zekara-tests"
 # What the machine may have of these is never shown in the private root directory, so nothing that is done to
 # them can reach it.
-_OWNED = ("/Library", "/var/zekara", "/zekara-tests")
+_OWNED = ("/Library", "/var/zekara", _TESTS)
 # Directories that every machine has and that hold nothing a test needs: one of them becomes the mount point.
 _MOUNT_POINTS = ("/mnt", "/media", "/srv", "/opt")
 # Holds the mount namespace that was left, on the way into the new one.
@@ -45,6 +50,8 @@ _MS_BIND = 4096
 _MS_REC = 16384
 
 _entered = False
+# The tests own the machine's own paths.
+_in_place = False
 # The directory that holds the private root, as this process sees it; empty where this process is inside itself.
 _root = ""
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -91,8 +98,10 @@ class Path:
 
 CONFIG_DIRECTORY = Path("/Library/Application Support/Zekara")
 RUN_DIRECTORY = Path("/var/zekara/run")
-TOOL_DIRECTORY = Path("/zekara-tests/tool")
-SCRATCH_DIRECTORY = Path("/zekara-tests/scratch")
+TOOL_DIRECTORY = Path(_TESTS + "/tool")
+SCRATCH_DIRECTORY = Path(_TESTS + "/scratch")
+# What the tests make and remove where they are in place; a test gives the first directory the second name.
+_MADE_IN_PLACE = (CONFIG_DIRECTORY, CONFIG_DIRECTORY + ".gone", Path("/var/zekara"), SCRATCH_DIRECTORY)
 
 
 def mount(source, target, kind=None, flags=0, options=None):
@@ -118,18 +127,33 @@ def make_read_only(target):
 
 def in_user_namespace():
     """Returns true if root here is only an unprivileged account under another name."""
+    if not os.path.exists("/proc/self/uid_map"):
+        return False
     with open("/proc/self/uid_map", encoding="ascii") as uid_map:
         return uid_map.read().split() != ["0", "0", "4294967295"]
 
 
 def requires_mounts(test):
     """Skips a test that mounts something, or in which the tool needs /proc, where the root is a directory only."""
+    if _in_place:
+        return unittest.skip("needs a mount in a private root directory")(test)
     return _skipped_outside(test, "needs a mount inside the private root directory, and a container refuses it")
 
 
 def requires_machine(test):
     """Skips a test that runs the machine's programs inside, where the root is a directory that holds the tool only."""
     return _skipped_outside(test, "needs the machine's programs inside the private root directory, which holds the tool only")
+
+
+def require_linux(what):
+    """Skips the running test, which needs `what`, if it runs in place, as on a Mac."""
+    if _in_place:
+        raise unittest.SkipTest(f"needs {what}, which only Linux has")
+
+
+def is_in_place():
+    """Returns true if the tests own the machine's own paths."""
+    return _in_place
 
 
 def is_outside():
@@ -144,6 +168,9 @@ def enter(needed_paths, may_stay_outside=False):
     every program of the private root by start() says that it may stay outside. Raises Unavailable where neither
     namespaces nor, for such a caller, a directory can be had.
     """
+    if os.environ.get("ZKA_IN_PLACE"):
+        _own_the_machines_paths()
+        return
     here = os.readlink("/proc/self/ns/mnt")
     if os.environ.pop(_MARKER, here) == here:
         try:
@@ -243,8 +270,8 @@ def clear():
     if not _entered:
         raise RuntimeError("outside a private root directory these paths are the machine's own")
     os.umask(0o022)
-    for path in (Path("/Library"), Path("/var/zekara"), SCRATCH_DIRECTORY):
-        if not is_outside():
+    for path in _MADE_IN_PLACE if _in_place else (Path("/Library"), Path("/var/zekara"), SCRATCH_DIRECTORY):
+        if not is_outside() and not _in_place:
             _unmount_below(str(path))
         if os.path.islink(path) or os.path.isfile(path):
             os.unlink(path)
@@ -296,6 +323,25 @@ def _change_root(new_root):
     os.chroot(new_root)
     os.chdir(here if os.path.isdir(here) else "/")
     _lay_out()
+
+
+def _own_the_machines_paths():
+    global _in_place
+    if os.geteuid() != 0:
+        raise Unavailable("only root owns the tool's paths")
+    for path in (*_MADE_IN_PLACE, TOOL_DIRECTORY):
+        if os.path.lexists(path):
+            raise Unavailable(f"there is a {path} already")
+    _in_place = True
+    atexit.register(_leave_the_machines_paths, os.getpid())
+    _lay_out()
+
+
+def _leave_the_machines_paths(owner):
+    if os.getpid() == owner:
+        for path in (*_MADE_IN_PLACE, TOOL_DIRECTORY):
+            shutil.rmtree(path, ignore_errors=True)
+        os.rmdir(_TESTS)
 
 
 def _make_directory():

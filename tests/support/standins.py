@@ -11,8 +11,8 @@ FILED_PID_FILE = sandbox.RUN_DIRECTORY + "/FileD.pid"
 UPDATED_PID_FILE = sandbox.RUN_DIRECTORY + "/UpdateD.pid"
 
 _PR_SET_PDEATHSIG = 1
-# Pending signals are taken lowest number first, so this one is seen after all that were sent before it.
-_REPORT = signal.SIGRTMAX
+# Pending signals are taken lowest number first, so the last one is seen after all that were sent before it.
+_REPORT = max(signal.valid_signals())
 _UNBLOCKABLE = {signal.SIGKILL, signal.SIGSTOP}
 
 
@@ -37,7 +37,7 @@ class StandInDaemon:
                 file.write(f"{self.pid}\n")
 
     def stop(self):
-        """Ends the process; returns what it recorded: (signal number, sender's pid, observation) tuples."""
+        """Ends the process; returns what it recorded: (signal number, observation) tuples."""
         if not self._alive:
             return []
         self._alive = False
@@ -70,15 +70,16 @@ def _observation(observe):
 
 def _record_signals(writer, observe):
     try:
-        ctypes.CDLL(None).prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
+        if not sandbox.is_in_place():  # macOS does not have this
+            ctypes.CDLL(None).prctl(_PR_SET_PDEATHSIG, signal.SIGKILL)
         sandbox.go_inside()
         while True:
-            info = signal.sigwaitinfo(signal.valid_signals() - _UNBLOCKABLE)
-            if info.si_signo == _REPORT:
+            number = signal.sigwait(signal.valid_signals() - _UNBLOCKABLE)
+            if number == _REPORT:
                 break
-            if info.si_signo == signal.SIGCHLD:
+            if number == signal.SIGCHLD:
                 continue
-            record = [info.si_signo, info.si_pid, _observation(observe)]
+            record = [number, _observation(observe)]
             os.write(writer, json.dumps(record).encode() + b"\n")
     finally:
         os._exit(0)

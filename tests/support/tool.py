@@ -189,12 +189,14 @@ def wait_until(condition, what, process):
 
 def waits_for_lock(pid):
     """Returns true if the process waits for a file lock."""
+    sandbox.require_linux("/proc/locks")
     with open("/proc/locks", encoding="ascii") as locks:
         return any("->" in line and f" {pid} " in line for line in locks)
 
 
 def state(pid):
     """The letter that the system gives the process's state; None when it has gone."""
+    sandbox.require_linux("/proc")
     try:
         with open(f"/proc/{pid}/stat", encoding="ascii", errors="replace") as file:
             return file.read().rpartition(")")[2].split()[0]
@@ -233,6 +235,7 @@ class BlockChannel:
     """
 
     def __init__(self):
+        sandbox.require_linux("a stream that keeps blocks apart")
         self.ours, self.theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         self.ours.settimeout(PATIENCE)
 

@@ -354,6 +354,7 @@ class ToolsThatFail(FrontEndTestCase):
 
     @requires_real_root
     def test_an_account_whose_processes_may_not_gain_rights_is_told_why_the_file_cannot_be_opened(self):
+        sandbox.require_linux("a process that may not gain rights")
         os.chmod(tool.CONFIG, 0o444)
         result = self.assert_fails(REFUSED, "can't open ini file", "set", "Other", "name=x",
                                    preexec_fn=refuse_new_privileges, **tool.drop_privileges_arguments())

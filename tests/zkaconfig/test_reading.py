@@ -262,6 +262,7 @@ class FilesThatCannotBeRead(FrontEndTestCase):
             self.assert_done("show", "--no-lock")
 
     def test_output_that_cannot_be_written_is_an_error(self):
+        sandbox.require_linux("/dev/full")
         with open("/dev/full", "wb") as full:
             process = tool.start("show", name=PROGRAM, stdout=full)
             result = tool.finish(process)
