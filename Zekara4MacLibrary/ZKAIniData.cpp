@@ -60,13 +60,15 @@ void AppendSections(std::string& text, const Plist& sections) {
 }  // namespace
 
 // Returns the section's dictionary, and adds it first if it is missing. The reference is valid until the tree
-// changes. The remembered index is checked by its name, because the caller may change the tree as well.
+// changes. The remembered index is checked by its name, because the caller may change the tree as well. A
+// section that is not the last one is new as a rule, so it is added before it is searched.
 const Plist& ZKAIniData::sectionToChange(const Plist& name) {
   const std::span<const Plist::Entry> sections = plist_.entries();
   if (lastSection_ < sections.size() && sections[lastSection_].key == name)
     return sections[lastSection_].value;
-  lastSection_ = plist_.placeOfKey(name);
-  if (lastSection_ == sections.size()) plist_.setObject_forKey(Plist::dictionary(), name);
+  lastSection_ = sections.size();
+  Plist section = Plist::dictionary();
+  if (!plist_.setObject_forKeyIfAbsent(section, name).isNil()) lastSection_ = plist_.placeOfKey(name);
   return plist_.entries()[lastSection_].value;
 }
 
