@@ -136,13 +136,13 @@ Plist::Entry& Plist::DictionaryNode::entryByHash(const Plist& key) {
   return entry;
 }
 
-// A file has many small dictionaries, so unused capacity adds up; they grow by up to a half, in steps of four
-// entries. A large dictionary grows twofold, because each growth builds its index anew.
+// Capacities are 8, 12, 16, 32, 64 and so on. A file has many small dictionaries, so what they reserve and do
+// not use adds up, and they grow in small steps.
 void Plist::DictionaryNode::grow() {
   constexpr std::size_t kFirstCapacity = 8;
+  constexpr std::size_t kSmall = 16;
   const std::size_t size = entries.size();
-  const std::size_t more = isIndexed() ? size : size / 2 / 4 * 4;
-  reserve(std::max(kFirstCapacity, size + more));
+  reserve(std::max(kFirstCapacity, size < kSmall ? size + 4 : 2 * size));
 }
 
 // ---- The handle
