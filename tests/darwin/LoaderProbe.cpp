@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <stdexcept>
@@ -158,6 +159,7 @@ int Stack() {
 // --- Threads
 
 std::mutex g_mutex;
+std::condition_variable g_condition;
 long g_count = 0;
 
 // Without the lock, two threads that read, wait and write lose what the other has added.
@@ -176,6 +178,17 @@ int Threads() {
   first.join();
   second.join();
   printf("counted %ld\n", g_count);
+  std::thread third([] {
+    std::unique_lock lock(g_mutex);
+    g_condition.wait(lock, [] { return g_count < 0; });
+    printf("woken\n");
+  });
+  {
+    const std::lock_guard lock(g_mutex);
+    g_count = -1;
+  }
+  g_condition.notify_all();
+  third.join();
   t_set = 1;
   std::thread([] { printf("%d %s\n", t_set, t_last.name_); }).join();
   try {

@@ -62,7 +62,7 @@ class Loader(unittest.TestCase):
         self.assert_prints(["0"], run("stack", preexec_fn=limit))
 
     def test_threads_exclude_each_other_and_have_thread_locals_of_their_own(self):
-        lines = ["counted 20000", "7 a thread-local object", "destroyed a thread-local object", "caught xxxxxx beside 1"]
+        lines = ["counted 20000", "woken", "7 a thread-local object", "destroyed a thread-local object", "caught xxxxxx beside 1"]
         self.assert_prints(lines, run("threads"))
 
     def test_a_value_without_counterpart_ends_the_program(self):

@@ -92,9 +92,33 @@ static int d_pthread_mutex_unlock(struct d_mutex* mutex) {
   return DarwinError(pthread_mutex_unlock(&mutex->own));
 }
 
-// Nothing here waits for a condition, so there is nothing to wake either.
-static int d_pthread_cond_wait(void) {
-  Die("the program waits for a condition");
+// Darwin's condition is a signature and 40 bytes. Linux's is as large as all of that, so it takes the signature's place at the first
+// use.
+struct d_cond {
+  long signature;
+  char others[40];
+};
+static_assert(sizeof(pthread_cond_t) <= sizeof(struct d_cond));
+
+static pthread_cond_t* OwnCondition(struct d_cond* condition) {
+  enum { kSignature = 0x3cb0b1bb };  // as PTHREAD_COND_INITIALIZER has it
+  static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+  pthread_mutex_lock(&lock);
+  if (condition->signature == kSignature) memset(condition, 0, sizeof *condition);
+  pthread_mutex_unlock(&lock);
+  return (pthread_cond_t*)condition;
+}
+
+static int d_pthread_cond_wait(struct d_cond* condition, struct d_mutex* mutex) {
+  return DarwinError(pthread_cond_wait(OwnCondition(condition), &mutex->own));
+}
+
+static int d_pthread_cond_signal(struct d_cond* condition) {
+  return DarwinError(pthread_cond_signal(OwnCondition(condition)));
+}
+
+static int d_pthread_cond_broadcast(struct d_cond* condition) {
+  return DarwinError(pthread_cond_broadcast(OwnCondition(condition)));
 }
 
 // Darwin's is a signature and 8 bytes, which are zero at first, as Linux's is.
@@ -181,7 +205,7 @@ static int d_atexit(void (*function)(void)) {
 const struct StandIn kThreadStandIns[] = {
     OWN(pthread_mutex_lock), OWN(pthread_mutex_unlock), OWN(pthread_mutex_init), OWN(pthread_mutex_trylock),
     OWN(pthread_mutexattr_init), OWN(pthread_mutexattr_settype), {"_pthread_mutexattr_destroy", d_nothing},
-    {"_pthread_mutex_destroy", d_nothing}, {"_pthread_cond_signal", d_nothing}, {"_pthread_cond_broadcast", d_nothing},
+    {"_pthread_mutex_destroy", d_nothing}, OWN(pthread_cond_signal), OWN(pthread_cond_broadcast),
     {"_pthread_cond_destroy", d_nothing}, OWN(pthread_cond_wait), OWN(pthread_join), OWN(pthread_detach),
     OWN(pthread_create), OWN(pthread_once), OWN(pthread_key_create), OWN(pthread_setspecific), OWN(pthread_getspecific),
     OWN(pthread_key_delete), SAME(pthread_self),
