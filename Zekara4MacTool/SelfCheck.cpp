@@ -41,7 +41,8 @@ bool SetModeOfRunningExecutable(const Descriptor& file) {
   const NSFileManager& manager = NSFileManager::defaultManager();
   if (!manager.changePosixPermissions_ofFile(kRequired.posixPermissions, file)) return false;
   struct stat changed = {};
-  if (Examine(file, changed) && changed.st_nlink > 0) return true;
+  const bool hasLostItsName = Examine(file, changed) && changed.st_nlink == 0;
+  if (!hasLostItsName) return true;
   manager.changePosixPermissions_ofFile(kWithdrawnMode, file);
   return false;
 }
