@@ -3,7 +3,9 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "PortableFoundation/Descriptor.h"
@@ -24,9 +26,22 @@ int MillisecondsUntil(NSRunLoop::Clock::time_point limit) {
 
 }  // namespace
 
+// The loop is emptied when its thread ends, but never destroyed: a completion, or a static variable of the
+// program, may own a handle that cancels its read after that.
 NSRunLoop& NSRunLoop::currentRunLoop() noexcept {
-  static thread_local NSRunLoop loop;
-  return loop;
+  alignas(NSRunLoop) static thread_local std::byte memory[sizeof(NSRunLoop)];
+  static thread_local NSRunLoop* const loop = new (memory) NSRunLoop;
+  struct Emptying {
+    ~Emptying() { loop->empty(); }
+  };
+  static thread_local const Emptying emptying;
+  return *loop;
+}
+
+void NSRunLoop::empty() noexcept {
+  while (!reads_.empty()) cancelRead(reads_.back().token);
+  reads_.shrink_to_fit();
+  block_.reset();
 }
 
 // The block may be in use when a completion runs the loop itself; the inner run then allocates one of its
@@ -77,8 +92,13 @@ void NSRunLoop::endRead(ReadToken token) noexcept {
   if (read != reads_.end()) read->descriptor = kEnded;
 }
 
+// What the completion holds is released last, because that may cancel other reads, or this one again: the
+// completion may own the handle that it reads from.
 void NSRunLoop::cancelRead(ReadToken token) noexcept {
-  std::erase_if(reads_, [&](const Read& read) { return read.token == token; });
+  const auto read = std::ranges::find(reads_, token, &Read::token);
+  if (read == reads_.end()) return;
+  const Read cancelled = std::move(*read);
+  reads_.erase(read);
 }
 
 }  // namespace zekara

@@ -67,6 +67,7 @@ class NSRunLoop {
   };
   static constexpr int kEnded = -1;
 
+  void empty() noexcept;
   std::size_t waitForInput(Clock::time_point limit);
   std::size_t indexOfReadyRead(Clock::time_point limit);
 

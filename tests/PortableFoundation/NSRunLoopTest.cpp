@@ -6,6 +6,7 @@
 #include <map>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "PortableFoundation/NSFileHandle.h"
@@ -227,6 +228,33 @@ TEST(NSRunLoop, CompletionMayDestroyItsHandleAndAnotherArmedOne) {
   other.handle->readInBackground([](std::string_view) { ADD_FAILURE() << "its handle is gone"; });
   EXPECT_TRUE(Loop().runBeforeDate());
   EXPECT_FALSE(Loop().runBeforeDate());
+}
+
+// A completion that keeps its own handle alive owns what its read belongs to.
+TEST(NSRunLoop, CancelledReadMayBeTheLastOwnerOfItsHandle) {
+  Input one;
+  Input other;
+  const auto token = one.handle->readInBackground([handle = one.handle](std::string_view) {});
+  const std::weak_ptr<NSFileHandle> handle = std::exchange(one.handle, nullptr);
+  other.put("y");
+  other.arm();
+  Loop().cancelRead(token);
+  EXPECT_TRUE(handle.expired());
+  EXPECT_TRUE(Loop().runBeforeDate());
+  EXPECT_THAT(other.blocks, ElementsAre("y"));
+}
+
+TEST(NSRunLoop, ReadsThatAreArmedWhenTheirThreadEndsAreReleasedWithTheirHandles) {
+  std::weak_ptr<NSFileHandle> handles[2];
+  std::thread([&] {
+    for (std::weak_ptr<NSFileHandle>& handle : handles) {
+      Input input;
+      input.handle->readInBackground([held = input.handle](std::string_view) {});
+      handle = input.handle;
+    }
+  }).join();
+  EXPECT_TRUE(handles[0].expired());
+  EXPECT_TRUE(handles[1].expired());
 }
 
 TEST(NSRunLoop, EndedReadIsCompletedWithAnEmptyBlockAndItsInputIsLeft) {
