@@ -58,7 +58,7 @@ function(darwin_compile processor name source)
   set(macho "${CMAKE_CURRENT_BINARY_DIR}/macho/${processor}/${name}")
   file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/macho/${processor}")
   add_custom_command(OUTPUT "${macho}"
-    COMMAND "${ZEKARA_ZIG}" c++ -target ${target}-macos.13.3 -g0 -O2 -std=c++20 -Wall -Wextra -Werror
+    COMMAND "${ZEKARA_ZIG}" c++ -target ${target}-macos.13.3 -g0 -O2 -Wl,-S -std=c++20 -Wall -Wextra -Werror
             "-I${ZEKARA_ROOT}" "${source}" ${ARGN} -o "${macho}"
     DEPENDS "${source}" ${ARGN})
   darwin_program(${processor} ${name} "${macho}")
