@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 // One system call for each function. By path, the calls follow links and may reach another file each time; by
-// descriptor, they always reach the same one. A failure is not logged here, and errno
-// stays as the system has set it.
+// descriptor, they always reach the same one. A failure is not logged here, and errno stays as the system has
+// set it.
 
 namespace zekara {
 

@@ -17,7 +17,6 @@ namespace zekara {
 // The nodes that handles of Plist point to. Only the source files of Plist include this header; other code
 // knows handles only.
 //
-//
 //   Node                  the count of references, the kind, and the mark of unmodifiable containers
 //     StringNode          the bytes of one long string or of data
 //     TextNode            the text of a SharedText
