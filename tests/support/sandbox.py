@@ -219,7 +219,8 @@ def start(command, executable=None, **options):
 
     `cwd` is a directory of the private root. What preexec_fn does, it does inside, with the rights of `user`.
     """
-    command = [str(argument) for argument in command]
+    # As UTF-8 in every locale. A file's name that the locale could not decode keeps its bytes.
+    command = [str(argument).encode("utf-8", "surrogateescape") for argument in command]
     executable = None if executable is None else str(executable)
     if is_outside():
         options["preexec_fn"] = _entrance(options)
