@@ -30,7 +30,7 @@ int MillisecondsUntil(NSRunLoop::Clock::time_point limit) {
 // program, may own a handle that cancels its read after that.
 NSRunLoop& NSRunLoop::currentRunLoop() noexcept {
   alignas(NSRunLoop) static thread_local std::byte memory[sizeof(NSRunLoop)];
-  static thread_local NSRunLoop* const loop = new (memory) NSRunLoop;
+  static thread_local auto* const loop = new (memory) NSRunLoop;
   struct Emptying {
     ~Emptying() { loop->empty(); }
   };
