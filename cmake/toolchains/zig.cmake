@@ -17,8 +17,9 @@ else()
 endif()
 
 set(CMAKE_CXX_COMPILER "${ZEKARA_ZIG}" c++ -target ${ZEKARA_TARGET})
-set(CMAKE_CXX_FLAGS_INIT -g0)  # where nothing is said, this compiler adds debugging information
-add_link_options(-Wl,-S)  # its C++ library has some, with the path of the compiler's cache, which would be in every program
+# Where nothing is said, this compiler adds debugging information. Its C++ library has some, too: -Wl,-S leaves out of each program what
+# would name the compiler's cache. It stands here because CMake's first link, too, must use the library that is there already.
+set(CMAKE_CXX_FLAGS_INIT "-g0 -Wl,-S")
 # Debian's llvm reads and writes the archives of every target; some of its programs stand in its own directory only.
 file(GLOB ZEKARA_LLVM_DIRECTORIES /usr/lib/llvm-*/bin)
 foreach(tool IN ITEMS ar ranlib nm strip install-name-tool)
