@@ -18,7 +18,7 @@ endif()
 
 set(CMAKE_CXX_COMPILER "${ZEKARA_ZIG}" c++ -target ${ZEKARA_TARGET})
 # Where nothing is said, this compiler adds debugging information. Its C++ library has some, too: -Wl,-S leaves out of each program what
-# would name the compiler's cache. It stands here because CMake's first link, too, must use the library that is there already.
+# would name the compiler's cache. It is one of the compiler's flags, because CMake's first link must use the same library.
 set(CMAKE_CXX_FLAGS_INIT "-g0 -Wl,-S")
 # Debian's llvm reads and writes the archives of every target; some of its programs stand in its own directory only.
 file(GLOB ZEKARA_LLVM_DIRECTORIES /usr/lib/llvm-*/bin)
