@@ -8,7 +8,7 @@
 #include "zkaconfig/Text.h"
 
 // One table has a row for each option, with the function that stores it. The parser walks the words once: a
-// word // is an option, the value that the option before it awaits, or an operand. getopt_long() does not do,
+// word is an option, the value that the option before it awaits, or an operand. getopt_long() does not do,
 // because systems differ in where it accepts options.
 
 namespace zekara {
