@@ -22,8 +22,7 @@ class HeldInstance:
         # The first such call follows when the signals are ignored, and nothing has been examined yet.
         command = root.command("bash", "-c", f'exec -a /proc/self/fd/0 "{TOOL}" pipe', user=ORDINARY)
         self._tracer = subprocess.Popen(
-            ["strace", "-o", "/dev/null", "-e", "trace=setitimer", "-e", "signal=none",
-             "-e", f"inject=setitimer:delay_enter={int(10 * tool.PATIENCE * 1_000_000)}:when=1", *command],
+            [*tracing.hold("setitimer"), *command],
             stdin=program, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, start_new_session=True)
         deadline = time.monotonic() + tool.PATIENCE
         while not self._is_held():
@@ -43,10 +42,13 @@ class HeldInstance:
 
     def _is_held(self):
         process = tracing.traced_process(self._tracer)
-        if process is None or not os.readlink(f"/proc/{process}/exe").endswith(TOOL):
+        try:
+            if process is None or not os.readlink(f"/proc/{process}/exe").endswith(TOOL):
+                return False
+            with open(f"/proc/{process}/status", encoding="ascii") as status:
+                (ignored,) = (int(line.split()[1], 16) for line in status if line.startswith("SigIgn:"))
+        except (FileNotFoundError, ProcessLookupError):  # a passing child of strace's own
             return False
-        with open(f"/proc/{process}/status", encoding="ascii") as status:
-            (ignored,) = (int(line.split()[1], 16) for line in status if line.startswith("SigIgn:"))
         return all(ignored >> (number - 1) & 1 for number in (signal.SIGXFSZ, signal.SIGTTOU))
 
 
@@ -261,10 +263,14 @@ class TheUpgrade(InstallationTest):
     def test_account_that_has_the_tool_open_can_start_it_while_it_is_installed(self):
         self.assertEqual(OpenTool(self.root.path, TOOL).start(), 1)
 
-    def test_account_that_has_the_old_tool_open_cannot_start_it_after_an_upgrade(self):
+    def assert_an_upgrade_withdraws_the_old_tool(self):
+        """Asserts that an account that has the tool open before the upgrade cannot start it afterwards."""
         held = OpenTool(self.root.path, TOOL)
         self.succeed_inside(*self.install_tool())
         self.assertEqual(held.start(), errno.EACCES)
+
+    def test_account_that_has_the_old_tool_open_cannot_start_it_after_an_upgrade(self):
+        self.assert_an_upgrade_withdraws_the_old_tool()
         self.change_setting_as_ordinary_user()
 
     @tracing.requires_strace
@@ -282,17 +288,13 @@ class TheUpgrade(InstallationTest):
 
     def test_old_tool_that_repairs_itself_before_its_name_goes_cannot_be_started_either(self):
         self.show_processes()
-        held = OpenTool(self.root.path, TOOL)
         self.replace_program("rm", 'case "$2" in *.old) chmod 04755 "$2" 2>/dev/null ;; esac; exec real_rm "$@"\n')
-        self.succeed_inside(*self.install_tool())
-        self.assertEqual(held.start(), errno.EACCES)
+        self.assert_an_upgrade_withdraws_the_old_tool()
 
     def test_file_system_that_cannot_change_a_file_without_a_name_does_not_stop_the_upgrade(self):
         self.show_processes()
-        held = OpenTool(self.root.path, TOOL)
         self.replace_program("chmod", 'case "$2" in /dev/fd/*) exit 1 ;; esac; exec real_chmod "$@"\n')
-        self.succeed_inside(*self.install_tool())
-        self.assertEqual(held.start(), errno.EACCES)
+        self.assert_an_upgrade_withdraws_the_old_tool()
         self.assertEqual(sorted(os.listdir(self.at(DIRECTORY))), ["Zekara4MacTool", "zekara32.ini"])
 
     def test_other_names_of_the_old_tool_are_withdrawn_too(self):

@@ -239,13 +239,7 @@ class HeldBack:
     """
 
     def __init__(self, call, path=None, name=tool.TOOL, options=(), **popen):
-        seconds = 10 * tool.PATIENCE
-        watched = [] if path is None else ["-P", path]
-        command = [
-            "strace", "-o", "/dev/null", *watched, "-e", f"trace={call}", "-e", "signal=none",
-            "-e", f"inject={call}:delay_enter={int(seconds * 1_000_000)}:when=1",
-            *caller_command(name, "pipe", options=options),
-        ]  # fmt: skip
+        command = [*tracing.hold(call, path), *caller_command(name, "pipe", options=options)]
         for stream in ("stdin", "stdout", "stderr"):
             popen.setdefault(stream, subprocess.PIPE)
         self._name = name

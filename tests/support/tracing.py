@@ -31,6 +31,15 @@ def start(*arguments, calls, options=(), name=tool.TOOL):
     )
 
 
+def hold(call, path=None):
+    """The beginning of a command line: a tracer that holds the program which follows at its first such call that concerns the path,
+    for far longer than any test waits. The system lets the program go when the tracer is killed."""
+    watched = [] if path is None else ["-P", path]
+    delay = int(10 * tool.PATIENCE * 1_000_000)
+    return ["strace", "-o", "/dev/null", *watched, "-e", f"trace={call}", "-e", "signal=none",
+            "-e", f"inject={call}:delay_enter={delay}:when=1"]  # fmt: skip
+
+
 def traced_process(tracer):
     """The id of the tool that the tracer has started, None while there is none."""
     with open(f"/proc/{tracer.pid}/task/{tracer.pid}/children", encoding="ascii") as file:
