@@ -14,6 +14,7 @@
 #include <sys/syscall.h>
 #endif
 
+#include <algorithm>
 #include <limits>
 #include <span>
 #include <utility>
@@ -140,6 +141,17 @@ void OpenStandardDescriptors() noexcept {
 std::uint64_t FileSizeLimit() noexcept {
   rlimit limit = {};
   return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? limit.rlim_cur : std::numeric_limits<std::uint64_t>::max();
+}
+
+std::uint64_t CpuTimeLeft() noexcept {
+  rlimit limit = {};
+  rusage used = {};
+  if (getrlimit(RLIMIT_CPU, &limit) != 0 || limit.rlim_max == RLIM_INFINITY ||
+      getrusage(RUSAGE_SELF, &used) != 0) {
+    return std::numeric_limits<std::uint64_t>::max();
+  }
+  const auto spent = static_cast<rlim_t>(used.ru_utime.tv_sec + used.ru_stime.tv_sec + 2);
+  return limit.rlim_max - std::min(limit.rlim_max, spent);
 }
 
 // The C library on Linux keeps the signals 32 and 33 for itself and never blocks them; only root can send

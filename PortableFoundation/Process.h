@@ -29,6 +29,10 @@ Descriptor OpenRunningExecutableNamed(const char* path) noexcept;
 // Returns the largest size in bytes to which this process may extend a file.
 std::uint64_t FileSizeLimit() noexcept;
 
+// Returns the seconds of CPU time that this process may still use before the system kills it, rounded down by
+// two at most. The largest value means that there is no limit.
+std::uint64_t CpuTimeLeft() noexcept;
+
 // While this object exists, every signal that can be blocked is blocked for the calling thread. The
 // destructor restores the mask that it found; signals that have arrived in between take effect then. Objects
 // may be nested.

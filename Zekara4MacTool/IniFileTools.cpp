@@ -1,5 +1,6 @@
 #include "Zekara4MacTool/IniFileTools.h"
 
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -11,14 +12,17 @@
 #include "Zekara4MacLibrary/ZKAIniParser.h"
 
 // The change is one locked read-modify-write. Everything that can fail without the document being at fault,
-// such as memory for the new text or the limit on file sizes, fails before the file is truncated. Between
+// such as memory for the new text or a limit of the caller's, fails before the file is truncated. Between
 // truncating and writing no other system call is made.
 
 namespace zekara {
 namespace {
 
-// Makes the new text while the file is whole: if memory runs out, or if the text is larger than a file may
-// be, the file stays as it was.
+// More CPU time than truncating and writing a file of gigabytes takes.
+constexpr std::uint64_t kSecondsToWrite = 5;
+
+// Makes the new text while the file is whole: if memory runs out, if the text is larger than a file may be,
+// or if the system could kill the process before the text is written, the file stays as it was.
 std::string NewText(const ZKAIniData& ini, NSFileHandle& file) {
   std::string text;
   try {
@@ -30,6 +34,9 @@ std::string NewText(const ZKAIniData& ini, NSFileHandle& file) {
   }
   if (text.size() > FileSizeLimit()) {
     throw NSException(NSFileHandleOperationException, "the new text is larger than files may be");
+  }
+  if (CpuTimeLeft() < kSecondsToWrite) {
+    throw NSException(NSFileHandleOperationException, "too little CPU time is left to write the new text");
   }
   return text;
 }

@@ -93,6 +93,7 @@ static ssize_t patch_file(const char* added) {
   if (ALL_CALLS) {
     if (read(file, text + size, 1) < 0) return -1;
     ask_limit(RLIMIT_FSIZE);
+    ask_limit(RLIMIT_CPU);
   }
   if (added != NULL) size = stpcpy(stpcpy(text + size, added), "\n") - text;
   lseek(file, 0, SEEK_SET);

@@ -77,6 +77,23 @@ TEST(Process, FileSizeLimitIsTheSoftOne) {
   });
 }
 
+TEST(Process, CpuTimeLeftIsWhatTheHardLimitLeaves) {
+  RunInChild([] {
+    const rlimit limit = {.rlim_cur = 1000, .rlim_max = 5000};
+    ASSERT_EQ(setrlimit(RLIMIT_CPU, &limit), 0);
+    EXPECT_LT(CpuTimeLeft(), 5000U);
+    EXPECT_GT(CpuTimeLeft(), 4000U);
+  });
+}
+
+TEST(Process, CpuTimeLeftIsNoneIfTheLimitMayBeReachedAtAnyMoment) {
+  RunInChild([] {
+    const rlimit limit = {.rlim_cur = 1, .rlim_max = 1};
+    ASSERT_EQ(setrlimit(RLIMIT_CPU, &limit), 0);
+    EXPECT_EQ(CpuTimeLeft(), 0U);
+  });
+}
+
 sigset_t BlockedSignals() {
   sigset_t blocked;
   sigemptyset(&blocked);

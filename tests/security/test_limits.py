@@ -127,6 +127,14 @@ class Limits(ToolTestCase):
         self.assert_succeeds(result)
         self.assert_config(NEW)
 
+    def test_a_cpu_limit_that_cannot_be_raised_and_could_end_the_writing_is_told_before_the_file_is_cut(self):
+        for value, error in ((3, "too little CPU time is left to write the new text"), (1000, None)):
+            with self.subTest(value=value):
+                tool.write_config(OLD)
+                result = self.run_limited(resource.RLIMIT_CPU, value, value, hostile.become_without_resource_rights)
+                self.assertEqual((result.status, result.error), (0, error))
+                self.assert_config(NEW if error is None else OLD)
+
     def test_a_log_beyond_the_file_size_limit_costs_the_log_only(self):
         log = sandbox.SCRATCH_DIRECTORY + "/log"
         with open(log, "wb") as file:
