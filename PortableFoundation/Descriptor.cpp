@@ -52,7 +52,7 @@ Descriptor OpenRegularFile(const char* path) noexcept {
   struct stat named = {};
 #ifdef O_PATH
   const Descriptor reference = OpenAt(AT_FDCWD, path, O_PATH);
-  if (!reference.isOpen() || !Examine(reference, named) || !S_ISREG(named.st_mode)) return Descriptor();
+  if (!Examine(reference, named) || !S_ISREG(named.st_mode)) return Descriptor();
   char link[32];
   std::snprintf(link, sizeof link, "/proc/self/fd/%d", reference.get());
   Descriptor file = OpenAt(AT_FDCWD, link, O_RDONLY | O_NONBLOCK);
@@ -62,7 +62,7 @@ Descriptor OpenRegularFile(const char* path) noexcept {
   Descriptor file = OpenAt(AT_FDCWD, path, O_RDONLY | O_NONBLOCK);
 #endif
   struct stat opened = {};
-  const bool isNamed = file.isOpen() && Examine(file, opened) && IsSameFile(named, opened);
+  const bool isNamed = Examine(file, opened) && IsSameFile(named, opened);
   return isNamed && S_ISREG(opened.st_mode) ? std::move(file) : Descriptor();
 }
 
@@ -73,7 +73,7 @@ Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Descriptor file = OpenAndLock(path, mode);
     struct stat opened = {};
-    if (!file.isOpen() || !Examine(file, opened) || !S_ISREG(opened.st_mode)) break;
+    if (!Examine(file, opened) || !S_ISREG(opened.st_mode)) break;
     struct stat named = {};
     if (Examine(path, named) && IsSameFile(named, opened)) return file;
   }
@@ -81,7 +81,7 @@ Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept {
 }
 
 bool Examine(const Descriptor& file, struct stat& attributes) noexcept {
-  return RetryOnInterrupt([&] { return fstat(file.get(), &attributes); }) == 0;
+  return file.isOpen() && RetryOnInterrupt([&] { return fstat(file.get(), &attributes); }) == 0;
 }
 
 bool Examine(const char* path, struct stat& attributes) noexcept {

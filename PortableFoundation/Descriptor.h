@@ -66,6 +66,8 @@ Descriptor OpenRegularFile(const char* path) noexcept;
 Descriptor OpenLockedFile(const char* path, mode_t mode) noexcept;
 
 // Calls fstat(), or stat(), which follows links. Returns true if that succeeds and `attributes` is filled in.
+// For a Descriptor that holds none, returns false and leaves errno alone: the failure that it comes from set
+// it.
 bool Examine(const Descriptor& file, struct stat& attributes) noexcept;
 bool Examine(const char* path, struct stat& attributes) noexcept;
 

@@ -56,7 +56,7 @@ Descriptor OpenRunningExecutable() noexcept {
   Descriptor file = OpenAt(AT_FDCWD, region.prp_vip.vip_path, O_RDONLY | O_NONBLOCK);
   const vinfo_stat& mapped = region.prp_vip.vip_vi.vi_stat;
   struct stat opened = {};
-  const bool isMapped = file.isOpen() && Examine(file, opened) && opened.st_ino == mapped.vst_ino &&
+  const bool isMapped = Examine(file, opened) && opened.st_ino == mapped.vst_ino &&
                         static_cast<std::uint32_t>(opened.st_dev) == mapped.vst_dev;
   return isMapped ? std::move(file) : Descriptor();
 }
@@ -123,8 +123,8 @@ Descriptor OpenRunningExecutableNamed(const char* path) noexcept {
   Descriptor running = OpenRunningExecutable();
   struct stat named = {};
   struct stat opened = {};
-  const bool isSame = running.isOpen() && Examine(running, opened) && !IsWithdrawn(opened) &&
-                      Examine(path, named) && IsSameFile(named, opened);
+  const bool isSame =
+      Examine(running, opened) && !IsWithdrawn(opened) && Examine(path, named) && IsSameFile(named, opened);
   return isSame ? std::move(running) : Descriptor();
 }
 

@@ -217,7 +217,9 @@ TEST(Examine, TellsOfTheFileOrFails) {
   ASSERT_TRUE(Examine((directory / "file").c_str(), attributes));
   EXPECT_EQ(attributes.st_size, 4);
   EXPECT_FALSE(Examine((directory / "missing").c_str(), attributes));
+  errno = ENOENT;
   EXPECT_FALSE(Examine(Descriptor(), attributes));
+  EXPECT_EQ(errno, ENOENT) << "the error of the failed open";
 }
 
 TEST(ReadSome, EndOfInputIsZeroAndFailureIsMinusOne) {
