@@ -2,10 +2,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -24,59 +23,45 @@ struct DirectoryCloser {
   void operator()(DIR* stream) const noexcept { closedir(stream); }
 };
 
-// Returns the names in an open directory, without "." and "..", or nothing if it cannot be read.
-std::optional<std::vector<std::string>> NamesIn(int directory) {
-  Descriptor own = OpenAt(directory, ".", kDirectoryFlags);
+// Reads the names in an open directory, without "." and "..". Returns false if it cannot be read. All names
+// are read at once, because entries that are removed or created while a directory is being read may be
+// skipped or seen twice.
+bool ReadNames(const Descriptor& directory, std::vector<std::string>& names) {
+  Descriptor own = OpenAt(directory.get(), ".", kDirectoryFlags);
   const std::unique_ptr<DIR, DirectoryCloser> stream(own.isOpen() ? fdopendir(own.get()) : nullptr);
-  if (!stream) return {};
+  if (!stream) return false;
   static_cast<void>(own.release());  // closedir() closes it
-  std::vector<std::string> names;
   while (const dirent* entry = readdir(stream.get())) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") names.emplace_back(name);
   }
-  return names;
+  return true;
 }
 
 }  // namespace
 
+// The directory is entered like every other, from the working directory.
 NSDirectoryEnumerator NSDirectoryEnumerator::enumeratorAtPath(const std::string& path) {
   NSDirectoryEnumerator enumerator;
-  enumerator.current_ = OpenAt(AT_FDCWD, path.c_str(), kDirectoryFlags);
-  if (auto level = enumerator.readLevel(enumerator.current_)) {
-    enumerator.levels_.push_back(std::move(*level));
-  }
+  enumerator.current_ = Descriptor(AT_FDCWD);
+  enumerator.descend(path);
   return enumerator;
 }
 
-// All names of a directory are read at once, because entries that are removed or created while a directory is
-// being read may be skipped or seen twice.
-std::optional<NSDirectoryEnumerator::Level> NSDirectoryEnumerator::readLevel(
-    const Descriptor& directory) const {
-  struct stat attributes = {};
-  if (!directory.isOpen() || !Examine(directory, attributes)) return {};
-  auto names = NamesIn(directory.get());
-  if (!names) return {};
-  return Level{attributes.st_dev, attributes.st_ino, std::move(*names)};
-}
-
-bool NSDirectoryEnumerator::descend(const char* name) {
-  Descriptor child = OpenAt(current_.get(), name, kDirectoryFlags);
-  auto level = readLevel(child);
-  if (!level) return false;
-  path_.emplace_back(name);
-  levels_.push_back(std::move(*level));
+bool NSDirectoryEnumerator::descend(const std::string& name) {
+  Level level = {.name = name};
+  Descriptor child = OpenAt(current_.get(), name.c_str(), kDirectoryFlags);
+  if (!Examine(child, level.attributes) || !ReadNames(child, level.names)) return false;
+  levels_.push_back(std::move(level));
   current_ = std::move(child);
   return true;
 }
 
 bool NSDirectoryEnumerator::ascend() {
   levels_.pop_back();
-  path_.pop_back();
   Descriptor parent = OpenAt(current_.get(), "..", kDirectoryFlags);
   struct stat attributes = {};
-  if (!parent.isOpen() || !Examine(parent, attributes) || attributes.st_dev != levels_.back().device ||
-      attributes.st_ino != levels_.back().inode) {
+  if (!Examine(parent, attributes) || !IsSameFile(attributes, levels_.back().attributes)) {
     levels_.clear();
     return false;
   }
@@ -84,24 +69,18 @@ bool NSDirectoryEnumerator::ascend() {
   return true;
 }
 
-// The top directory stays, even if it has no names left, because the walk ends there.
-void NSDirectoryEnumerator::leaveFinishedDirectories() {
-  while (levels_.size() > 1 && levels_.back().names.empty()) {
-    if (!ascend()) return;
-  }
-}
-
 // The entry that was returned last is entered only now, because the caller may have removed or skipped it.
+// The top directory stays, even if it has no names left, because the walk ends there.
 std::optional<std::string> NSDirectoryEnumerator::nextObject() {
   if (levels_.empty()) return {};
-  if (!last_.empty()) descend(std::exchange(last_, {}).c_str());
-  leaveFinishedDirectories();
+  if (!last_.empty()) descend(std::exchange(last_, {}));
+  while (levels_.size() > 1 && levels_.back().names.empty()) ascend();
   if (levels_.size() <= emptiedLevels_) emptiedLevels_ = kNoneEmptied;
   if (levels_.empty() || levels_.back().names.empty()) return {};
   last_ = std::move(levels_.back().names.back());
   levels_.back().names.pop_back();
   std::string relative;
-  for (const std::string& name : path_) relative.append(name).append("/");
+  for (std::size_t i = 1; i < levels_.size(); ++i) relative.append(levels_[i].name).append("/");
   return relative + last_;
 }
 
@@ -113,32 +92,31 @@ void NSDirectoryEnumerator::skipDescendants() noexcept {
 // itself; otherwise every level would empty all levels below it again.
 bool NSDirectoryEnumerator::removeLastObject() {
   if (last_.empty()) return false;
-  const std::size_t level = levels_.size();
-  const bool isEmptied = level > emptiedLevels_;
-  if (isEmptied ? unlinkEntry(last_) : removeEntry(last_)) {
+  const bool isGone = levels_.size() > emptiedLevels_ ? unlinkEntry(last_) : removeEntry(last_);
+  if (isGone) {
     last_.clear();
-    return true;
+  } else {
+    emptiedLevels_ = std::min(emptiedLevels_, levels_.size());
   }
-  if (!isEmptied) emptiedLevels_ = level;
-  return false;
+  return isGone;
 }
 
 // Empties a directory from the bottom up. An entry that cannot be removed is left, and so are the directories
 // that lead to it.
 bool NSDirectoryEnumerator::removeEntry(const std::string& name) {
   const std::size_t base = levels_.size();
-  if (!descend(name.c_str())) return unlinkEntry(name);
+  if (!descend(name)) return unlinkEntry(name);
   bool isGone = false;
   while (levels_.size() > base) {
     std::vector<std::string>& names = levels_.back().names;
     if (names.empty()) {
-      const std::string finished = path_.back();
+      const std::string finished = levels_.back().name;
       if (!ascend()) return false;
       isGone = unlinkat(current_.get(), finished.c_str(), AT_REMOVEDIR) == 0;
     } else {
       const std::string entry = std::move(names.back());
       names.pop_back();
-      if (!descend(entry.c_str())) unlinkEntry(entry);
+      if (!descend(entry)) unlinkEntry(entry);
     }
   }
   return isGone;

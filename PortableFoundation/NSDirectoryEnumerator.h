@@ -1,6 +1,6 @@
 #pragma once
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
 #include <cstddef>
 #include <limits>
@@ -47,27 +47,24 @@ class NSDirectoryEnumerator {
  private:
   // One directory on the way down. Names are taken from the back of `names`.
   struct Level {
-    dev_t device;
-    ino_t inode;
-    std::vector<std::string> names;
+    std::string name;  // of the directory itself, in its parent
+    struct stat attributes = {};
+    std::vector<std::string> names = {};
   };
 
   // Enters the directory `name` in the current one. Returns false, with nothing changed, if it is not a
   // readable directory.
-  bool descend(const char* name);
+  bool descend(const std::string& name);
   // Returns to the parent of the current directory. If that is not the directory it came from, ends the walk
   // and returns false.
   bool ascend();
-  void leaveFinishedDirectories();
-  std::optional<Level> readLevel(const Descriptor& directory) const;
   bool removeEntry(const std::string& name);
   bool unlinkEntry(const std::string& name);
 
   static constexpr std::size_t kNoneEmptied = std::numeric_limits<std::size_t>::max();
   Descriptor current_;
-  std::vector<Level> levels_;
-  std::vector<std::string> path_;  // the names that lead to the current directory
-  std::string last_;               // the name returned last, not yet entered; empty for none
+  std::vector<Level> levels_;  // empty before the walk and after its end
+  std::string last_;           // the name returned last, not yet entered; empty for none
   // Entries deeper than this many levels are in a directory whose removal has failed.
   std::size_t emptiedLevels_ = kNoneEmptied;
 };
