@@ -29,20 +29,18 @@ void StopTimers() noexcept {
 
 constexpr rlim_t kStackSize = rlim_t{8} << 20;
 
-// Raises the soft limit of a resource from what was `found` to `wanted`, and the hard limit with it if that
-// is allowed. Returns true if the soft limit is known to be as high now. RLIM_INFINITY is the highest value.
-// macOS refuses to change the stack limit of a program whose linker has fixed the size of its stack.
-bool RaiseLimit(int resource, const rlimit& found, rlim_t wanted) noexcept {
-  if (found.rlim_cur >= wanted) return true;
-  const rlimit raised = {.rlim_cur = wanted, .rlim_max = std::max(found.rlim_max, wanted)};
-  if (setrlimit(resource, &raised) == 0) return true;
-  const rlimit highest = {.rlim_cur = std::min(found.rlim_max, wanted), .rlim_max = found.rlim_max};
-  return setrlimit(resource, &highest) == 0 && highest.rlim_cur >= wanted;
-}
-
-bool RaiseLimit(int resource, rlim_t wanted) noexcept {
+// Raises the soft limit of a resource to `wanted`, and the hard limit with it; if that is not allowed, raises
+// the soft limit to the hard one. Returns the limit that it found, or nothing if the system will not read it.
+// RLIM_INFINITY is the highest value. macOS refuses to change the stack limit of a program whose linker has
+// fixed the size of its stack.
+std::optional<rlimit> RaiseLimit(int resource, rlim_t wanted) noexcept {
   rlimit found = {};
-  return getrlimit(resource, &found) == 0 && RaiseLimit(resource, found, wanted);
+  if (getrlimit(resource, &found) != 0) return {};
+  if (found.rlim_cur >= wanted) return found;
+  const rlimit raised = {.rlim_cur = wanted, .rlim_max = std::max(found.rlim_max, wanted)};
+  const rlimit highest = {.rlim_cur = std::min(found.rlim_max, wanted), .rlim_max = found.rlim_max};
+  if (setrlimit(resource, &raised) != 0) setrlimit(resource, &highest);
+  return found;
 }
 
 // Touches all the stack that the program can need (256 KiB), so that too small a stack ends the process here
@@ -79,16 +77,15 @@ void PrepareProcess() noexcept {
 }
 
 RaisedLimit::RaisedLimit(int resource) noexcept
-    : resource_(resource), isKnown_(getrlimit(resource, &found_) == 0) {
-  if (isKnown_) RaiseLimit(resource, found_, RLIM_INFINITY);
-}
+    : resource_(resource), found_(RaiseLimit(resource, RLIM_INFINITY)) {}
 
 RaisedLimit::~RaisedLimit() {
-  if (isKnown_ && wasLimited()) setrlimit(resource_, &found_);
+  if (found_ && wasLimited()) setrlimit(resource_, &*found_);
 }
 
 Transaction::Transaction() noexcept : addressSpace_(RLIMIT_AS), data_(RLIMIT_DATA) {
-  const bool hasStack = RaiseLimit(RLIMIT_STACK, kStackSize);
+  const auto stack = RaiseLimit(RLIMIT_STACK, kStackSize);
+  const bool hasStack = stack && stack->rlim_cur >= kStackSize;
   if (addressSpace_.wasLimited() || data_.wasLimited() || !hasStack) ProveStack();
 }
 

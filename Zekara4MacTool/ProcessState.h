@@ -27,12 +27,11 @@ class RaisedLimit {
   RaisedLimit& operator=(const RaisedLimit&) = delete;
 
   // Returns true if the resource was limited before, and so is limited again afterwards.
-  bool wasLimited() const noexcept { return !isKnown_ || found_.rlim_cur != RLIM_INFINITY; }
+  bool wasLimited() const noexcept { return !found_ || found_->rlim_cur != RLIM_INFINITY; }
 
  private:
   int resource_;
-  rlimit found_ = {};  // meaningful if `isKnown_`
-  bool isKnown_;
+  std::optional<rlimit> found_;  // nothing if the system does not read the limit
 };
 
 // Scope of one configuration change and of the signals that announce it. Only root can stop, kill or starve
@@ -43,12 +42,11 @@ class RaisedLimit {
 //   const ZKAChangedSections changed = PatchIniFile(path, patch, transaction);
 //   // ... signal the daemons ...
 //
-// Making one cannot fail. If the caller has made the stack too small, the process ends here.
+// Making one cannot fail, and it cannot be copied or moved. If the caller has made the stack too small, the
+// process ends here.
 class Transaction {
  public:
   Transaction() noexcept;
-  Transaction(const Transaction&) = delete;
-  Transaction& operator=(const Transaction&) = delete;
 
   // Blocks every signal until the transaction ends; a second call does nothing more. Called when the lock on
   // the configuration file is granted: until then the process may wait for long, and its caller may interrupt
