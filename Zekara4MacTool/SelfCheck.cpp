@@ -1,7 +1,6 @@
 #include "Zekara4MacTool/SelfCheck.h"
 
 #include <optional>
-#include <utility>
 
 #include "PortableFoundation/Descriptor.h"
 #include "PortableFoundation/NSError.h"
@@ -28,10 +27,6 @@ Plist Details(const std::optional<NSFileAttributes>& found) {
   Plist details = OwnerDetails(found->ownerAccountID, found->groupOwnerAccountID);
   details.setObject_forKey(found->posixPermissions, "NSFilePosixPermissions");
   return details;
-}
-
-[[noreturn]] void ThrowSelfCheckError(Plist userInfo) {
-  throw NSError("xx", 123, std::move(userInfo));
 }
 
 // Sets the mode of the running executable. An installer removes the name of a file that it withdraws and then
@@ -76,19 +71,16 @@ bool SelfCheck(const std::string& path) {
     NSLog("Self-check passed");
     return true;
   }
-  switch (RepairAttributes(path)) {
-    case RepairResult::kOwnerFailed:
-      NSLog("Can't change owner on %s", path.c_str());
-      ThrowSelfCheckError(OwnerDetails(0, 0));
-    case RepairResult::kModeFailed:
-      NSLog("Can't change attributes on %s", path.c_str());
-      // Deliberate: the attributes found before the repair, not the ones asked for as in the case above.
-      ThrowSelfCheckError(Details(found));
-    case RepairResult::kComplete:
-      break;
+  const RepairResult result = RepairAttributes(path);
+  if (result == RepairResult::kComplete) {
+    NSLog("Self-reparing complete");
+    return true;
   }
-  NSLog("Self-reparing complete");
-  return true;
+  const bool isOwner = result == RepairResult::kOwnerFailed;
+  NSLog(isOwner ? "Can't change owner on %s" : "Can't change attributes on %s", path.c_str());
+  // Deliberate: the attributes that were asked for in one case, and those found before the repair in the
+  // other.
+  throw NSError("xx", 123, isOwner ? OwnerDetails(0, 0) : Details(found));
 }
 
 }  // namespace zekara
