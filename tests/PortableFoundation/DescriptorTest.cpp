@@ -77,13 +77,9 @@ TEST(OpenAt, FailureLeavesErrnoAndNoDescriptor) {
 TEST(OpenAt, InterruptedOpeningStartsAgain) {
   const TemporaryDirectory directory;
   ASSERT_EQ(mkfifo((directory / "fifo").c_str(), 0600), 0);
-  AllowInterruption();
-  const pid_t child = StartChild([&] {
-    const bool isOpen = OpenAt(AT_FDCWD, (directory / "fifo").c_str(), O_RDONLY).isOpen();
-    return isOpen && HasBeenInterrupted() ? 0 : 1;
-  });
-  Interrupt(child);
-  const Descriptor writer(open((directory / "fifo").c_str(), O_WRONLY | O_CLOEXEC));
+  const pid_t child = StartInterruptedChild(
+      [&] { return OpenAt(AT_FDCWD, (directory / "fifo").c_str(), O_RDONLY).isOpen() ? 0 : 1; });
+  const Descriptor writer(open((directory / "fifo").c_str(), O_RDWR | O_CLOEXEC));  // which never blocks
   EXPECT_EQ(WaitForChild(child), 0);
 }
 
@@ -119,15 +115,11 @@ TEST(OpenLockedFile, HeldLockIsWaitedForThroughInterruptions) {
     WriteFile(directory / "file", "");
     Descriptor holder(open((directory / "file").c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(flock(holder.get(), kind), 0);
-    const int holderNumber = holder.get();
-    AllowInterruption();
-    const pid_t child = StartChild([&] {
-      close(holderNumber);
+    const pid_t child = StartInterruptedChild([&] {
+      close(holder.get());
       const Descriptor file = OpenLockedFile((directory / "file").c_str(), 0444);
-      if (!file.isOpen() || !HasBeenInterrupted()) return 1;
-      return ReadToEnd(file.get()) == "released" ? 0 : 2;
+      return ReadToEnd(file.get()) == "released" ? 0 : 1;
     });
-    Interrupt(child);
     WriteFile(directory / "file", "released");
     flock(holder.get(), LOCK_UN);
     EXPECT_EQ(WaitForChild(child), 0);
@@ -236,13 +228,10 @@ class Blocking : public testing::TestWithParam<int> {};
 TEST_P(Blocking, ReadWaitsThroughInterruptions) {
   Pipe pipe;
   fcntl(pipe.output.get(), F_SETFL, GetParam());
-  AllowInterruption();
-  const pid_t child = StartChild([&] {
+  const pid_t child = StartInterruptedChild([&] {
     char block[8] = {};
-    const bool isRead = ReadSome(pipe.output.get(), block, sizeof block) == 1 && block[0] == 'x';
-    return isRead && HasBeenInterrupted() ? 0 : 1;
+    return ReadSome(pipe.output.get(), block, sizeof block) == 1 && block[0] == 'x' ? 0 : 1;
   });
-  Interrupt(child);
   ASSERT_EQ(write(pipe.input.get(), "x", 1), 1);
   EXPECT_EQ(WaitForChild(child), 0);
 }
@@ -252,11 +241,9 @@ TEST_P(Blocking, WriteIsWholeThroughFullPipesAndInterruptions) {
   fcntl(pipe.input.get(), F_SETFL, GetParam());
   std::string bytes(700'001, '\0');
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7 + i / 253);
-  AllowInterruption();
-  const pid_t child = StartChild([&] {
+  const pid_t child = StartInterruptedChild([&] {
     pipe.output.reset();
-    const bool isWritten = WriteAll(pipe.input.get(), bytes) == 0;
-    return isWritten && HasBeenInterrupted() ? 0 : 1;
+    return WriteAll(pipe.input.get(), bytes);
   });
   pipe.input.reset();
   std::string received;

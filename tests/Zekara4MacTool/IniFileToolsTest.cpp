@@ -431,13 +431,10 @@ class PatchIniFileLock : public PatchIniFileFault, public testing::WithParamInte
 
 TEST_P(PatchIniFileLock, LockOfAnotherProcessIsWaitedForThroughInterruptions) {
   LockHolder holder(path_, GetParam());
-  AllowInterruption();
-  const pid_t patcher = StartChild([&] {
+  const pid_t patcher = StartInterruptedChild([&] {
     close(holder.endDescriptor());
-    const std::string raised = failure(Patch("A", "b", 2));
-    return raised.empty() && HasBeenInterrupted() ? 0 : 1;
+    return failure(Patch("A", "b", 2)).empty() ? 0 : 1;
   });
-  Interrupt(patcher);
   EXPECT_EQ(text(), kOld);
   WriteFile(path_, "[A]\nb = 1\nc = added\n");
   holder.release();

@@ -1,5 +1,7 @@
+#include <climits>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "tests/support/Faults.h"
 
@@ -7,28 +9,24 @@ namespace zekara::test {
 namespace {
 
 long g_live = 0;
-long g_remaining = 0;  // allocations to the failing one; 0 is none
-bool g_fails_forever = false;
-bool g_has_failed = false;
+long g_count = 0;  // of allocations since FailAllocation()
+long g_first_failing = LONG_MAX;
+long g_last_failing = LONG_MAX;
 
 bool IsToFail() noexcept {
-  if (g_remaining == 0 || --g_remaining > 0) return false;
-  if (g_fails_forever) g_remaining = 1;
-  g_has_failed = true;
-  return true;
+  return ++g_count >= g_first_failing && g_count <= g_last_failing;
 }
 
 }  // namespace
 
 void FailAllocation(long number, bool forever) noexcept {
-  g_remaining = number;
-  g_fails_forever = forever;
-  g_has_failed = false;
+  g_count = 0;
+  g_first_failing = number;
+  g_last_failing = forever ? LONG_MAX : number;
 }
 
 bool StopFailingAllocations() noexcept {
-  g_remaining = 0;
-  return g_has_failed;
+  return g_count >= std::exchange(g_first_failing, LONG_MAX);
 }
 
 long CountLiveBlocks() noexcept {
@@ -56,20 +54,8 @@ void operator delete(void* block, std::size_t) noexcept {
   operator delete(block);
 }
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  try {
-    return operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
 void* operator new[](std::size_t size) {
   return operator new(size);
-}
-
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return operator new(size, std::nothrow);
 }
 
 void operator delete[](void* block) noexcept {

@@ -4,9 +4,9 @@
 
 #ifdef __linux__
 #include <sys/syscall.h>
+#endif
 
 #include <initializer_list>
-#endif
 
 namespace zekara::test {
 
@@ -19,11 +19,9 @@ bool StopFailingAllocations() noexcept;
 // Returns how many blocks are allocated now.
 long CountLiveBlocks() noexcept;
 
-#ifdef __linux__
-// Makes system calls, given by their numbers (SYS_...), fail with `error` in this process and its children
-// from now on, except for the three standard descriptors (0 to 2 as the first argument). Returns false if the
-// kernel refuses the filter.
+// Makes system calls, given by their numbers (SYS_...), fail with the errno `error` in this process and its
+// children from now on, except for the three standard descriptors (0 to 2 as the first argument). Returns
+// false if the kernel refuses the filter. Linux only.
 bool MakeSystemCallsFail(std::initializer_list<int> calls, int error);
-#endif
 
 }  // namespace zekara::test

@@ -1,31 +1,21 @@
 #include "tests/support/Files.h"
 
 #include <cerrno>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <memory>
 #include <sstream>
 #include <system_error>
 
 namespace zekara::test {
-namespace {
-
-// For what no test can go on without.
-void Require(bool holds, const char* what) {
-  if (holds) return;
-  std::perror(what);
-  std::abort();
-}
-
-}  // namespace
 
 TemporaryDirectory::TemporaryDirectory() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base != nullptr ? base : "/tmp") + "/zekara-test-XXXXXX";
-  Require(mkdtemp(pattern.data()) != nullptr, pattern.c_str());
+  std::string pattern = std::filesystem::temp_directory_path() / "zekara-test-XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) throw std::system_error(errno, std::generic_category(), pattern);
   path_ = std::filesystem::canonical(pattern).string();
 }
 
@@ -58,7 +48,7 @@ mode_t ModeOf(const std::string& path) {
 
 Pipe::Pipe() {
   int ends[2] = {-1, -1};
-  Require(pipe(ends) == 0, "pipe");
+  if (pipe(ends) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
   for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
   output.reset(ends[0]);
   input.reset(ends[1]);
@@ -82,21 +72,20 @@ int CountOpenDescriptors() {
   return count;
 }
 
-CapturedLog::CapturedLog() : file_(std::tmpfile()), standardError_(dup(STDERR_FILENO)) {
-  Require(file_ != nullptr && standardError_.isOpen(), "capturing standard error");
-  std::fflush(stderr);
-  Require(dup2(fileno(file_), STDERR_FILENO) >= 0, "capturing standard error");
+CapturedLog::CapturedLog() : standardError_(dup(STDERR_FILENO)) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), std::fclose);
+  if (!standardError_.isOpen() || file == nullptr || dup2(fileno(file.get()), STDERR_FILENO) < 0) {
+    throw std::system_error(errno, std::generic_category(), "capturing standard error");
+  }
 }
 
 CapturedLog::~CapturedLog() {
-  std::fflush(stderr);
   dup2(standardError_.get(), STDERR_FILENO);
-  std::fclose(file_);
 }
 
 std::string CapturedLog::text() const {
-  std::string text(static_cast<std::size_t>(lseek(fileno(file_), 0, SEEK_END)), '\0');
-  EXPECT_EQ(pread(fileno(file_), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+  std::string text(static_cast<std::size_t>(lseek(STDERR_FILENO, 0, SEEK_END)), '\0');
+  EXPECT_EQ(pread(STDERR_FILENO, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
   return text;
 }
 

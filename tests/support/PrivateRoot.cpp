@@ -13,9 +13,10 @@ namespace {
 
 enum class Kind { kNone, kDirectory, kMount };
 
+// Mounts a memory file system in a mount namespace of this process. An ordinary user needs a user namespace
+// for that, in which the process looks like root.
+bool MountMemory([[maybe_unused]] const std::string& directory) {
 #ifdef __linux__
-// With the right to mount in it: as root, or as what looks like root in a user namespace.
-bool EnterMountNamespace() {
   const uid_t user = geteuid();
   const gid_t group = getegid();
   if (unshare(CLONE_NEWNS) != 0) {
@@ -24,17 +25,12 @@ bool EnterMountNamespace() {
     std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
     std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
   }
-  return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
-
-bool MountMemory(const std::string& directory) {
-  return EnterMountNamespace() && mount("tmpfs", directory.c_str(), "tmpfs", 0, "mode=0755") == 0;
-}
+  return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("tmpfs", directory.c_str(), "tmpfs", 0, "mode=0755") == 0;
 #else
-bool MountMemory(const std::string&) {
   return false;
-}
 #endif
+}
 
 // Changes the root directory of this process to `root` for good. Returns what it has got.
 Kind Enter(const std::string& root) {
@@ -49,12 +45,9 @@ Kind Enter(const std::string& root) {
 
 // Finds out by trying, in a child.
 Kind KindThatCanBeHad() {
-  static const Kind kind = [] {
-    const TemporaryDirectory root;
-    const int found = WaitForChild(StartChild([&] { return static_cast<int>(Enter(root.path())); }));
-    return found <= static_cast<int>(Kind::kMount) ? static_cast<Kind>(found) : Kind::kNone;
-  }();
-  return kind;
+  const TemporaryDirectory root;
+  const int found = WaitForChild(StartChild([&] { return static_cast<int>(Enter(root.path())); }));
+  return found <= static_cast<int>(Kind::kMount) ? static_cast<Kind>(found) : Kind::kNone;
 }
 
 }  // namespace

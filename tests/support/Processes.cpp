@@ -8,20 +8,24 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 
+#include "PortableFoundation/Process.h"
+
 #ifdef __APPLE__
 #include <libproc.h>
 #include <mach/thread_info.h>
 #endif
 
-#ifdef ZEKARA_COVERAGE
-extern "C" void __gcov_dump(void);
-#endif
+extern "C" void __gcov_dump(void);  // in a coverage build only
 
 namespace zekara::test {
 namespace {
 
 // _exit() runs no handlers, so what gtest has printed and the counters of a coverage build are written here.
-[[noreturn]] void EndChild(int status) {
+// What `body` throws must not reach gtest, which would go on with the other tests in the child.
+[[noreturn]] void RunAndExit(const std::function<int()>& body) noexcept {
+  signal(SIGALRM, SIG_DFL);
+  alarm(kPatienceSeconds);
+  const int status = body();
   std::fflush(nullptr);
 #ifdef ZEKARA_COVERAGE
   __gcov_dump();
@@ -51,7 +55,7 @@ bool IsRunning(pid_t process) {
 }
 #endif
 
-volatile sig_atomic_t g_has_been_interrupted = 0;
+volatile sig_atomic_t g_was_interrupted = 0;
 
 }  // namespace
 
@@ -59,16 +63,24 @@ pid_t StartChild(const std::function<int()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child < 0) std::abort();  // kill() takes -1 for every process
-  if (child > 0) return child;
-  signal(SIGALRM, SIG_DFL);
-  alarm(kPatienceSeconds);
-  int status = 99;
-  try {
-    status = body();
-  } catch (...) {
-    std::fputs("the child's body threw\n", stderr);
+  if (child == 0) RunAndExit(body);
+  return child;
+}
+
+pid_t StartInterruptedChild(const std::function<int()>& body) {
+  struct sigaction action = {};
+  action.sa_handler = [](int) { g_was_interrupted = 1; };  // without SA_RESTART
+  sigaction(SIGUSR1, &action, nullptr);
+  const pid_t child = StartChild([&] {
+    const int status = body();
+    return status == 0 && g_was_interrupted == 0 ? 98 : status;
+  });
+  for (int i = 0; i < 20; ++i) {
+    WaitUntilAsleep(child);
+    kill(child, SIGUSR1);
   }
-  EndChild(status);
+  WaitUntilAsleep(child);
+  return child;
 }
 
 int WaitForChild(pid_t child) {
@@ -103,37 +115,15 @@ bool MayRaisePriority() {
   return WaitForChild(child) == 0;
 }
 
-void AllowInterruption() {
-  struct sigaction action = {};
-  action.sa_handler = [](int) { g_has_been_interrupted = 1; };  // without SA_RESTART
-  sigaction(SIGUSR1, &action, nullptr);
-}
-
-bool HasBeenInterrupted() {
-  return g_has_been_interrupted != 0;
-}
-
-void Interrupt(pid_t process) {
-  for (int i = 0; i < 20; ++i) {
-    WaitUntilAsleep(process);
-    kill(process, SIGUSR1);
-  }
-  WaitUntilAsleep(process);
-}
-
 StandIn::StandIn(const char* pidFile) {
-  sigset_t harmless;
-  sigset_t previous;
-  sigfillset(&harmless);
-  sigdelset(&harmless, SIGALRM);                       // it ends a child that hangs
-  pthread_sigmask(SIG_SETMASK, &harmless, &previous);  // first, because a signal may come at once
+  const AllSignalsBlocked all;  // in the child, too, which a signal may reach at once
   pid_ = StartChild([this] {
+    question_.input.reset();
     char byte = 0;
     sigset_t pending;
     if (ReadSome(question_.output.get(), &byte, 1) != 1 || sigpending(&pending) != 0) return 1;
     return write(answer_.input.get(), &pending, sizeof pending) == ssize_t{sizeof pending} ? 0 : 1;
   });
-  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   if (pidFile != nullptr) WriteFile(pidFile, pidText() + "\n");
 }
 

@@ -17,8 +17,14 @@ namespace zekara::test {
 // Far beyond what a child needs on a busy machine. A child that still lives then hangs, and is killed.
 inline constexpr unsigned kPatienceSeconds = 600;
 
-// Starts a child that runs `body` and exits with the status that it returns, or with 99 if it throws.
+// Starts a child that runs `body` and exits with the status that it returns. An exception ends the child with
+// SIGABRT, and a message on standard error says what it was.
 pid_t StartChild(const std::function<int()>& body);
+
+// Starts such a child and sends it SIGUSR1 twenty times, each time while it sleeps in a system call. The
+// signal interrupts the call and has no other effect, then and later. Returns when the child sleeps again, or
+// has ended. The child exits with 98 if `body` returns 0 although no signal has arrived.
+pid_t StartInterruptedChild(const std::function<int()>& body);
 
 // Waits until the child has ended. Returns its exit status, 128 plus the signal that ended it, or -1 if it is
 // not a child of this process.
@@ -48,28 +54,19 @@ bool BecomeOtherUser();
 // Returns true if a process like this one may raise its priority after lowering it.
 bool MayRaisePriority();
 
-// From now on, SIGUSR1 interrupts the system calls of this process and of the children that it starts, and
-// has no other effect.
-void AllowInterruption();
-// Interrupts such a process twenty times, each time while it sleeps in a system call.
-void Interrupt(pid_t process);
-// Returns true if this process has been interrupted.
-bool HasBeenInterrupted();
-
-// A child that stands in for a daemon: it remembers the signals that it receives, and none but SIGALRM
-// affects it. The destructor kills it.
+// A child that stands in for a daemon: it remembers the signals that it receives, and none that can be
+// blocked affects it. It ends if this process does. The destructor kills it.
 class StandIn {
  public:
   // Writes the child's ID to `pidFile`, unless that is null.
   explicit StandIn(const char* pidFile = nullptr);
-  StandIn(const StandIn&) = delete;
-  StandIn& operator=(const StandIn&) = delete;
   ~StandIn();
 
   pid_t pid() const noexcept { return pid_; }
   std::string pidText() const { return std::to_string(pid_); }
 
-  // Returns the signals received so far and ends the child, so it can be asked once.
+  // Returns the signals received so far and ends the child, so a test can ask once. Returns {-1} if the child
+  // gives no answer.
   std::set<int> signals();
 
  private:
