@@ -162,15 +162,12 @@ class Plist {
   // A search compares about one key. Keys that an attacker chose can raise that to 64, and no further:
   // beyond 64 entries, dictionaries use a hash that is keyed with a secret of this process.
   Plist objectForKey(const Plist& key) const;
-  // Returns the index of `key` among the entries; count() if there is none. An index stays valid, because
-  // entries are neither removed nor reordered.
-  std::size_t placeOfKey(const Plist& key) const;
   // Stores `value` under `key`. Replaces an earlier value and keeps its place in the order. A key may be any
   // value but nil and containers; only a dictionary whose keys are strings can be written as a property list.
   void setObject_forKey(Plist value, Plist key) const;
-  // Moves `value` into the dictionary if `key` is absent, and returns nil. Otherwise changes nothing, `value`
-  // included, and returns the value under `key`.
-  Plist setObject_forKeyIfAbsent(Plist& value, Plist key) const;
+  // Moves `value` into the dictionary, and leaves it nil, if `key` is absent. Otherwise changes nothing,
+  // `value` included. Returns the entry of the key, which is in the range of entries() and as long valid.
+  const Entry& setObject_forKeyIfAbsent(Plist& value, Plist key) const;
 
   // Returns an unmodifiable copy of a container, which shares the elements of the original, and any other
   // value itself.
@@ -299,6 +296,10 @@ class Plist {
   // is unmodifiable.
   ArrayNode& arrayToChange() const;
   DictionaryNode& dictionaryToChange() const;
+  // Returns the entry of a dictionary under `key`, and adds it first if there is none. The value of a new
+  // entry is nil, and the caller must store `value` in it before it does anything else. Raises if either must
+  // not be stored.
+  Entry& entryToChange(const Plist& value, Plist&& key) const;
   DictionaryNode& dictionaryAskedFor(const char* asked) const;
   void appendDescription(std::string& text, int depth) const;
 

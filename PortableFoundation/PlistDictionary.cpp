@@ -111,19 +111,25 @@ Plist::Entry* Plist::DictionaryNode::find(const Plist& key) {
   return slot.place != 0 ? &entries[slot.place - 1] : nullptr;
 }
 
-Plist::Entry& Plist::DictionaryNode::entryFor(const Plist& key) {
-  if (isIndexed()) return entryByHash(key);
+inline Plist::Entry& Plist::DictionaryNode::append(Plist&& key) {
+  Entry& entry = entries.emplace_back();
+  entry.key.takeFrom(key);
+  return entry;
+}
+
+Plist::Entry& Plist::DictionaryNode::entryFor(Plist&& key) {
+  if (isIndexed()) return entryByHash(std::move(key));
   const char tag = tagOf(key);
   if (Entry* const found = findByTag(key, tag)) return *found;
   if (entries.size() == entries.capacity()) {
     grow();
-    if (isIndexed()) return entryByHash(key);
+    if (isIndexed()) return entryByHash(std::move(key));
   }
   tags_.push_back(tag);
-  return entries.emplace_back();
+  return append(std::move(key));
 }
 
-Plist::Entry& Plist::DictionaryNode::entryByHash(const Plist& key) {
+Plist::Entry& Plist::DictionaryNode::entryByHash(Plist&& key) {
   const std::uint32_t hash = hashOf(key);
   Slot* slot = &slotFor(key, hash);
   if (slot->place != 0) return entries[slot->place - 1];
@@ -131,9 +137,8 @@ Plist::Entry& Plist::DictionaryNode::entryByHash(const Plist& key) {
     grow();
     slot = &slotFor(key, hash);
   }
-  Entry& entry = entries.emplace_back();
-  *slot = {hash, static_cast<std::uint32_t>(entries.size())};
-  return entry;
+  *slot = {hash, static_cast<std::uint32_t>(entries.size() + 1)};
+  return append(std::move(key));
 }
 
 // Capacities are 8, 12, 16, 32, 64 and so on. A file has many small dictionaries, so what they reserve and do
@@ -192,30 +197,20 @@ Plist Plist::objectForKey(const Plist& key) const {
   return entry != nullptr ? entry->value : Plist();
 }
 
-std::size_t Plist::placeOfKey(const Plist& key) const {
-  if (isNil()) return 0;
-  DictionaryNode& dictionary = dictionaryAskedFor("the place of a key");
-  const Entry* const entry = key.isNil() || key.isContainer() ? nullptr : dictionary.find(key);
-  return entry != nullptr ? static_cast<std::size_t>(entry - dictionary.entries.data())
-                          : dictionary.entries.size();
+inline Plist::Entry& Plist::entryToChange(const Plist& value, Plist&& key) const {
+  DictionaryNode& dictionary = dictionaryToChange();
+  if (value.isNil() || key.isNil() || key.isContainer()) RaiseUnfit(key);
+  return dictionary.entryFor(std::move(key));
 }
 
 void Plist::setObject_forKey(Plist value, Plist key) const {
-  DictionaryNode& dictionary = dictionaryToChange();
-  if (value.isNil() || key.isNil() || key.isContainer()) RaiseUnfit(key);
-  Entry& entry = dictionary.entryFor(key);
-  if (entry.key.isNil()) entry.key.takeFrom(key);
-  entry.value = std::move(value);
+  entryToChange(value, std::move(key)).value = std::move(value);
 }
 
-Plist Plist::setObject_forKeyIfAbsent(Plist& value, Plist key) const {
-  DictionaryNode& dictionary = dictionaryToChange();
-  if (value.isNil() || key.isNil() || key.isContainer()) RaiseUnfit(key);
-  Entry& entry = dictionary.entryFor(key);
-  if (!entry.key.isNil()) return entry.value;
-  entry.key.takeFrom(key);
-  entry.value.takeFrom(value);
-  return {};
+const Plist::Entry& Plist::setObject_forKeyIfAbsent(Plist& value, Plist key) const {
+  Entry& entry = entryToChange(value, std::move(key));
+  if (entry.value.isNil()) entry.value.takeFrom(value);
+  return entry;
 }
 
 // Equal keys have equal hashes. Equal numbers of all kinds convert to the same double.

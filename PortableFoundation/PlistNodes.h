@@ -113,10 +113,10 @@ class Plist::DictionaryNode : public ContainerNode {
   // Returns the entry under `key`; null if there is none. The key must be neither nil nor a container. The
   // pointer is valid until an entry is added.
   Entry* find(const Plist& key);
-  // Returns the entry under `key`, and adds it first if there is none. Both members of a new entry are nil;
-  // the caller must move key and value in before it does anything else. `key` must not be part of this
-  // dictionary's entries, which may be moved.
-  Entry& entryFor(const Plist& key);
+  // Returns the entry under `key`, and adds it first, with the key moved in and no value, if there is none.
+  // The caller must store a value before it does anything else. `key` must not be part of this dictionary's
+  // entries, which may be moved.
+  Entry& entryFor(Plist&& key);
 
   std::vector<Entry> entries;  // added by entryFor() alone, because the tags and the index must follow
 
@@ -142,7 +142,9 @@ class Plist::DictionaryNode : public ContainerNode {
   // slot, so the search ends.
   Slot& slotFor(const Plist& key, std::uint32_t hash);
   // entryFor() with an index.
-  Entry& entryByHash(const Plist& key);
+  Entry& entryByHash(Plist&& key);
+  // Adds an entry without a value.
+  Entry& append(Plist&& key);
   // Reserves memory for more entries, which may build the index. Moves the entries.
   void grow();
 

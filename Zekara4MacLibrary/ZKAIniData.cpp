@@ -60,31 +60,24 @@ void AppendSections(std::string& text, const Plist& sections) {
 }  // namespace
 
 // Returns the section's dictionary, and adds it first if it is missing. The reference is valid until the tree
-// changes. The remembered index is checked by its name, because the caller may change the tree as well. A
-// section that is not the last one is new as a rule, so it is added before it is searched.
+// changes. The remembered index is checked by its name, because the caller may change the tree as well.
 const Plist& ZKAIniData::sectionToChange(const Plist& name) {
   const std::span<const Plist::Entry> sections = plist_.entries();
   if (lastSection_ < sections.size() && sections[lastSection_].key == name)
     return sections[lastSection_].value;
-  lastSection_ = sections.size();
   Plist section = Plist::dictionary();
-  if (!plist_.setObject_forKeyIfAbsent(section, name).isNil()) lastSection_ = plist_.placeOfKey(name);
-  return plist_.entries()[lastSection_].value;
+  const Plist::Entry& entry = plist_.setObject_forKeyIfAbsent(section, name);
+  lastSection_ = static_cast<std::size_t>(&entry - plist_.entries().data());
+  return entry.value;
 }
 
-// A key's first value, the usual case, needs one search: setObject_forKeyIfAbsent() leaves `object` alone if
-// the key has a value already, which is then made a list or is one.
+// A key's first value, the usual case, needs one search, which moves `object` into the section.
 void ZKAIniData::addObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {
   const Plist& target = sectionToChange(section);
-  const Plist existing = target.setObject_forKeyIfAbsent(object, key);
-  if (existing.isArray()) {
-    existing.addObject(std::move(object));
-  } else if (!existing.isNil()) {
-    const Plist list = Plist::array();
-    list.addObject(existing);
-    list.addObject(std::move(object));
-    target.setObject_forKey(list, key);
-  }
+  const Plist& value = target.setObject_forKeyIfAbsent(object, key).value;
+  if (object.isNil()) return;
+  if (!value.isArray()) target.setObject_forKey(Plist::array({value}), key);
+  value.addObject(std::move(object));
 }
 
 void ZKAIniData::setObject_forKey_inSection(Plist object, const Plist& key, const Plist& section) {

@@ -1,13 +1,14 @@
-// Each byte has a set of classes in one table: the parts of the format that may contain it. Reading a part
-// means skipping bytes of its class. The zero byte has no class; the standard library guarantees one behind
-// the text, so the loops need no test for the end.
+// A part of the format, such as a word, is all characters up to the first one that ends it. Blocks of 16
+// bytes are compared with the characters that do, all bytes at once: a loop over the bytes of names, whose
+// lengths vary, would make the processor predict its last branch wrongly for almost each of them.
 
 #include "Zekara4MacLibrary/ZKAIniLexer.h"
 
 #include <algorithm>
-#include <array>
+#include <bit>
 #include <charconv>
 #include <cstddef>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -16,23 +17,36 @@
 namespace zekara {
 namespace {
 
-// The classes of a byte. Deliberate: a zero byte and every byte of 0x80 and above have none, and end the
-// input as its true end does.
-enum CharacterClass : std::uint8_t { Blanks = 1, LineEnds = 2, Word = 4, QuotedString = 8, Comment = 16 };
+bool IsBlank(char c) noexcept {
+  return c == ' ' || c == '\t';
+}
 
-constexpr auto kClassesOf = [] {
-  std::array<std::uint8_t, 256> classes = {};
-  const auto of = [&classes](char c) -> std::uint8_t& { return classes[static_cast<unsigned char>(c)]; };
-  for (std::size_t c = 1; c < 0x80; ++c) classes[c] = Word | QuotedString | Comment;
-  for (const char c : {'[', ']', '=', ',', ';', '#'}) of(c) = QuotedString | Comment;
-  for (const char c : {'\r', '\n'}) of(c) = QuotedString | LineEnds;
-  for (const char c : {' ', '\t'}) of(c) |= Blanks;
-  of('"') = Word | Comment;
-  return classes;
-}();
+bool IsLineEnd(char c) noexcept {
+  return c == '\r' || c == '\n';
+}
 
-bool HasClass(char c, std::uint8_t wanted) {
-  return (kClassesOf[static_cast<unsigned char>(c)] & wanted) != 0;
+inline std::string_view WithoutBlanks(std::string_view text) noexcept {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+// Returns the number of characters before the first of `kEnds`. Deliberate: a zero byte and every byte of
+// 0x80 and above end every part, as the end of the text does.
+template <char... kEnds>
+std::size_t LengthUntil(std::string_view text) noexcept {
+  using Block [[gnu::vector_size(16)]] = signed char;
+  using Halves [[gnu::vector_size(16)]] = std::uint64_t;
+  std::size_t at = 0;
+  for (; text.size() - at >= sizeof(Block); at += sizeof(Block)) {
+    Block block;
+    std::memcpy(&block, text.data() + at, sizeof block);
+    const auto ends = std::bit_cast<Halves>((block <= 0) | (... | (block == kEnds)));
+    if (ends[0] != 0) return at + static_cast<std::size_t>(std::countr_zero(ends[0])) / 8;
+    if (ends[1] != 0) return at + static_cast<std::size_t>(std::countr_zero(ends[1])) / 8 + 8;
+  }
+  while (at < text.size() && static_cast<signed char>(text[at]) > 0 && ((text[at] != kEnds) && ...)) ++at;
+  return at;
 }
 
 std::string WithoutLastByte(std::string data) {
@@ -44,19 +58,26 @@ std::string WithoutLastByte(std::string data) {
 
 ZKAIniLexer::ZKAIniLexer(std::string data) : data_(WithoutLastByte(std::move(data))) {}
 
-// Consumes characters up to the first one that does not have the class.
-inline void ZKAIniLexer::skip(std::uint8_t wanted) noexcept {
+// No zero byte is wanted, and the standard library guarantees one behind the text, so the loop needs no test
+// for the end.
+template <bool (*kIsWanted)(char) noexcept>
+inline void ZKAIniLexer::skip() noexcept {
   if (cpos_ >= data_.view().size()) return;
-  const char* const start = data_.view().data();
-  const char* at = start + cpos_;
-  while (HasClass(*at, wanted)) ++at;
-  cpos_ = static_cast<std::size_t>(at - start);
+  while (kIsWanted(data_.view().data()[cpos_])) ++cpos_;
+}
+
+template <char... kEnds>
+inline std::string_view ZKAIniLexer::takeUntil() noexcept {
+  const std::string_view rest = data_.view().substr(cpos_);
+  const std::size_t length = LengthUntil<kEnds...>(rest);
+  cpos_ += length;
+  return {rest.data(), length};
 }
 
 std::int32_t ZKAIniLexer::nextToken() {
-  textStart_ = textEnd_ = 0;
+  text_ = data_.view().substr(0, 0);
   for (;;) {
-    skip(Blanks);
+    skip<IsBlank>();
     offset_ = cpos_;
     const std::int32_t c = getc();
     switch (c) {
@@ -70,13 +91,13 @@ std::int32_t ZKAIniLexer::nextToken() {
         return finish(ZKAIniTokenComma);
       case '\r':
       case '\n':
-        skip(LineEnds);
+        skip<IsLineEnd>();
         return finish(ZKAIniTokenEndOfLine);
       case ';':
       case '#':
         // Deliberate: a comment includes the line ends that close it and does not become a token.
-        skip(Comment);
-        skip(LineEnds);
+        takeUntil<'\r', '\n'>();
+        skip<IsLineEnd>();
         break;
       case '"':
         readQuotedString();
@@ -92,44 +113,24 @@ std::int32_t ZKAIniLexer::nextToken() {
 // The opening quote has been consumed. Deliberate: there are no escapes, a byte that ends the input closes
 // the string as a quote does, and the line ends directly behind it belong to the string.
 void ZKAIniLexer::readQuotedString() noexcept {
-  textStart_ = cpos_;
-  skip(QuotedString);
-  textEnd_ = cpos_;
+  text_ = WithoutBlanks(takeUntil<'"'>());
   getc();
-  skip(LineEnds);
+  skip<IsLineEnd>();
 }
 
 // The first character has been consumed. Deliberate: the line ends directly behind the word belong to it.
 void ZKAIniLexer::readWord() noexcept {
-  textStart_ = cpos_ - 1;
-  skip(Word);
-  textEnd_ = cpos_;
-  skip(LineEnds);
-}
-
-inline std::string_view ZKAIniLexer::trimmedText() const noexcept {
-  const char* start = data_.view().data() + textStart_;
-  const char* end = data_.view().data() + textEnd_;
-  while (start != end && HasClass(*start, Blanks)) ++start;
-  while (end != start && HasClass(end[-1], Blanks)) --end;
-  return {start, static_cast<std::size_t>(end - start)};
-}
-
-std::string_view ZKAIniLexer::string() const noexcept {
-  return trimmedText();
-}
-
-Plist ZKAIniLexer::name() const {
-  return data_.string(trimmedText());
+  ungetc();
+  text_ = WithoutBlanks(takeUntil<'[', ']', '=', ',', ';', '#', '\r', '\n'>());
+  skip<IsLineEnd>();
 }
 
 // std::from_chars() reads all digits of a number that is too large as well.
 Plist ZKAIniLexer::value() const {
-  const std::string_view text = trimmedText();
-  if (text.empty() || !IsDigit(text.front())) return data_.string(text);
-  const char* const end = text.data() + text.size();
+  if (text_.empty() || !IsDigit(text_.front())) return name();
+  const char* const end = text_.data() + text_.size();
   std::int32_t number = std::numeric_limits<std::int32_t>::max();
-  if (std::from_chars(text.data(), end, number).ptr != end) return data_.string(text);
+  if (std::from_chars(text_.data(), end, number).ptr != end) return name();
   return number;
 }
 

@@ -44,9 +44,9 @@ class ZKAIniLexer {
 
   // Returns the text of the current token without blanks and TABs at its ends; it is ASCII. Returns an empty
   // view for a token that is not a string. The view is valid until the lexer is destroyed.
-  std::string_view string() const noexcept;
+  std::string_view string() const noexcept { return text_; }
   // Returns the same text as a string, for names.
-  Plist name() const;
+  Plist name() const { return data_.string(text_); }
   // Returns the same text as a value: a run of decimal digits is an integer, clamped to 2147483647, and every
   // other text, the empty one included, is a string. Quotes make no difference.
   Plist value() const;
@@ -72,21 +72,22 @@ class ZKAIniLexer {
 
   // Ends nextToken(): keeps the token's kind for token(), and returns it.
   std::int32_t finish(std::int32_t token) noexcept { return token_ = token; }
-  // Consumes all characters up to the first one that has none of the classes `wanted`.
-  void skip(std::uint8_t wanted) noexcept;
-  // Read the rest of a string whose first character has been consumed, and set the range of its text.
+  // Consumes all characters up to the first one that is not wanted.
+  template <bool (*kIsWanted)(char) noexcept>
+  void skip() noexcept;
+  // Consumes and returns all characters up to the first of `kEnds` or the end of the input.
+  template <char... kEnds>
+  std::string_view takeUntil() noexcept;
+  // Read the rest of a string whose first character has been consumed, and keep its text.
   void readQuotedString() noexcept;
   void readWord() noexcept;
-  // Returns the current token's text without blanks and TABs at its ends.
-  std::string_view trimmedText() const noexcept;
 
   Plist::SharedText data_;  // without the last byte
   std::size_t cpos_ = 0;    // how many characters getc() has taken
   std::int32_t token_ = ZKAIniTokenNone;
   std::size_t offset_ = 0;
-  // The range in data_ of the current token's text, untrimmed.
-  std::size_t textStart_ = 0;
-  std::size_t textEnd_ = 0;
+  // A part of data_: the text of the current token, without blanks and TABs at its ends.
+  std::string_view text_ = data_.view().substr(0, 0);
 };
 
 }  // namespace zekara

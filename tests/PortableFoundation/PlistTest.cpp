@@ -429,38 +429,26 @@ TEST(PlistDictionary, ValueStoredOnlyIfAbsentLeavesAnEarlierOneAlone) {
     const std::string key = "key " + std::to_string(i * 37 % 200);  // in no order, so that there is an index
     Plist first = i;
     Plist second = -1;
-    EXPECT_TRUE(dictionary.setObject_forKeyIfAbsent(first, key).isNil());
+    const Plist::Entry& added = dictionary.setObject_forKeyIfAbsent(first, key);
+    EXPECT_EQ(&added, &dictionary.entries().back());
+    EXPECT_EQ(added.key, Plist(key));
+    EXPECT_EQ(added.value, Plist(i));
     EXPECT_TRUE(first.isNil()) << "moved in";
-    EXPECT_EQ(dictionary.setObject_forKeyIfAbsent(second, key), Plist(i));
+    EXPECT_EQ(&dictionary.setObject_forKeyIfAbsent(second, key), &dictionary.entries().back());
     EXPECT_EQ(second, Plist(-1)) << "left alone";
     EXPECT_EQ(dictionary.objectForKey(key), Plist(i));
   }
   EXPECT_EQ(dictionary.count(), 200U);
   for (int i = 0; i < 200; ++i) {  // the key is text that the growing dictionary holds itself
     Plist again = i;
-    EXPECT_TRUE(
-        dictionary.setObject_forKeyIfAbsent(again, dictionary.entries()[static_cast<std::size_t>(i)].value)
-            .isNil());
+    dictionary.setObject_forKeyIfAbsent(again, dictionary.entries()[static_cast<std::size_t>(i)].value);
+    EXPECT_TRUE(again.isNil());
     EXPECT_EQ(dictionary.entries().back().key, dictionary.entries()[static_cast<std::size_t>(i)].value);
   }
   Plist nothing;
   Plist number = 1;
   EXPECT_THROW(dictionary.setObject_forKeyIfAbsent(nothing, "nothing"), NSException);
   EXPECT_THROW(dictionary.copy().setObject_forKeyIfAbsent(number, "key 1"), NSException);
-}
-
-TEST(PlistDictionary, PlaceOfAKeyIsThatAmongTheEntries) {
-  for (const int count : {10, 100}) {
-    const Plist dictionary = Plist::dictionary();
-    for (int i = 0; i < count; ++i) dictionary.setObject_forKey(i, "key " + std::to_string(i * 37 % count));
-    for (std::size_t i = 0; i < dictionary.count(); ++i)
-      EXPECT_EQ(dictionary.placeOfKey(dictionary.entries()[i].key), i);
-    EXPECT_EQ(dictionary.placeOfKey("other"), dictionary.count());
-    EXPECT_EQ(dictionary.placeOfKey(Plist()), dictionary.count());
-    EXPECT_EQ(dictionary.placeOfKey(Plist::array()), dictionary.count());
-  }
-  EXPECT_EQ(Plist().placeOfKey("key"), 0U);
-  EXPECT_NE(ReasonOf([] { return Plist::array().placeOfKey("key"); }), "");
 }
 
 // Keys with one tag: the length, the first and the last eight bytes are equal.

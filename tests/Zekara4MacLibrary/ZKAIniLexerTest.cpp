@@ -327,17 +327,36 @@ std::string RandomIniBytes(std::uint32_t seed) {
   return bytes;
 }
 
+// Reads on after the first end, up to the largest possible number of tokens.
+void ExpectTheTokensOfTheLiteralLexer(const std::string& bytes) {
+  ZKAIniLexer lexer = ZKAIniLexer::initWithData(bytes);
+  LiteralLexer literal(bytes);
+  for (std::size_t i = 0; i < bytes.size() + 3; ++i) {
+    const int expected = literal.nextToken();
+    ASSERT_EQ(lexer.nextToken(), expected) << "token " << i;
+    ASSERT_EQ(lexer.string(), literal.string()) << "token " << i;
+    ASSERT_EQ(DumpIniValue(lexer.value()), literal.value()) << "token " << i;
+  }
+}
+
 TEST(ZKAIniLexer, GivesTheTokensOfTheLiteralLexerForRandomBytes) {
   for (std::uint32_t seed = 0; seed < 20000; ++seed) {
-    const std::string bytes = RandomIniBytes(seed);
-    ZKAIniLexer lexer = ZKAIniLexer::initWithData(bytes);
-    LiteralLexer literal(bytes);
-    // Reads on after the first end, up to the largest possible number of tokens.
-    for (std::size_t i = 0; i < bytes.size() + 3; ++i) {
-      const int expected = literal.nextToken();
-      ASSERT_EQ(lexer.nextToken(), expected) << "token " << i << " of seed " << seed;
-      ASSERT_EQ(lexer.string(), literal.string()) << "token " << i << " of seed " << seed;
-      ASSERT_EQ(DumpIniValue(lexer.value()), literal.value()) << "token " << i << " of seed " << seed;
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    ASSERT_NO_FATAL_FAILURE(ExpectTheTokensOfTheLiteralLexer(RandomIniBytes(seed)));
+  }
+}
+
+// The lexer looks at blocks of bytes, so the byte that ends a part is put into each place of a block.
+TEST(ZKAIniLexer, EndsAPartAtTheSameByteAsTheLiteralLexerWhereverThatByteIs) {
+  for (const std::string start : {"", "\"", "#"}) {
+    for (std::size_t before = 0; before < 35; ++before) {
+      for (int byte = 0; byte < 256; ++byte) {
+        for (const std::size_t behind : {0U, 1U, 20U}) {
+          SCOPED_TRACE(start + " byte " + std::to_string(byte) + " behind " + std::to_string(before));
+          const std::string part = start + std::string(before, 'w') + static_cast<char>(byte);
+          ASSERT_NO_FATAL_FAILURE(ExpectTheTokensOfTheLiteralLexer(part + std::string(behind, 'x')));
+        }
+      }
     }
   }
 }
