@@ -15,7 +15,9 @@
 #include <mach/thread_info.h>
 #endif
 
-extern "C" void __gcov_dump(void);  // in a coverage build only
+#ifdef ZEKARA_COVERAGE
+extern "C" void __gcov_dump(void);
+#endif
 
 namespace zekara::test {
 namespace {
