@@ -103,12 +103,11 @@ void ZKAXMLConnection::processChunk(std::string_view block) {
   if (known + block.size() > assembly_.capacity()) assembly_.reserve(4 * (known + block.size()));
   assembly_.append(block);
   std::size_t start = 0;
-  std::size_t searchFrom = known - std::min(known, kMarker.size() - 1);
-  std::size_t end = 0;
-  while ((end = FindMessageEnd(assembly_, searchFrom)) != std::string::npos) {
+  std::size_t end = known - std::min(known, kMarker.size() - 1);
+  while ((end = FindMessageEnd(assembly_, end)) != std::string::npos) {
     processMessage(std::string_view(assembly_).substr(start, end - start));
     if (!mayDeliver()) return;
-    start = searchFrom = end;
+    start = end;
   }
   assembly_.erase(0, start);
 }
