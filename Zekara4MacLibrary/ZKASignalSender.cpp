@@ -16,10 +16,6 @@
 namespace zekara {
 namespace {
 
-bool IsAscii(std::string_view text) {
-  return std::ranges::all_of(text, [](char c) { return static_cast<signed char>(c) >= 0; });
-}
-
 // Returns the process ID that the file begins with, or 0 if it holds none.
 pid_t ReadPid(const std::string& path) {
   const Descriptor file = OpenRegularFile(path.c_str());
@@ -29,14 +25,10 @@ pid_t ReadPid(const std::string& path) {
   ssize_t count = 0;
   while ((count = ReadSome(file.get(), block, sizeof block)) > 0) {
     const std::string_view text(block, static_cast<std::size_t>(count));
-    if (!IsAscii(text)) return 0;
+    if (std::ranges::any_of(text, [](char c) { return static_cast<signed char>(c) < 0; })) return 0;
     scanner.scan(text);
   }
   return count < 0 ? 0 : scanner.value();
-}
-
-bool IsRegistration(std::string_view relativePath) {
-  return relativePath.starts_with("ag") || relativePath.starts_with("cc");
 }
 
 }  // namespace
@@ -52,7 +44,7 @@ int ZKASendSignalToGUI(int signal) {
   int count = 0;
   auto entries = NSDirectoryEnumerator::enumeratorAtPath(kFrontEndDirectory);
   while (const auto relativePath = entries.nextObject()) {
-    if (!IsRegistration(*relativePath)) {
+    if (!relativePath->starts_with("ag") && !relativePath->starts_with("cc")) {
       entries.skipDescendants();  // their relative paths begin the same way
       continue;
     }
