@@ -43,7 +43,12 @@ std::string NewText(const ZKAIniData& ini, NSFileHandle& file) {
 
 }  // namespace
 
-ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch, const Transaction& transaction) {
+ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch) {
+  Transaction transaction;
+  return PatchIniFile(path, patch, transaction);
+}
+
+ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch, Transaction& transaction) {
   Descriptor opened = OpenLockedFile(path.c_str(), 0444);
   if (!opened.isOpen()) throw NSException("PatchIniFile", "can't open ini file");
   const auto file = NSFileHandle::handleOwning(std::move(opened));

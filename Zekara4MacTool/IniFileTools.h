@@ -17,10 +17,9 @@ namespace zekara {
 // locked, or is not a regular file. Passes on what reading, parsing, patching and writing raise. The file is
 // unchanged if the failure comes before the truncation, and truncated or partly written afterwards. If memory
 // for the new text runs out, or if the text is larger than the process may write, the file is unchanged.
-//
-// Blocks every signal in `transaction` once the file is locked. Without an argument, the call is a
-// transaction.
-ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch,
-                                const Transaction& transaction = Transaction());
+ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch);
+
+// The same inside the caller's transaction: blocks every signal in it once the file is locked.
+ZKAChangedSections PatchIniFile(const std::string& path, const Plist& patch, Transaction& transaction);
 
 }  // namespace zekara

@@ -12,7 +12,7 @@ namespace zekara {
 // One transaction covers both signals: otherwise the caller could end the process between the change and
 // SIGTERM.
 void PostInstall() {
-  const Transaction transaction;
+  Transaction transaction;
   ChangeConfigCmd(Plist::dictionary({{kFileMonitorSection, Plist::dictionary({{"IsActive", "Yes"}})}}),
                   transaction);
   ZKASendSignal(kFileDPidFile, SIGTERM);

@@ -50,8 +50,8 @@ class Transaction {
 
   // Blocks every signal until the transaction ends; a second call does nothing more. Called when the lock on
   // the configuration file is granted: until then the process may wait for long, and its caller may interrupt
-  // it. Const, so that a function can take a transaction of its own as a default argument.
-  void blockSignals() const noexcept {
+  // it.
+  void blockSignals() noexcept {
     if (!signals_) signals_.emplace();
   }
 
@@ -59,7 +59,7 @@ class Transaction {
   // Destroyed from the last to the first: the memory limits are the caller's again, then the IDs; then the
   // buffered log lines are written, and only then does a pending signal take effect, which may end the
   // process.
-  mutable std::optional<AllSignalsBlocked> signals_;
+  std::optional<AllSignalsBlocked> signals_;
   BufferedLog log_;
   FullyRoot root_;
   RaisedLimit addressSpace_;
