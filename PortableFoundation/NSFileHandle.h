@@ -29,8 +29,6 @@ class NSFileHandle {
   static std::shared_ptr<NSFileHandle> fileHandleWithStandardInput();
   static std::shared_ptr<NSFileHandle> fileHandleWithStandardOutput();
 
-  NSFileHandle(const NSFileHandle&) = delete;
-  NSFileHandle& operator=(const NSFileHandle&) = delete;
   // Cancels an armed read; its completion is not called. Closes the descriptor if the handle owns it.
   ~NSFileHandle();
 

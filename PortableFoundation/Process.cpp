@@ -101,20 +101,16 @@ void ForbidTracing() noexcept {
 }
 
 void CloseDescriptorsFrom(int first) noexcept {
-#ifdef SYS_close_range
-  if (syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0) return;
-#endif
-  CloseDescriptorsOneByOne(first);  // Linux before 5.9
+  if (close_range(static_cast<unsigned>(first), ~0U, 0) == 0) return;
+  CloseDescriptorsOneByOne(first);  // where a container's filter of system calls refuses it
 }
 
 void RestoreDefaultPriority() noexcept {
   constexpr sched_param kNone = {};
   sched_setscheduler(0, SCHED_OTHER, &kNone);
   setpriority(PRIO_PROCESS, 0, 0);
-#ifdef SYS_ioprio_set
   constexpr int kThisProcess = 1;
   syscall(SYS_ioprio_set, kThisProcess, 0, 0);  // as the processor priority says
-#endif
 }
 
 #endif
@@ -171,17 +167,15 @@ FullyRoot::FullyRoot() noexcept : user_(getuid()), isBorrowed_(user_ != 0 && get
   group_ = getgid();
   effectiveGroup_ = getegid();
   // The effective IDs are 0 already, so only the real ones change. Either call helps without the other.
-  const bool hasGroup = setregid(0, 0) == 0;
-  const bool hasUser = setreuid(0, 0) == 0;
-  static_cast<void>(hasGroup && hasUser);
+  [[maybe_unused]] const int group = setregid(0, 0);
+  [[maybe_unused]] const int user = setreuid(0, 0);
 }
 
 // If a call fails, the process stays fully root until it exits.
 FullyRoot::~FullyRoot() {
   if (!isBorrowed_) return;
-  const bool hasGroup = setregid(group_, effectiveGroup_) == 0;
-  const bool hasUser = setreuid(user_, 0) == 0;
-  static_cast<void>(hasGroup && hasUser);
+  [[maybe_unused]] const int group = setregid(group_, effectiveGroup_);
+  [[maybe_unused]] const int user = setreuid(user_, 0);
   ForbidTracing();
 }
 
