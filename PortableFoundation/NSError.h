@@ -19,11 +19,13 @@ namespace zekara {
 // the error lives. A copy of an error shares its dictionary.
 class NSError : public std::exception {
  public:
+  // Takes domain and details over. Any code is allowed; `userInfo` must be a dictionary or nil.
   NSError(std::string domain, int code, Plist userInfo)
       : domain_(std::move(domain)), code_(code), userInfo_(std::move(userInfo)) {}
 
   // Returns the name of the part of the program that numbers the codes.
   const std::string& domain() const noexcept { return domain_; }
+  // Returns the number of the failure. The same number means something else in another domain.
   int code() const noexcept { return code_; }
   // Returns the details, a dictionary or nil.
   const Plist& userInfo() const noexcept { return userInfo_; }

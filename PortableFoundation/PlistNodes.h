@@ -48,6 +48,7 @@ struct Plist::StringNode : Node {
     void* memory = ::operator new(sizeof(StringNode) + size);
     return new (memory) StringNode(kind, size);
   }
+  // Destroys a node that make() returned and frees its memory. No handle may refer to it any more.
   static void free(StringNode* node) noexcept {
     node->~StringNode();
     ::operator delete(node);
@@ -66,12 +67,15 @@ struct Plist::StringNode : Node {
 // The text of a SharedText. The strings that share it hold a reference and a range of it. Its kind is Nil,
 // which no other node has. The text never changes, so views of it are valid as long as the node lives.
 struct Plist::TextNode : Node {
+  // Takes the text over; a caller that moves it in copies no bytes.
   explicit TextNode(std::string bytes) noexcept : Node(Kind::Nil), text(std::move(bytes)) {}
 
   const std::string text;
 };
 
-// What arrays and dictionaries have in common.
+// What arrays and dictionaries have in common. Containers may be nested so deep that freeing each one from
+// within its parent would overflow the stack; release() therefore keeps them in a list and frees them one
+// after the other.
 struct Plist::ContainerNode : Node {
   using Node::Node;
 
@@ -123,7 +127,7 @@ class Plist::DictionaryNode : public ContainerNode {
  private:
   // The number of entries up to which a dictionary works without an index.
   static constexpr std::size_t kMostTags = 64;
-  // One place of the index. With the hash in it, a search compares few keys that differ, and growing
+  // One place of the index, 8 bytes. With the hash in it, a search compares few keys that differ, and growing
   // computes no hash again.
   struct Slot {
     std::uint32_t hash;
@@ -132,6 +136,7 @@ class Plist::DictionaryNode : public ContainerNode {
 
   using Slots = std::vector<Slot>;  // a power of two of them, more than entries.capacity()
 
+  // Returns true if keys are found by their hashes, and false if by their tags. It never becomes false again.
   bool isIndexed() const noexcept { return slots_ != nullptr; }
   // Equal keys have equal tags and equal hashes, across all kinds of numbers.
   static char tagOf(const Plist& key) noexcept;

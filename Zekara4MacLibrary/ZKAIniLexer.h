@@ -65,9 +65,11 @@ class ZKAIniLexer {
     const std::size_t at = cpos_++;
     return at < data_.view().size() ? static_cast<signed char>(data_.view()[at]) : 0;
   }
+  // Takes the last getc() back, so the next one returns the same. At most as many calls as of getc().
   void ungetc() noexcept { --cpos_; }
 
  private:
+  // Drops the last byte of the input, which getc() must never return.
   explicit ZKAIniLexer(std::string data);
 
   // Ends nextToken(): keeps the token's kind for token(), and returns it.

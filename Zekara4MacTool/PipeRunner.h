@@ -27,6 +27,7 @@ class PipeRunner final : private ZKAXMLConnectionDelegating {
   void run();
 
  private:
+  // Makes the connection and arms its first read.
   PipeRunner();
 
   // The connection's two calls, from inside run(): a request, and the end of the input.

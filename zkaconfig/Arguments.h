@@ -22,19 +22,31 @@ struct Arguments {
   std::vector<std::string> operands;  // the words after the command that are not options
 
   OutputForm form = OutputForm::People;
+  // The file to read. The tool changes the suite's file only, so another one is refused for a change.
   std::string configurationFile = kConfigurationFile;
-  std::string toolPath;                 // empty for the installed tool
-  std::string daemonSection;            // empty if the scanning daemon's section is not known
-  std::optional<std::string> fallback;  // --default
-  std::chrono::seconds timeLimit{60};   // for the lock on the file, and again for the tool
-  bool isDryRun = false;                // shows changes and does not have the tool make them
-  bool isForced = false;                // sends settings in spite of their problems
-  bool isQuiet = false;
-  bool isVerbose = false;
-  bool keepsStrings = false;  // digits do not make a number, commas do not make a list
+  // Empty unless --tool is given; main() then puts in the path at which the tool is installed.
+  std::string toolPath;
+  // The name of the scanning daemon's section, which the suite leaves open. Empty if it is not known.
+  std::string daemonSection;
+  // What "get" writes for an unset key. If it holds nothing, "get" remarks that the key is unset.
+  std::optional<std::string> fallback;
+  // The longest wait for the lock on the file, and then once more for the tool: 1 to 1000000 seconds.
+  std::chrono::seconds timeLimit{60};
+  // Prints the changes that a command would make, and does not start the tool.
+  bool isDryRun = false;
+  // Sends settings that the review of the patch refuses; their problems are still written as remarks.
+  bool isForced = false;
+  bool isQuiet = false;    // does not print what has been changed
+  bool isVerbose = false;  // copies the tool's log to standard error
+  // Takes each value as one text: digits do not make a number, and commas do not make a list.
+  bool keepsStrings = false;
+  // Shows the file monitor's actions as the numbers that the suite's programs use.
   bool showsActionCodes = false;
+  // Shows the suite's default for a key that the file lacks.
   bool suppliesDefaults = true;
+  // Waits until no other process changes the file; without it, a half-written file may be read.
   bool waitsForLock = true;
+  // Help and the version need no command, and come before one that is given.
   bool wantsHelp = false;
   bool wantsVersion = false;
 };
@@ -46,8 +58,10 @@ struct Arguments {
 struct Option {
   enum class Value { None, Path, Section, Text };
 
-  std::string_view name;
-  char letter;            // 0 if there is no short form
+  std::string_view name;  // without the two dashes
+  // The short form, 0 if there is none. Letters can be combined in one word ("-nq"), so an option with a
+  // letter must not take a value.
+  char letter;
   Value value;            // what completion offers for the option's value
   const char* parameter;  // the value's name in the help; null for an option without a value
   const char* help;
@@ -56,7 +70,7 @@ struct Option {
   void (*take)(Arguments& arguments, std::string_view value);
 };
 
-// Returns the table of options, a constant, in the order in which help shows them.
+// Returns the table of options in the order in which help shows them. It is a constant of the program.
 std::span<const Option> Options();
 
 // Parses the words after the program's name. Options may be anywhere; "--" ends them. Long options take their

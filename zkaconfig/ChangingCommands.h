@@ -11,7 +11,9 @@ namespace zekara {
 //
 // Each writes the changed settings to standard output and returns Done; "diff" returns Differs if there are
 // any. Each raises Failure: Usage for settings that the file or the suite does not understand, Unreadable for
-// a file that cannot be read, and what ChangeConfiguration() raises.
+// a file that cannot be read, and what ChangeConfiguration() raises. Each may block for the time limit of
+// `arguments` while it waits for the lock on the file (unless those refuse to wait), and once more
+// while it waits for the tool.
 ExitStatus RunSet(const Arguments& arguments);
 ExitStatus RunAdd(const Arguments& arguments);
 ExitStatus RunRemove(const Arguments& arguments);

@@ -21,21 +21,26 @@ struct Command {
 
   std::string_view name;
   const char* operands;  // as the usage line shows them
-  const char* needs;     // the operands in words, for messages
+  const char* needs;     // the operands in words: ends the message "NAME needs ..." or "NAME takes ..."
+  // The numbers of operands that the command accepts, both included; `maximum` may be kAnyNumber.
   std::size_t minimum;
   std::size_t maximum;
-  std::array<Operand, 3> kinds;  // the last one is also the kind of all further operands
-  bool writesNull;               // accepts --null
-  const char* summary;           // one line
-  const char* details;           // lines of "help COMMAND"; may be empty
-  // Writes answers to standard output and remarks to standard error. Raises Failure.
+  // The kinds of the first three operands. The last one is also the kind of all further operands.
+  std::array<Operand, 3> kinds;
+  bool writesNull;      // accepts --null
+  const char* summary;  // one line
+  const char* details;  // lines of "help COMMAND"; may be empty
+  // Runs the command: writes answers to standard output and remarks to standard error, and returns the exit
+  // status. Raises Failure. RunCommand() has checked the number of operands before, so the function may use
+  // the first `minimum` of them.
   ExitStatus (*run)(const Arguments& arguments);
 };
 
 // The maximum of a command that takes operands without limit.
 inline constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
 
-// Returns the table of commands, a constant, in the order in which help shows them.
+// Returns the table of commands in the order in which help shows them. It is a constant of the program, so
+// pointers to its rows stay valid.
 std::span<const Command> Commands();
 // Returns the command's row; null if there is no command of exactly this name.
 const Command* CommandNamed(std::string_view name) noexcept;

@@ -6,14 +6,21 @@
 
 namespace zekara {
 
-// How zkaconfig ends. Scripts depend on the numbers, which zkaconfig(1) lists.
+// How zkaconfig ends. Scripts depend on the numbers, which zkaconfig(1) lists. A command returns the first
+// two and raises Failure with the others.
 enum class ExitStatus : int {
+  // The command did what it was asked to do, even if there was nothing to change.
   Done = 0,
-  Differs = 1,     // the setting is unset, or there are differences
-  Usage = 2,       // the command line, or a setting asked for, is not acceptable
-  Unreadable = 3,  // a file could not be read, or the output not be written
-  Refused = 4,     // the tool answered that it has not made the change
-  NoAnswer = 5,    // the tool could not be started, or gave no answer in time
+  // The section or key is unset, or "diff" has found a difference. This is an answer and not an error.
+  Differs = 1,
+  // The command line, or a setting asked for, is not acceptable. The tool has not been started.
+  Usage = 2,
+  // A file could not be read, or the output could not be written.
+  Unreadable = 3,
+  // The tool answered that it has not made the change.
+  Refused = 4,
+  // The tool could not be started, or gave no answer in time. It may still make the change later.
+  NoAnswer = 5,
 };
 
 // Ends the program. main() writes `what`, which says what failed, and `advice`, which says what a person can

@@ -23,8 +23,10 @@ struct SettingWord {
 // the words are constants.
 struct KnownSetting {
   const SectionDefault* row;
-  const char* summary;                 // one line
-  std::span<const SettingWord> words;  // empty if the setting may hold any word
+  const char* summary;  // one sentence
+  // The words that the setting may hold: "Yes" and "No" for a boolean, the actions for a key of
+  // IsActionKey(). Empty if it may hold any word.
+  std::span<const SettingWord> words;
 };
 
 // The sections for which the suite has defaults. This is the one source of what "describe" shows, of the
@@ -34,15 +36,20 @@ class KnownSections {
  public:
   struct Section {
     std::string name;
+    // The library's table, which ends with a row whose key is null.
     const SectionDefault* defaults;
-    const char* reader;    // the daemon that reads the section
-    const char* notified;  // how the daemon learns of a change, as a clause; null if nothing tells it
+    const char* reader;  // the daemon that reads the section
+    // How the tool tells the daemon of a change, as a clause such as "by SIGHUP, after each change in the
+    // section". Null if it does not tell it.
+    const char* notified;
   };
 
   // `daemonSection` is the name of the scanning daemon's section, which the suite leaves open; empty if it is
   // not known. Raises Failure (Usage) if it is the name of another daemon's section.
   explicit KnownSections(const std::string& daemonSection = {});
 
+  // Returns the file monitor's section, the updater's, and the scanning daemon's if its name is known, in
+  // this order. The reference is valid as long as this object.
   const std::vector<Section>& sections() const noexcept { return sections_; }
   // Returns null if the section is unknown. The pointer is valid as long as this object.
   const Section* sectionNamed(std::string_view section) const noexcept;
