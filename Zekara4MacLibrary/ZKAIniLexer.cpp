@@ -63,7 +63,8 @@ ZKAIniLexer::ZKAIniLexer(std::string data) : data_(WithoutLastByte(std::move(dat
 template <bool (*kIsWanted)(char) noexcept>
 inline void ZKAIniLexer::skip() noexcept {
   if (cpos_ >= data_.view().size()) return;
-  while (kIsWanted(data_.view().data()[cpos_])) ++cpos_;
+  const char* const start = data_.view().data();
+  while (kIsWanted(start[cpos_])) ++cpos_;
 }
 
 template <char... kEnds>
