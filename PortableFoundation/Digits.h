@@ -18,8 +18,7 @@ constexpr bool IsDigit(char c) noexcept {
 }
 
 // Appends the two hexadecimal digits of a byte to `text`, in small letters and without a prefix: a line feed
-// becomes "0a". Both digits are always written, so a reader need not look for the end of the number. Raises
-// std::bad_alloc only; `text` then ends as before, or with the first digit.
+// becomes "0a". Raises std::bad_alloc only; `text` then ends as before, or with the first digit.
 inline void AppendHexadecimal(std::string& text, char byte) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   const auto value = static_cast<unsigned char>(byte);

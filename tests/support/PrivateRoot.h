@@ -1,8 +1,8 @@
 #pragma once
 
 // The suite's paths are fixed. A test that needs them runs in a child whose root directory is its own: a
-// memory file system in a mount namespace (as root, or in a user namespace), or, where neither can be had, a
-// temporary directory that root enters by chroot(). Linux only.
+// memory file system in a mount namespace (on Linux, as root or in a user namespace), or else a temporary
+// directory that root enters by chroot().
 
 #include <functional>
 #include <gtest/gtest.h>
