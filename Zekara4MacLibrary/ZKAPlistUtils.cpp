@@ -33,6 +33,17 @@ Plist DefaultValue(const SectionDefault& row) {
   }
 }
 
+// Calls change(key, value) for each boolean row of the table; the value is nil if the section lacks the key.
+template <class Change>
+void ForEachBoolean(const Plist& section, const SectionDefault* defaults, Change change) {
+  if (section.isNil()) return;
+  for (const SectionDefault* row = defaults; row->key != nullptr; ++row) {
+    if (row->type != DefaultTypeBoolean) continue;
+    const Plist key = row->key;
+    change(key, section.objectForKey(key));
+  }
+}
+
 // The translation of an unknown value is nil, which setObject_forKey() rejects.
 void Translate(const Plist& section, const Plist& key, const Plist& translation) {
   const Plist value = section.objectForKey(key);
@@ -104,22 +115,19 @@ ZKAChangedSections PlistPatch(const Plist& tree, const Plist& patch) {
 }
 
 void SectionBooleansToNumbers(const Plist& section, const SectionDefault* defaults) {
-  for (const SectionDefault* row = defaults; row->key != nullptr; ++row) {
-    if (row->type != DefaultTypeBoolean) continue;
-    const Plist value = section.objectForKey(row->key);
-    if (value.isString()) section.setObject_forKey(value.isEqualToString("Yes"), row->key);
-  }
+  ForEachBoolean(section, defaults, [&](const Plist& key, const Plist& value) {
+    if (value.isString()) section.setObject_forKey(value.isEqualToString("Yes"), key);
+  });
 }
 
 void SectionBooleansToStrings(const Plist& section, const SectionDefault* defaults) {
-  for (const SectionDefault* row = defaults; row->key != nullptr; ++row) {
-    if (row->type != DefaultTypeBoolean) continue;
-    const Plist value = section.objectForKey(row->key);
-    if (value.isNumber()) section.setObject_forKey(value.boolValue() ? "Yes" : "No", row->key);
-  }
+  ForEachBoolean(section, defaults, [&](const Plist& key, const Plist& value) {
+    if (value.isNumber()) section.setObject_forKey(value.boolValue() ? "Yes" : "No", key);
+  });
 }
 
 void SectionTranslate(const Plist& section, const Plist& keys, const Plist& translation) {
+  if (section.isNil()) return;
   for (const Plist& key : keys.elements()) Translate(section, key, translation);
 }
 
