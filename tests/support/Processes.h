@@ -54,8 +54,8 @@ bool BecomeOtherUser();
 // Returns true if a process like this one may raise its priority after lowering it.
 bool MayRaisePriority();
 
-// A child that stands in for a daemon: it remembers the signals that it receives, and none that can be
-// blocked affects it. It ends if this process does. The destructor kills it.
+// A child that plays a daemon. It blocks all signals and remembers which ones it has received. It ends when
+// this process ends, at the latest; the destructor kills it.
 class StandIn {
  public:
   // Writes the child's ID to `pidFile`, unless that is null.
